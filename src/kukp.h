@@ -102,8 +102,7 @@ extern "C" {
 
 #define KUKAA_STATE KU_CODE('k', 'u', 'k', 'a', 'a', 2) /* starting state not 0 to 5 */
 #define KUKAA_LIST KU_CODE('k', 'u', 'k', 'a', 'a', 3)  /* the token list cannot be created */
-#define KUKAA_TOKEN                                                                                \
-    KU_CODE('k', 'u', 'k', 'a', 'a', 4) /* a token cannot be allocated or appended */
+#define KUKAA_TOKEN KU_CODE('k', 'u', 'k', 'a', 'a', 4) /* a token cannot be made or appended */
 /* Never pushed by the lexer. One of them on top of the error stack when a
  * creation fails keeps the partial object, in state KUKP_S_ERROR. */
 #define KUKAA_KEEP KU_CODE('k', 'u', 'k', 'a', 'a', 5)
@@ -113,14 +112,13 @@ extern "C" {
 
 /* Token object; callers hold it as an untyped pointer. */
 typedef struct kuk {
-    int32_t state_kuk; /* end state, KUKP_S_... */
-    int32_t mode_kuk;  /* mode, KUKP_M_... */
-    const unsigned char
-        *origtxp_kuk;     /* the text, NUL-terminated; null in an object kept after a failure */
-    uint32_t origtxl_kuk; /* its bytes, without the NUL */
-    void *origtklh_kuk;   /* the tokens: a list (kul.h) of kukn; null as above */
-    int32_t weight_kuk;   /* 0: the text is the object's own; else the caller's, borrowed
-                                         until the object is destroyed */
+    int32_t state_kuk;                /* end state, KUKP_S_... */
+    int32_t mode_kuk;                 /* mode, KUKP_M_... */
+    const unsigned char *origtxp_kuk; /* the text, NUL-terminated, or null after a failure */
+    uint32_t origtxl_kuk;             /* its bytes, without the NUL */
+    void *origtklh_kuk;               /* the tokens: a list (kul.h) of kukn; null as above */
+    int32_t weight_kuk;               /* 0: the text is the object's own; else borrowed until
+                                         the object is destroyed */
 } kuk;
 
 /* Token. */

@@ -13,6 +13,7 @@
 
 #include <setjmp.h>
 
+#include "kuapp.h"
 #include "kudef.h"
 #include "kulang.h"
 
@@ -28,7 +29,6 @@ typedef struct kuxrl kuxrl; /* relocatable-memory log record, kuxrl.h */
 typedef struct kuxpr kuxpr; /* property record, kuxpr.h */
 
 typedef struct kudateconv kudateconv; /* date-conversion context, opaque */
-typedef struct kuapp kuapp;           /* application handle, kuapp.h */
 
 /* ---- error numbers ---- */
 

@@ -10,7 +10,7 @@
 
 typedef struct kuapp {
     const char *messages_kuapp; /* name of the message file; null: none. Borrowed. */
-    void *longvalue_kuapp;      /* the client's data for long-value transfer; not read by messages */
+    void *longvalue_kuapp; /* the client's data for long-value transfer; not read by messages */
 } kuapp;
 
 #endif

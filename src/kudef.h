@@ -17,9 +17,8 @@
  * to kuxidencode of the same letters and number.
  */
 #define KU_CODE(l1, l2, l3, l4, l5, number)                                                        \
-    (((uint32_t)((l1) - 'a') << 27) | ((uint32_t)((l2) - 'a') << 22)                               \
-     | ((uint32_t)((l3) - 'a') << 17) | ((uint32_t)((l4) - 'a') << 12)                             \
-     | ((uint32_t)((l5) - 'a') << 7) | (uint32_t)(number))
+    (((l1) - 'a') * 0x08000000u | ((l2) - 'a') * 0x00400000u | ((l3) - 'a') * 0x00020000u          \
+     | ((l4) - 'a') * 0x00001000u | ((l5) - 'a') * 0x00000080u | (number))
 
 /* A byte length of this value means: NUL-terminated, to be measured. */
 #define KU_NTS 65535u

@@ -24,8 +24,7 @@
 extern "C" {
 #endif
 
-#define KULAA_NOMEM                                                                                \
-    KU_CODE('k', 'u', 'l', 'a', 'a', 1) /* no memory for a record or an item array */
+#define KULAA_NOMEM KU_CODE('k', 'u', 'l', 'a', 'a', 1)  /* no memory for a list or its array */
 #define KULAA_LOCKED KU_CODE('k', 'u', 'l', 'a', 'a', 2) /* change of a locked list */
 #define KULAA_RANGE KU_CODE('k', 'u', 'l', 'a', 'a', 3)  /* index out of range */
 
@@ -39,8 +38,7 @@ typedef struct kul {
     int32_t current_kul;  /* the cursor: index of the current item, or -1 */
     int32_t nlocks_kul;   /* locks held */
     void **items_kul;     /* the items */
-    void **
-        itemsptr_kul; /* null: not locked; else items_kul as it was when the first lock was taken */
+    void **itemsptr_kul;  /* items_kul when the first lock was taken; null: not locked */
 } kul;
 
 /* Callback of kulpitrate: 0 to go on, anything else is a status that may end the walk. */

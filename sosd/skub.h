@@ -33,9 +33,10 @@ extern "C" {
 #define SKUBA_SPEC 0x4u /* spec_skuba; the stream is a standard one, the others are ignored */
 
 /* Bits of mode_skuba and mode_skub. */
-#define SKUB_TRUNCATE 0x1u  /* empty the file on opening; needs SKUB_WRITE */
-#define SKUB_CREATE 0x2u    /* create the file if it does not exist */
-#define SKUB_WRITE 0x4u     /* open for writing and reading; with SKUB_CREATE and without
+#define SKUB_TRUNCATE 0x1u /* empty the file on opening; needs SKUB_WRITE */
+#define SKUB_CREATE 0x2u   /* create the file if it does not exist */
+#define SKUB_WRITE                                                                                 \
+    0x4u                    /* open for writing and reading; with SKUB_CREATE and without
                                SKUB_TRUNCATE every write goes to the end of the file */
 #define SKUB_TEMPORARY 0x8u /* delete the file when the stream is closed */
 
@@ -45,30 +46,35 @@ extern "C" {
 
 /* ---- error numbers ---- */
 
-#define SKUBA_EOF KU_CODE('s', 'k', 'u', 'b', 'a', 1)       /* the end of the file; returned only */
-#define SKUBA_NOMODE KU_CODE('s', 'k', 'u', 'b', 'a', 1)    /* attributes without a mode, or a
+#define SKUBA_EOF KU_CODE('s', 'k', 'u', 'b', 'a', 1) /* the end of the file; returned only */
+#define SKUBA_NOMODE                                                                               \
+    KU_CODE('s', 'k', 'u', 'b', 'a', 1)                    /* attributes without a mode, or a
                                                                standard file that is not 1 to 3; pushed */
-#define SKUBA_NOFILE KU_CODE('s', 'k', 'u', 'b', 'a', 2)    /* the file must exist and does not */
-#define SKUBA_NOWRITE KU_CODE('s', 'k', 'u', 'b', 'a', 3)   /* truncation asked without writing */
-#define SKUBA_POSITION KU_CODE('s', 'k', 'u', 'b', 'a', 4)  /* positioning failed */
-#define SKUBA_CLOSE KU_CODE('s', 'k', 'u', 'b', 'a', 5)     /* closing failed */
-#define SKUBA_CGET KU_CODE('s', 'k', 'u', 'b', 'a', 6)      /* reading a character failed, or no place for it */
-#define SKUBA_CPUT KU_CODE('s', 'k', 'u', 'b', 'a', 7)      /* writing a character failed */
-#define SKUBA_READ KU_CODE('s', 'k', 'u', 'b', 'a', 8)      /* reading a block failed */
-#define SKUBA_SGET KU_CODE('s', 'k', 'u', 'b', 'a', 9)      /* reading a line failed */
-#define SKUBA_SPUT KU_CODE('s', 'k', 'u', 'b', 'a', 10)     /* writing a text failed */
-#define SKUBA_WRITE KU_CODE('s', 'k', 'u', 'b', 'a', 11)    /* writing a block failed */
-#define SKUBA_STATUS KU_CODE('s', 'k', 'u', 'b', 'a', 12)   /* a file's status cannot be read, for
+#define SKUBA_NOFILE KU_CODE('s', 'k', 'u', 'b', 'a', 2)   /* the file must exist and does not */
+#define SKUBA_NOWRITE KU_CODE('s', 'k', 'u', 'b', 'a', 3)  /* truncation asked without writing */
+#define SKUBA_POSITION KU_CODE('s', 'k', 'u', 'b', 'a', 4) /* positioning failed */
+#define SKUBA_CLOSE KU_CODE('s', 'k', 'u', 'b', 'a', 5)    /* closing failed */
+#define SKUBA_CGET                                                                                 \
+    KU_CODE('s', 'k', 'u', 'b', 'a', 6) /* reading a character failed, or no place for it */
+#define SKUBA_CPUT KU_CODE('s', 'k', 'u', 'b', 'a', 7)   /* writing a character failed */
+#define SKUBA_READ KU_CODE('s', 'k', 'u', 'b', 'a', 8)   /* reading a block failed */
+#define SKUBA_SGET KU_CODE('s', 'k', 'u', 'b', 'a', 9)   /* reading a line failed */
+#define SKUBA_SPUT KU_CODE('s', 'k', 'u', 'b', 'a', 10)  /* writing a text failed */
+#define SKUBA_WRITE KU_CODE('s', 'k', 'u', 'b', 'a', 11) /* writing a block failed */
+#define SKUBA_STATUS                                                                               \
+    KU_CODE('s', 'k', 'u', 'b', 'a', 12)                /* a file's status cannot be read, for
                                                                another reason than its absence */
-#define SKUBA_ROOM KU_CODE('s', 'k', 'u', 'b', 'a', 13)     /* a built name does not fit the buffer */
-#define SKUBA_OPEN KU_CODE('s', 'k', 'u', 'b', 'a', 14)     /* opening failed */
-#define SKUBA_SIZE KU_CODE('s', 'k', 'u', 'b', 'a', 16)     /* the open file's size cannot be read, or
+#define SKUBA_ROOM KU_CODE('s', 'k', 'u', 'b', 'a', 13) /* a built name does not fit the buffer */
+#define SKUBA_OPEN KU_CODE('s', 'k', 'u', 'b', 'a', 14) /* opening failed */
+#define SKUBA_SIZE                                                                                 \
+    KU_CODE('s', 'k', 'u', 'b', 'a', 16) /* the open file's size cannot be read, or
                                                                is more than 32 bits can say */
-#define SKUBA_SHORT KU_CODE('s', 'k', 'u', 'b', 'a', 17)    /* fewer bytes written than read while copying */
-#define SKUBA_REMOVE KU_CODE('s', 'k', 'u', 'b', 'a', 18)   /* deleting failed */
-#define SKUBA_RENAME KU_CODE('s', 'k', 'u', 'b', 'a', 19)   /* renaming failed */
-#define SKUBA_TMPNAM KU_CODE('s', 'k', 'u', 'b', 'a', 20)   /* no temporary name */
-#define SKUBA_SETMODE KU_CODE('s', 'k', 'u', 'b', 'a', 21)  /* the permissions cannot be set */
+#define SKUBA_SHORT                                                                                \
+    KU_CODE('s', 'k', 'u', 'b', 'a', 17) /* fewer bytes written than read while copying */
+#define SKUBA_REMOVE KU_CODE('s', 'k', 'u', 'b', 'a', 18)  /* deleting failed */
+#define SKUBA_RENAME KU_CODE('s', 'k', 'u', 'b', 'a', 19)  /* renaming failed */
+#define SKUBA_TMPNAM KU_CODE('s', 'k', 'u', 'b', 'a', 20)  /* no temporary name */
+#define SKUBA_SETMODE KU_CODE('s', 'k', 'u', 'b', 'a', 21) /* the permissions cannot be set */
 
 /* ---- records ---- */
 

@@ -1,0 +1,31 @@
+/*
+ * liz2w.h - converters into wide texts
+ *
+ * One for each representation of the source: w wide, c multibyte, o cursor.
+ * What lizmcpy does outside single-byte languages, one piece of it: arguments
+ * and results are those of lizmcpy (lizm.h), but the global area comes last.
+ * A wide target is ended with a 0 unit when one fits.
+ * An option outside 0 to 3 copies nothing and returns LIZ_OK. In single-byte
+ * languages all of them are liz6copy, a cursor standing for its start.
+ */
+#ifndef LIZ2W_H
+#define LIZ2W_H
+
+#include "lizg.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+KU_API uint32_t liz2ww(const kulang *lh, void *target, uint32_t tlen, const void *source,
+                       uint32_t slen, int32_t option, uint32_t *written, kulocglo *glo);
+KU_API uint32_t liz2wc(const kulang *lh, void *target, uint32_t tlen, const void *source,
+                       uint32_t slen, int32_t option, uint32_t *written, kulocglo *glo);
+KU_API uint32_t liz2wo(const kulang *lh, void *target, uint32_t tlen, const void *source,
+                       uint32_t slen, int32_t option, uint32_t *written, kulocglo *glo);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -15,7 +15,8 @@
 
 #include "ratio.h"
 
-namespace ku::bench {
+namespace ku::bench
+{
 
 const ratio *ratio::first = nullptr;
 
@@ -26,7 +27,8 @@ ratio::ratio(const char *work, const char *our_name, const char *peer_name, doub
     first = this;
 }
 
-namespace {
+namespace
+{
 
 // Keeps the median time of each benchmark beside the ordinary output.
 class medians : public benchmark::ConsoleReporter

@@ -2,7 +2,8 @@
 #ifndef BENCH_RATIO_H
 #define BENCH_RATIO_H
 
-namespace ku::bench {
+namespace ku::bench
+{
 
 // One row: peer's time / our time, so 2 means twice as fast as the peer.
 struct ratio {

@@ -7,7 +7,8 @@
 
 #include "kux.h"
 
-namespace ku {
+namespace ku
+{
 
 // Copies the selected plain-memory callbacks and client data of `attrs`, null included.
 void take_plain_callbacks(kux *ctx, const kuxa *attrs);

@@ -7,10 +7,7 @@
 
 #include <cstdlib>
 
-void *kuxbmalloc(uint32_t size)
-{
-    return std::calloc(size == 0 ? 1 : size, 1);
-}
+void *kuxbmalloc(uint32_t size) { return std::calloc(size == 0 ? 1 : size, 1); }
 
 void *kuxbmfree(void *address)
 {

@@ -17,10 +17,7 @@ void *kuxdnalloc(kux *ctx, uint32_t size)
     return block;
 }
 
-void *kuxdnfree(kux *, void *address)
-{
-    return kuxbmfree(address);
-}
+void *kuxdnfree(kux *, void *address) { return kuxbmfree(address); }
 
 void *kuxdnrealloc(kux *ctx, void *address, uint32_t size)
 {

@@ -22,27 +22,12 @@ kuxhandle kuxdrrealloc(kux *ctx, kuxhandle handle, uint32_t size)
     return static_cast<kuxhandle>(kuxdnrealloc(ctx, handle, size));
 }
 
-void *kuxdrlock(kux *, kuxhandle handle)
-{
-    return handle;
-}
+void *kuxdrlock(kux *, kuxhandle handle) { return handle; }
 
-void *kuxdrunlock(kux *, kuxhandle)
-{
-    return nullptr;
-}
+void *kuxdrunlock(kux *, kuxhandle) { return nullptr; }
 
-void *kuxdrbeginderef(kux *, kuxhandle handle)
-{
-    return handle;
-}
+void *kuxdrbeginderef(kux *, kuxhandle handle) { return handle; }
 
-void *kuxdrendderef(kux *, kuxhandle)
-{
-    return nullptr;
-}
+void *kuxdrendderef(kux *, kuxhandle) { return nullptr; }
 
-uint16_t kuxdrgetstate(kux *, kuxhandle)
-{
-    return KUXRM_DEREF;
-}
+uint16_t kuxdrgetstate(kux *, kuxhandle) { return KUXRM_DEREF; }

@@ -101,8 +101,8 @@ KU_API uint32_t kuxerdformat(kux *ctx, kuxer *record, char *buffer, uint32_t siz
 
 /*
  * Calls `callback` for each record of the current level, newest first. The
- * callback may push, pop or clear: records that are gone by then are skipped,
- * new ones are not visited, and the walk ends when the level changes.
+ * callback may push, pop or clear: new records are not visited, and the walk
+ * ends when the level changes or the next record is gone.
  */
 KU_API void kuxeriterate(kux *ctx, kuxeritfn callback, void *clientarg);
 

@@ -5,12 +5,13 @@
 
 #include "kuxid.h"
 
-namespace {
+namespace
+{
 
-constexpr int kuxid_letters = 5;      // letters of an identifier
-constexpr int kuxid_letterbits = 5;   // bits of a letter
-constexpr int kuxid_numberbits = 7;   // bits of the number
-constexpr uint32_t kuxid_last = 25;   // value of the last letter
+constexpr int kuxid_letters = 5;    // letters of an identifier
+constexpr int kuxid_letterbits = 5; // bits of a letter
+constexpr int kuxid_numberbits = 7; // bits of the number
+constexpr uint32_t kuxid_last = 25; // value of the last letter
 
 constexpr int kuxidshift(int letter)
 {
@@ -21,10 +22,7 @@ constexpr int kuxidshift(int letter)
 
 const char kuxidalphabet[27] = "abcdefghijklmnopqrstuvwxyz";
 
-uint32_t kuxidencode(const char *prefix, uint8_t number)
-{
-    return kuxidbase(prefix) | number;
-}
+uint32_t kuxidencode(const char *prefix, uint8_t number) { return kuxidbase(prefix) | number; }
 
 uint32_t kuxidbase(const char *prefix)
 {

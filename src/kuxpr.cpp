@@ -13,7 +13,8 @@
 #include "kuxdn.h"
 #include "kuxer.h"
 
-namespace {
+namespace
+{
 
 constexpr int32_t kuxpr_step = 20; // records the table starts with and grows by
 
@@ -24,12 +25,15 @@ kuxpr *kuxprfind(kux *ctx, uint32_t name)
     return nullptr;
 }
 
-// Hands a value that leaves the table to its release function. The record is a
-// copy: the function may change the table.
-void kuxprrelease(kux *ctx, kuxpr record)
+// Hands a value that leaves the table to its release function. The table no
+// longer shows it then, so that a function that looks its own property up or
+// removes it finds no value and nothing is released twice.
+void kuxprrelease(kux *ctx, kuxpr *record)
 {
-    if (record.kuxprfreefun != nullptr && record.kuxprvalue != nullptr)
-        record.kuxprfreefun(ctx, record.kuxprvalue);
+    const kuxpr leaving = *record;
+    record->kuxprvalue = nullptr;
+    if (leaving.kuxprfreefun != nullptr && leaving.kuxprvalue != nullptr)
+        leaving.kuxprfreefun(ctx, leaving.kuxprvalue);
 }
 
 // A new record with a name and nothing else; null when the table cannot grow.
@@ -53,7 +57,7 @@ uint32_t kuxprset(kux *ctx, uint32_t name, void *value, kuxprfreefn freefun)
 {
     kuxpr *record = kuxprfind(ctx, name);
     if (record != nullptr) {
-        kuxprrelease(ctx, *record);
+        kuxprrelease(ctx, record);
         record = kuxprfind(ctx, name);
     }
     if (record == nullptr) record = kuxprappend(ctx, name);
@@ -72,16 +76,13 @@ void *kuxprget(kux *ctx, uint32_t name)
     return record == nullptr ? nullptr : record->kuxprvalue;
 }
 
-int32_t kuxprexists(kux *ctx, uint32_t name)
-{
-    return kuxprfind(ctx, name) != nullptr ? 1 : 0;
-}
+int32_t kuxprexists(kux *ctx, uint32_t name) { return kuxprfind(ctx, name) != nullptr ? 1 : 0; }
 
 void kuxprremove(kux *ctx, uint32_t name)
 {
     kuxpr *record = kuxprfind(ctx, name);
     if (record == nullptr) return;
-    kuxprrelease(ctx, *record);
+    kuxprrelease(ctx, record);
 
     record = kuxprfind(ctx, name);
     if (record == nullptr) return;
@@ -110,7 +111,8 @@ uint32_t kuxprinit(kux *ctx)
 
 void kuxprdestroy(kux *ctx)
 {
-    for (int32_t slot = 0; slot < ctx->kuxprnprops; slot++) kuxprrelease(ctx, ctx->kuxprlist[slot]);
+    for (int32_t slot = 0; slot < ctx->kuxprnprops; slot++)
+        kuxprrelease(ctx, &ctx->kuxprlist[slot]);
     ctx->kuxprnprops = 0;
     ctx->kuxprsize = 0;
     ctx->kuxprlist = static_cast<kuxpr *>(kuxbmfree(ctx->kuxprlist));

@@ -43,10 +43,7 @@ void *kuxrmlock(kux *ctx, kuxhandle handle)
     return address;
 }
 
-void *kuxrmunlock(kux *ctx, kuxhandle handle)
-{
-    return ctx->kuxrmunlock(ctx, handle);
-}
+void *kuxrmunlock(kux *ctx, kuxhandle handle) { return ctx->kuxrmunlock(ctx, handle); }
 
 void *kuxrmbeginderef(kux *ctx, kuxhandle handle)
 {
@@ -55,12 +52,6 @@ void *kuxrmbeginderef(kux *ctx, kuxhandle handle)
     return address;
 }
 
-void *kuxrmendderef(kux *ctx, kuxhandle handle)
-{
-    return ctx->kuxrmendderef(ctx, handle);
-}
+void *kuxrmendderef(kux *ctx, kuxhandle handle) { return ctx->kuxrmendderef(ctx, handle); }
 
-uint16_t kuxrmgetstate(kux *ctx, kuxhandle handle)
-{
-    return ctx->kuxrmgetstate(ctx, handle);
-}
+uint16_t kuxrmgetstate(kux *ctx, kuxhandle handle) { return ctx->kuxrmgetstate(ctx, handle); }

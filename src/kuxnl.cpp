@@ -1,0 +1,94 @@
+// kuxnl.cpp - logged plain memory: each block noted, so that a frame can be undone
+//
+//     kuxnllog  | 1 A | 0 mark | 1 B | 2 A | 1 C |      oldest ... newest
+//
+// A rollback walks back to the mark: C and B are released; A was released in
+// the frame, so its record outside is cancelled and no frame releases it again.
+
+#include "kuxnl.h"
+
+#include "kuxml_internal.h"
+
+namespace
+{
+
+constexpr uint8_t kuxnl_mark = ku::log_mark;
+constexpr uint8_t kuxnl_allocated = ku::log_allocated;
+constexpr uint8_t kuxnl_released = 2;
+constexpr uint8_t kuxnl_cancelled = 3; // allocated and later released
+
+using log = ku::allocation_log<kuxnl, &kux::kuxnllog, &kux::kuxnlnrecords, &kux::kuxnlsize,
+                               &kuxnl::kuxnlptr, &kuxnl::kuxnltype, 50, 50>;
+
+// The release at `slot` has undone its allocation already.
+void kuxnlcancel(kux *ctx, int32_t slot, void *address)
+{
+    const int32_t opening = log::find(ctx, slot, kuxnl_allocated, address);
+    if (opening >= 0) ctx->kuxnllog[opening].kuxnltype = kuxnl_cancelled;
+}
+
+} // namespace
+
+void *kuxnlalloc(kux *ctx, uint32_t size)
+{
+    if (ctx->kuxmldisabled != 0) return ctx->kuxnmalloc(ctx, size);
+    if (kuxnlrserve(ctx) != 0) return nullptr;
+    void *block = ctx->kuxnmalloc(ctx, size);
+    if (block != nullptr) kuxnllog(ctx, KUXNL_ALLOC, block, nullptr);
+    return block;
+}
+
+void *kuxnlfree(kux *ctx, void *address)
+{
+    if (address == nullptr) return nullptr;
+    if (ctx->kuxmldisabled == 0) {
+        if (kuxnlrserve(ctx) != 0) return nullptr;
+        kuxnllog(ctx, KUXNL_FREE, address, nullptr);
+    }
+    ctx->kuxnmfree(ctx, address);
+    return nullptr;
+}
+
+void *kuxnlrealloc(kux *ctx, void *address, uint32_t size)
+{
+    void *block = ctx->kuxnmrealloc(ctx, address, size);
+    if (ctx->kuxmldisabled == 0) kuxnllog(ctx, KUXNL_REALLOC, address, block);
+    return block;
+}
+
+uint32_t kuxnlinit(kux *ctx) { return log::init(ctx); }
+
+void kuxnldestroy(kux *ctx) { log::destroy(ctx); }
+
+void kuxnllog(kux *ctx, uint32_t operation, void *address, void *newaddress)
+{
+    switch (operation) {
+    case KUXNL_ALLOC: log::append(ctx, address, kuxnl_allocated); break;
+    case KUXNL_FREE: log::append(ctx, address, kuxnl_released); break;
+    case KUXNL_REALLOC: log::follow(ctx, address, newaddress); break;
+    default: break;
+    }
+}
+
+uint32_t kuxnlrserve(kux *ctx) { return log::reserve(ctx); }
+
+void ku::log_plain_mark(kux *ctx) { log::append(ctx, static_cast<void *>(nullptr), kuxnl_mark); }
+
+void kuxnlend(kux *ctx)
+{
+    log::close(ctx, log::find_mark(ctx), [ctx](int32_t slot, kuxnl record) {
+        if (record.kuxnltype == kuxnl_released) kuxnlcancel(ctx, slot, record.kuxnlptr);
+    });
+}
+
+void kuxnlrollback(kux *ctx)
+{
+    const int32_t mark = log::find_mark(ctx);
+    if (mark < 0) return; // records outside frames may be of blocks in use
+    log::close(ctx, mark, [ctx](int32_t slot, kuxnl record) {
+        if (record.kuxnltype == kuxnl_allocated)
+            ctx->kuxnmfree(ctx, record.kuxnlptr);
+        else if (record.kuxnltype == kuxnl_released)
+            kuxnlcancel(ctx, slot, record.kuxnlptr);
+    });
+}

@@ -1,0 +1,56 @@
+/*
+ * ku.h - the whole library: includes every public header
+ */
+#ifndef KU_H
+#define KU_H
+
+/* the context */
+#include "kuapp.h"
+#include "kudef.h"
+#include "kulang.h"
+#include "kux.h"
+#include "kuxbm.h"
+#include "kuxdn.h"
+#include "kuxdr.h"
+#include "kuxer.h"
+#include "kuxid.h"
+#include "kuxio.h"
+#include "kuxml.h"
+#include "kuxnl.h"
+#include "kuxnm.h"
+#include "kuxpr.h"
+#include "kuxrl.h"
+#include "kuxrm.h"
+#include "kuxst.h"
+
+/* multibyte text */
+#include "liz2c.h"
+#include "liz2o.h"
+#include "liz2w.h"
+#include "liz6.h"
+#include "lizc.h"
+#include "lizg.h"
+#include "lizm.h"
+#include "lizs.h"
+#include "lizu.h"
+
+/* files and environment */
+#include "sku.h"
+#include "skub.h"
+#include "skup.h"
+
+/* lists */
+#include "kul.h"
+#include "kuuq.h"
+
+/* SQL text */
+#include "kuka.h"
+#include "kuke.h"
+#include "kuko.h"
+#include "kukp.h"
+
+/* settings and command lines */
+#include "kucl.h"
+#include "kup.h"
+
+#endif

@@ -19,6 +19,7 @@
 #include <cstring>
 
 #include "kuguard.h"
+#include "kul_internal.h"
 #include "kuuq.h"
 
 namespace
@@ -52,7 +53,17 @@ void kulcopy(void **target, void *const *source, std::int32_t count)
     if (count > 0) std::memcpy(target, source, sizeof(void *) * static_cast<std::size_t>(count));
 }
 
-// Gives the array room for `count` items. The list stays whole on failure.
+bool kulislocked(const kul &list) { return list.itemsptr_kul != nullptr; }
+
+// The index with KUL_LAST resolved, or kul_none when no item has it.
+std::int32_t kulslot(const kul &list, std::int32_t index)
+{
+    if (index == KUL_LAST) index = list.nitems_kul - 1;
+    return index >= 0 && index < list.nitems_kul ? index : kul_none;
+}
+
+} // namespace
+
 std::uint32_t kulrealloc(kux *ctx, kul &list, std::uint64_t count)
 {
     const std::uint64_t slots = kulcapacity(count);
@@ -64,17 +75,6 @@ std::uint32_t kulrealloc(kux *ctx, kul &list, std::uint64_t count)
     list.maxitems_kul = static_cast<std::int32_t>(slots);
     return 0;
 }
-
-bool kulislocked(const kul &list) { return list.itemsptr_kul != nullptr; }
-
-// The index with KUL_LAST resolved, or kul_none when no item has it.
-std::int32_t kulslot(const kul &list, std::int32_t index)
-{
-    if (index == KUL_LAST) index = list.nitems_kul - 1;
-    return index >= 0 && index < list.nitems_kul ? index : kul_none;
-}
-
-} // namespace
 
 void *kulpcreate(kux *ctx, std::int32_t initsize, void *const *inititems)
 {

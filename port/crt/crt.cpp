@@ -1,0 +1,623 @@
+// crt.cpp - buffered files over a replaceable table of system calls
+//
+// A file has one buffer that serves either direction, never both at once:
+//
+//     reading   | given out | not yet read | . . . . |    the descriptor stands at `end`
+//               0         begin           end
+//     writing   | accepted, not yet written  | . . . |    the descriptor stands at 0
+//               0                           end           (begin is 0)
+//
+// An idle file (just opened or positioned) has an empty buffer. Turning from
+// reading to writing steps the descriptor back over what was not read; turning
+// from writing to reading writes the buffer out. So the two may alternate
+// without a seek in between. Runs as long as the buffer bypass it.
+//
+// Output that the system did not take stays in the buffer and is tried again by
+// the next flush; the mark that a call has failed stays for good.
+//
+// File objects come from the C library's allocator, as this layer stands for an
+// outside library that knows no context. Each is one block: the record, its
+// buffer and, for a replacing file, the two names.
+
+#include "crt.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include "../locale/locale.h"
+
+namespace
+{
+
+enum class activity : std::uint8_t { idle, reading, writing };
+
+constexpr std::size_t buffer_size = 32768;   // bytes
+constexpr mode_t permission_bits = 0777;     // what is copied from file to file
+constexpr mode_t created_permissions = 0666; // of a new file, less the process's mask
+constexpr mode_t private_permissions = 0600; // of a new file until it gets the target's
+constexpr int name_attempts = 100;           // names tried before giving up
+constexpr std::size_t suffix_length = 9;     // full stop and eight characters
+constexpr int always = O_CLOEXEC | O_NOCTTY; // flags of every open
+
+} // namespace
+
+struct kufile {
+    int descriptor;
+    bool readable;
+    bool writable;
+    bool ended;  // a read has met the end
+    bool failed; // a read or write has failed
+    bool whole;  // closing fails when anything has failed before
+    activity last;
+    unsigned char *buffer; // buffer_size bytes; null: a standard file
+    std::size_t begin;     // see above
+    std::size_t end;
+    char *beside; // replacing: the new file's name; else null
+    char *target; // replacing: the name it gets
+};
+
+namespace ku::crt
+{
+
+static_assert(path::room >= PATH_MAX);
+
+// ---- the table ----
+
+static constexpr system_calls system_table = {
+    .open = [](const char *name, int flags, mode_t mode) { return ::open(name, flags, mode); },
+    .close = ::close,
+    .read = ::read,
+    .write = ::write,
+    .lseek = ::lseek,
+    .fstat = ::fstat,
+    .stat = ::stat,
+    .lstat = ::lstat,
+    .access = ::access,
+    .chmod = ::chmod,
+    .fchmod = ::fchmod,
+    .fchown = ::fchown,
+    .unlink = ::unlink,
+    .rename = ::rename,
+    .flock = ::flock,
+    .ftruncate = ::ftruncate,
+    .fsync = ::fsync,
+    .resolve = [](const char *name, char *to) { return ::realpath(name, to) != nullptr ? 0 : -1; },
+    .random = [](void *bytes, std::size_t count) { return ::getrandom(bytes, count, 0); },
+};
+
+static thread_local const system_calls *replacement = nullptr;
+
+const system_calls &calls() { return replacement != nullptr ? *replacement : system_table; }
+
+const system_calls *replace_calls(const system_calls *table)
+{
+    const system_calls *before = &calls();
+    replacement = table;
+    return before == &system_table ? nullptr : before;
+}
+
+// Makes a call until no signal interrupts it.
+template <typename Call> static auto repeat(Call call)
+{
+    auto result = call();
+    while (result < 0 && errno == EINTR) result = call();
+    return result;
+}
+
+// ---- names ----
+
+path::path(const kulang *lang, const char *name)
+{
+    const std::size_t length = name == nullptr ? 0 : ::strnlen(name, room);
+    if (length == 0 || length == room) {
+        error_ = length == 0 ? ENOENT : ENAMETOOLONG;
+        return;
+    }
+    std::memcpy(bytes_, name, length);
+    bytes_[length] = 0;
+    if (std::memchr(bytes_, '\\', length) == nullptr) return;
+    if (lang == nullptr || locale::single_byte(*lang)) {
+        std::replace(bytes_, bytes_ + length, '\\', '/');
+        return;
+    }
+    kucursor cursor;
+    locale::open_exact(&cursor, bytes_, length, lang, locale::cursor_mode::read);
+    for (; locale::current(cursor) != 0; locale::step(cursor)) {
+        if (locale::is_single(cursor) && locale::current(cursor) == '\\')
+            *cursor.position_kucursor = '/';
+    }
+}
+
+const char *path::text() const
+{
+    if (error_ == 0) return bytes_;
+    errno = error_;
+    return nullptr;
+}
+
+// ---- files by name ----
+
+static void describe(const struct stat &from, status *to)
+{
+    to->regular = S_ISREG(from.st_mode);
+    to->directory = S_ISDIR(from.st_mode);
+    to->permissions = from.st_mode & permission_bits;
+    to->size = static_cast<std::uint64_t>(from.st_size);
+    to->device = from.st_dev;
+    to->inode = from.st_ino;
+}
+
+bool file_status(const kulang *lang, const char *name, status *result)
+{
+    const path where(lang, name);
+    struct stat found;
+    if (where.text() == nullptr || calls().stat(where.text(), &found) < 0) return false;
+    describe(found, result);
+    return true;
+}
+
+bool same_file(const status &a, const status &b)
+{
+    return a.device == b.device && a.inode == b.inode;
+}
+
+bool remove_file(const kulang *lang, const char *name)
+{
+    const path where(lang, name);
+    return where.text() != nullptr && calls().unlink(where.text()) == 0;
+}
+
+bool set_permissions(const kulang *lang, const char *name, std::uint32_t permissions)
+{
+    const path where(lang, name);
+    return where.text() != nullptr
+           && calls().chmod(where.text(), static_cast<mode_t>(permissions) & permission_bits) == 0;
+}
+
+// Writes `count` characters, at most 12, that are hard to guess, and a NUL. The
+// clock stands in where the system has no randomness to give.
+static void random_letters(char *letters, int count)
+{
+    std::uint64_t bits = 0;
+    if (calls().random(&bits, sizeof bits) != static_cast<ssize_t>(sizeof bits)) {
+        timespec now = {};
+        ::clock_gettime(CLOCK_MONOTONIC, &now);
+        bits = (static_cast<std::uint64_t>(now.tv_nsec) ^ std::uint64_t{process_id()} << 32)
+               * 0x9E3779B97F4A7C15u; // 2^64 / golden ratio: spreads close moments
+        bits ^= bits >> 32;
+    }
+    for (int i = 0; i < count; i++, bits >>= 5)
+        letters[i] = "abcdefghijklmnopqrstuvwxyz234567"[bits % 32];
+    letters[count] = 0;
+}
+
+bool temporary_name(char *buffer)
+{
+    static constexpr char prefix[] = "/tmp/ku";
+    constexpr std::size_t length = sizeof prefix - 1;
+    for (int attempt = 0; attempt < name_attempts; attempt++) {
+        char name[temporary_name_room];
+        std::memcpy(name, prefix, length);
+        random_letters(name + length, static_cast<int>(temporary_name_room - length - 1));
+        struct stat found;
+        if (calls().lstat(name, &found) == 0) continue;
+        if (errno != ENOENT) return false;
+        std::memcpy(buffer, name, sizeof name);
+        return true;
+    }
+    errno = EEXIST;
+    return false;
+}
+
+std::uint32_t process_id() { return static_cast<std::uint32_t>(::getpid()); }
+
+// ---- opening and closing ----
+
+namespace
+{
+
+// What a mode text asks for.
+struct intent {
+    bool readable;
+    bool writable;
+    bool truncates;
+    int flags; // for open; -1: no such mode text
+};
+
+intent understand(const char *mode)
+{
+    const bool update = std::strchr(mode, '+') != nullptr;
+    const int direction = update ? O_RDWR : O_WRONLY;
+    switch (mode[0]) {
+    case 'r': return {true, update, false, update ? O_RDWR : O_RDONLY};
+    case 'w': return {update, true, true, direction | O_CREAT};
+    case 'a': return {update, true, false, direction | O_CREAT | O_APPEND};
+    default: return {false, false, false, -1};
+    }
+}
+
+// A file object without a descriptor, with `extra` bytes behind its buffer.
+kufile *make(std::size_t extra)
+{
+    auto *file = static_cast<kufile *>(std::calloc(1, sizeof(kufile) + buffer_size + extra));
+    if (file == nullptr) return nullptr;
+    file->descriptor = -1;
+    file->buffer = reinterpret_cast<unsigned char *>(file + 1);
+    return file;
+}
+
+// Closes the descriptor and forgets the object, with errno as it was unless the
+// close fails. An interrupted close has closed.
+bool forget(kufile *file)
+{
+    const int error = errno;
+    const bool closed =
+        file->descriptor < 0 || calls().close(file->descriptor) == 0 || errno == EINTR;
+    if (closed) errno = error;
+    std::free(file);
+    return closed;
+}
+
+// Takes the lock of a file that is to be written. False only when another has it.
+bool lock(int descriptor)
+{
+    if (repeat([=] { return calls().flock(descriptor, LOCK_EX | LOCK_NB); }) == 0) return true;
+    if (errno != EWOULDBLOCK) return true; // no locks here: go on without
+    errno = EBUSY;
+    return false;
+}
+
+// Looks at what was opened, locks it, and only then empties it.
+bool admit(int descriptor, const intent &wanted, share sharing)
+{
+    struct stat found;
+    if (calls().fstat(descriptor, &found) < 0) return false;
+    if (S_ISDIR(found.st_mode)) {
+        errno = EISDIR;
+        return false;
+    }
+    if (!S_ISREG(found.st_mode)) return true; // terminals, pipes, devices: nothing to lock or empty
+    if (wanted.writable && sharing == share::deny_writers && !lock(descriptor)) return false;
+    return !wanted.truncates || repeat([=] { return calls().ftruncate(descriptor, 0); }) == 0;
+}
+
+int open_descriptor(const char *name, int flags, mode_t permissions)
+{
+    return repeat([=] { return calls().open(name, flags | always, permissions); });
+}
+
+} // namespace
+
+kufile *open(const kulang *lang, const char *name, const char *mode, share sharing)
+{
+    const intent wanted = understand(mode);
+    const path where(lang, name);
+    if (where.text() == nullptr) return nullptr;
+    if (wanted.flags < 0) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    kufile *file = make(0);
+    if (file == nullptr) return nullptr;
+    file->readable = wanted.readable;
+    file->writable = wanted.writable;
+    file->descriptor = open_descriptor(where.text(), wanted.flags, created_permissions);
+    if (file->descriptor >= 0 && admit(file->descriptor, wanted, sharing)) return file;
+    forget(file);
+    return nullptr;
+}
+
+bool close(kufile *file)
+{
+    bool good = flush(file) && !(file->whole && file->failed);
+    if (file->beside == nullptr) return forget(file) && good;
+
+    const int descriptor = file->descriptor;
+    good = good && repeat([=] { return calls().fsync(descriptor); }) == 0;
+    good = calls().close(descriptor) == 0 && good;
+    file->descriptor = -1;
+    good = good && calls().rename(file->beside, file->target) == 0;
+    if (!good) {
+        const int error = errno;
+        calls().unlink(file->beside);
+        errno = error;
+    }
+    forget(file);
+    return good;
+}
+
+kufile *standard_file(int number)
+{
+    // Never written to: without a buffer every read and write is refused first.
+    static constexpr kufile standard[] = {
+        {.descriptor = 0, .failed = true},
+        {.descriptor = 1, .failed = true},
+        {.descriptor = 2, .failed = true},
+    };
+    return const_cast<kufile *>(&standard[number - 1]);
+}
+
+// ---- reading ----
+
+// Reads once into `bytes`, marking the end or a failure. Bytes read.
+static std::size_t fetch(kufile *file, void *bytes, std::size_t count)
+{
+    const std::size_t most = std::min(count, std::size_t{SSIZE_MAX});
+    const ssize_t got = repeat([=] { return calls().read(file->descriptor, bytes, most); });
+    if (got < 0) file->failed = true;
+    if (got == 0) file->ended = true;
+    return got > 0 ? static_cast<std::size_t>(got) : 0;
+}
+
+// Refills an empty buffer. False at the end or on a failure.
+static bool refill(kufile *file)
+{
+    file->begin = 0;
+    file->end = fetch(file, file->buffer, buffer_size);
+    return file->end != 0;
+}
+
+// Makes a file ready to be read; false when there is nothing to be had.
+static bool turn_to_reading(kufile *file)
+{
+    if (file == nullptr || file->buffer == nullptr) return false;
+    if (!file->readable) {
+        file->failed = true;
+        errno = EBADF;
+        return false;
+    }
+    if (file->last == activity::writing && !flush(file)) return false;
+    file->last = activity::reading;
+    return !file->ended;
+}
+
+std::size_t read(kufile *file, void *bytes, std::size_t count)
+{
+    if (count == 0 || !turn_to_reading(file)) return 0;
+    auto *to = static_cast<unsigned char *>(bytes);
+    std::size_t moved = 0;
+    while (moved < count) {
+        const std::size_t wanted = count - moved;
+        if (file->begin == file->end && wanted >= buffer_size) {
+            const std::size_t got = fetch(file, to + moved, wanted);
+            if (got == 0) break;
+            moved += got;
+            continue;
+        }
+        if (file->begin == file->end && !refill(file)) break;
+        const std::size_t run = std::min(file->end - file->begin, wanted);
+        std::memcpy(to + moved, file->buffer + file->begin, run);
+        file->begin += run;
+        moved += run;
+    }
+    return moved;
+}
+
+std::size_t read_line(kufile *file, char *bytes, std::size_t most)
+{
+    if (most == 0 || !turn_to_reading(file)) return 0;
+    std::size_t moved = 0;
+    while (moved < most) {
+        if (file->begin == file->end && !refill(file)) break;
+        const unsigned char *from = file->buffer + file->begin;
+        const std::size_t room = std::min(file->end - file->begin, most - moved);
+        const void *newline = std::memchr(from, '\n', room);
+        const std::size_t run =
+            newline == nullptr
+                ? room
+                : static_cast<std::size_t>(static_cast<const unsigned char *>(newline) - from) + 1;
+        std::memcpy(bytes + moved, from, run);
+        file->begin += run;
+        moved += run;
+        if (newline != nullptr) break;
+    }
+    return moved;
+}
+
+// ---- writing ----
+
+// Writes all of `bytes`, in as many calls as it takes. Bytes written; fewer are a failure.
+static std::size_t store(kufile *file, const unsigned char *bytes, std::size_t count)
+{
+    std::size_t moved = 0;
+    while (moved < count) {
+        const std::size_t most = std::min(count - moved, std::size_t{SSIZE_MAX});
+        const ssize_t put =
+            repeat([=] { return calls().write(file->descriptor, bytes + moved, most); });
+        if (put <= 0) {
+            if (put == 0) errno = ENOSPC; // takes nothing and gives no reason
+            file->failed = true;
+            break;
+        }
+        moved += static_cast<std::size_t>(put);
+    }
+    return moved;
+}
+
+// Makes a file ready to be written; false on a failure.
+static bool turn_to_writing(kufile *file)
+{
+    if (file == nullptr || file->buffer == nullptr) return false;
+    if (!file->writable) {
+        file->failed = true;
+        errno = EBADF;
+        return false;
+    }
+    if (file->last == activity::reading) {
+        const auto unread = static_cast<off_t>(file->end - file->begin);
+        if (unread != 0 && calls().lseek(file->descriptor, -unread, SEEK_CUR) < 0) {
+            file->failed = true;
+            return false;
+        }
+        file->begin = file->end = 0;
+        file->ended = false;
+    }
+    file->last = activity::writing;
+    return true;
+}
+
+std::size_t write(kufile *file, const void *bytes, std::size_t count)
+{
+    if (count == 0 || !turn_to_writing(file)) return 0;
+    const auto *from = static_cast<const unsigned char *>(bytes);
+    if (count > buffer_size - file->end && !flush(file)) return 0;
+    if (count >= buffer_size) return store(file, from, count);
+    std::memcpy(file->buffer + file->end, from, count);
+    file->end += count;
+    return count;
+}
+
+bool flush(kufile *file)
+{
+    if (file == nullptr) return false;
+    if (file->last != activity::writing) return true;
+    const std::size_t written = store(file, file->buffer, file->end);
+    file->end -= written;
+    if (file->end == 0) return true;
+    std::memmove(file->buffer, file->buffer + written, file->end);
+    return false;
+}
+
+// ---- position and state ----
+
+bool seek(kufile *file, std::int64_t offset, origin from)
+{
+    if (file == nullptr || file->buffer == nullptr || !flush(file)) return false;
+    const int whence = from == origin::end ? SEEK_END : SEEK_SET;
+    if (calls().lseek(file->descriptor, static_cast<off_t>(offset), whence) < 0) return false;
+    file->begin = file->end = 0;
+    file->last = activity::idle;
+    file->ended = false;
+    return true;
+}
+
+bool at_end(const kufile *file) { return file != nullptr && file->ended; }
+
+bool has_failed(const kufile *file) { return file == nullptr || file->failed; }
+
+bool open_status(kufile *file, status *result)
+{
+    struct stat found;
+    if (!flush(file) || calls().fstat(file->descriptor, &found) < 0) return false;
+    describe(found, result);
+    return true;
+}
+
+// ---- replacing a file as a whole ----
+
+namespace
+{
+
+enum class placing { refused, in_place, beside };
+
+// Decides how `name` can be replaced, and finds the file behind it: its name
+// into `target` (path::room bytes), its status into *old, st_nlink 0 when there
+// is none yet.
+placing survey(const char *name, char *target, struct stat *old)
+{
+    if (calls().stat(name, old) < 0) {
+        struct stat link;
+        if (errno != ENOENT) return placing::refused;
+        if (calls().lstat(name, &link) == 0) return placing::in_place; // the link stays one
+        old->st_nlink = 0;
+        std::memcpy(target, name, std::strlen(name) + 1);
+        return placing::beside;
+    }
+    if (S_ISDIR(old->st_mode)) {
+        errno = EISDIR;
+        return placing::refused;
+    }
+    if (!S_ISREG(old->st_mode) || old->st_nlink > 1) return placing::in_place;
+    if (calls().access(name, W_OK) < 0) return placing::refused;
+    return calls().resolve(name, target) == 0 ? placing::beside : placing::in_place;
+}
+
+// Creates the new file beside the target.
+bool create_beside(kufile *file, mode_t permissions)
+{
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    char *suffix = file->beside + std::strlen(file->target);
+    *suffix++ = '.';
+    for (int attempt = 0; attempt < name_attempts; attempt++) {
+        random_letters(suffix, static_cast<int>(suffix_length - 1));
+        file->descriptor = open_descriptor(file->beside, flags, permissions);
+        if (file->descriptor >= 0 || errno != EEXIST) break;
+    }
+    return file->descriptor >= 0;
+}
+
+// Gives the new file the old one's owner and permissions.
+bool take_after(int descriptor, const struct stat &old)
+{
+    struct stat fresh;
+    if (calls().fstat(descriptor, &fresh) < 0) return false;
+    if ((fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid)
+        && calls().fchown(descriptor, old.st_uid, old.st_gid) < 0)
+        return false;
+    return calls().fchmod(descriptor, old.st_mode & permission_bits) == 0;
+}
+
+// Whether a failure to create a file says that the directory takes none.
+bool takes_no_files(int error)
+{
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
+}
+
+kufile *open_in_place(const kulang *lang, const char *name)
+{
+    kufile *file = open(lang, name, "wb", share::deny_writers);
+    if (file != nullptr) file->whole = true;
+    return file;
+}
+
+} // namespace
+
+kufile *open_replacing(const kulang *lang, const char *name)
+{
+    const path where(lang, name);
+    if (where.text() == nullptr) return nullptr;
+    char target[path::room];
+    struct stat old;
+    const placing how = survey(where.text(), target, &old);
+    if (how == placing::refused) return nullptr;
+    if (how == placing::in_place) return open_in_place(lang, name);
+
+    const std::size_t size = std::strlen(target) + 1;
+    kufile *file = make(size + size + suffix_length);
+    if (file == nullptr) return nullptr;
+    file->writable = true;
+    file->whole = true;
+    file->target = reinterpret_cast<char *>(file->buffer + buffer_size);
+    file->beside = file->target + size;
+    std::memcpy(file->target, target, size);
+    std::memcpy(file->beside, target, size);
+
+    const bool exists = old.st_nlink != 0;
+    if (!create_beside(file, exists ? private_permissions : created_permissions)) {
+        const bool elsewhere = takes_no_files(errno);
+        forget(file);
+        return elsewhere ? open_in_place(lang, name) : nullptr;
+    }
+    if (!exists || take_after(file->descriptor, old)) return file;
+    discard(file);
+    return open_in_place(lang, name);
+}
+
+void discard(kufile *file)
+{
+    if (file == nullptr) return;
+    if (file->beside != nullptr) calls().unlink(file->beside);
+    forget(file);
+}
+
+} // namespace ku::crt

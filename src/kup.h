@@ -9,7 +9,8 @@
  * by kupopen and written only by kupwrite.
  *
  * The files are `kuuprefs.xdb` in the directory that KU_UPREFS names and
- * `kugprefs.xdb` in that of KU_GPREFS; unset, the bare names.
+ * `kugprefs.xdb` in that of KU_GPREFS. A variable that is not set counts as a
+ * missing file.
  *
  * Text of a file, split as kukp.h splits SQL:
  *     name = value

@@ -1,0 +1,984 @@
+// kup.cpp - preferences: reading two files into sorted lists, looking up, writing back
+//
+//     kupct (locked) -- kupctusp --> list of entry handles, sorted by name
+//                    -- kupctugn        |
+//                    -- kupctgsp        v
+//                    -- kupctggn      kuppf: product | name | list of value handles
+//                    -- kupcttmp
+//
+// Entries, names and values are relocatable: only the kupct record has an
+// address of its own. All else is reached for the length of one use, through
+// ku::access, and a handle is never resized or freed while it is held. A
+// comparator's accesses end before it returns.
+//
+// A file is read line by line. Each line is split by the lexer, which carries
+// its state over line ends, and every token goes to the reader's state machine
+// (kupgrammar) while the line is in the buffer. What is being built hangs on the
+// parser state until an entry is complete; then the entry owns it. So whatever
+// ends the reading, kupdropparts releases exactly what no entry has.
+//
+// An entry that the writer puts out is read back as it was wherever the
+// reader's rules allow; kupbare decides which values need no quotes.
+//
+// Cost: reading is linear and sorts each list once, lookups are binary
+// searches, setting adds the shift of one list's tail.
+
+#include "kup.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cstring>
+#include <string_view>
+
+#include "kuguard.h"
+#include "kuko.h"
+#include "kukp.h"
+#include "kul.h"
+#include "port/locale/locale.h"
+#include "skub.h"
+#include "skub_internal.h"
+#include "skup.h"
+
+namespace
+{
+
+constexpr uint32_t kup_linesize = 1024;     // line buffer, and file name when reading, in bytes
+constexpr uint32_t kup_writenamesize = 512; // file name when writing, in bytes
+
+// ---- texts and entries in relocatable memory ----
+
+bool kupholds(const std::string_view text, const std::string_view part)
+{
+    return text.find(part) != std::string_view::npos;
+}
+
+// Bytes to ask for a text of `length` bytes: just enough for what fits a line,
+// powers of two beyond, so that a value assembled from many lines does not move
+// with each of them.
+uint64_t kuproom(uint64_t length)
+{
+    return length < kup_linesize ? length + 1 : std::bit_ceil(length + 1);
+}
+
+// Makes room for `length` bytes and a NUL in a text of `old` bytes; null: a new
+// text. Returns the handle, which may be another; null, with the old one as it
+// was, without memory.
+kuxhandle kupgrow(kux *ctx, kuxhandle text, uint32_t old, uint64_t length)
+{
+    const uint64_t room = kuproom(length);
+    if (room > UINT32_MAX) return nullptr;
+    if (text == nullptr) return ctx->kuxrmalloc(ctx, static_cast<uint32_t>(room));
+    if (room == kuproom(old)) return text;
+    return ctx->kuxrmrealloc(ctx, text, static_cast<uint32_t>(room));
+}
+
+// Stores bytes and a NUL at `offset` of a text that has room. False without access.
+bool kupstore(kux *ctx, kuxhandle text, uint32_t offset, const void *bytes, uint32_t length)
+{
+    const ku::access target(ctx, text);
+    if (target.address() == nullptr) return false;
+    char *start = static_cast<char *>(target.address()) + offset;
+    if (length != 0) memcpy(start, bytes, length);
+    start[length] = '\0';
+    return true;
+}
+
+// Appends bytes to a text of `old` bytes; null: a new text. Null without memory.
+kuxhandle kupapp(kux *ctx, kuxhandle text, uint32_t old, const void *bytes, uint32_t length)
+{
+    kuxhandle grown = kupgrow(ctx, text, old, uint64_t{old} + length);
+    if (grown == nullptr) return nullptr;
+    if (kupstore(ctx, grown, old, bytes, length)) return grown;
+    if (text == nullptr) ctx->kuxrmfree(ctx, grown);
+    return nullptr;
+}
+
+void kupfree(kux *ctx, kuxhandle &handle)
+{
+    if (handle != nullptr) ctx->kuxrmfree(ctx, handle);
+    handle = nullptr;
+}
+
+kuxhandle kuphandle(const kul *list, int32_t index)
+{
+    return static_cast<kuxhandle>(list->items_kul[index]);
+}
+
+// Whether a handle is in a list, which keeps its cursor; null has none.
+bool kupamong(kux *ctx, void *list, kuxhandle handle)
+{
+    if (list == nullptr) return false;
+    const kul *record = kulplock(ctx, list);
+    void *const *end = record->items_kul + record->nitems_kul;
+    const bool among = std::find(record->items_kul, record->items_kul + record->nitems_kul,
+                                 static_cast<void *>(handle))
+                       != end;
+    kulpunlock(ctx, list);
+    return among;
+}
+
+// Releases a list of values with the values that are not in `kept` (or null).
+void kupfreevalues(kux *ctx, void *&values, void *kept = nullptr)
+{
+    if (values == nullptr) return;
+    const kul *record = kulplock(ctx, values);
+    for (int32_t i = record->nitems_kul; i-- > 0;) {
+        kuxhandle value = kuphandle(record, i);
+        if (!kupamong(ctx, kept, value)) kupfree(ctx, value);
+    }
+    values = kulpdestroy(ctx, values);
+}
+
+// The record of an entry; empty without access.
+kuppf kupentry(kux *ctx, kuxhandle entry)
+{
+    const ku::access record(ctx, entry);
+    return record.address() == nullptr ? kuppf{} : *static_cast<kuppf *>(record.address());
+}
+
+bool kupstoreentry(kux *ctx, kuxhandle entry, const kuppf &fields)
+{
+    const ku::access record(ctx, entry);
+    if (record.address() == nullptr) return false;
+    *static_cast<kuppf *>(record.address()) = fields;
+    return true;
+}
+
+void kupfreeentry(kux *ctx, kuxhandle entry)
+{
+    kuppf fields = kupentry(ctx, entry);
+    kupfreevalues(ctx, fields.kuppfval);
+    kupfree(ctx, fields.kuppfprd);
+    kupfree(ctx, fields.kuppfprf);
+    kupfree(ctx, entry);
+}
+
+// ---- comparisons ----
+
+int kupcomparenames(kux *ctx, std::string_view a, std::string_view b)
+{
+    return ku::locale::compare_text_nocase(*ctx->kuxlangidh, a.data(), a.size(), b.data(),
+                                           b.size());
+}
+
+// The name of an entry, for as long as this is in scope.
+class kupname
+{
+public:
+    kupname(kux *ctx, void *entry)
+        : record_(ctx, static_cast<kuxhandle>(entry)),
+          name_(ctx, record_.address() == nullptr
+                         ? nullptr
+                         : static_cast<kuppf *>(record_.address())->kuppfprf)
+    {
+    }
+    std::string_view text() const { return name_.text() == nullptr ? "" : name_.text(); }
+
+private:
+    ku::access record_;
+    ku::access name_;
+};
+
+// Order of two entries by name, for sorting.
+int32_t kupcompareentries(kux *ctx, void *a, void *b, void *)
+{
+    if (a == b) return 0;
+    return kupcomparenames(ctx, kupname(ctx, a).text(), kupname(ctx, b).text());
+}
+
+// Order of a name (a NUL-terminated text) and an entry, for searching.
+int32_t kupcomparekey(kux *ctx, void *key, void *entry, void *)
+{
+    return kupcomparenames(ctx, static_cast<const char *>(key), kupname(ctx, entry).text());
+}
+
+// Order of two values.
+int32_t kupcomparevalues(kux *ctx, void *a, void *b, void *)
+{
+    const ku::access first(ctx, static_cast<kuxhandle>(a));
+    const ku::access second(ctx, static_cast<kuxhandle>(b));
+    if (first.text() == nullptr || second.text() == nullptr) return 0;
+    return ku::locale::compare_text(*ctx->kuxlangidh, first.text(), strlen(first.text()),
+                                    second.text(), strlen(second.text()));
+}
+
+// Index of a name's entry in a list, or -1; `place`: where it is or belongs.
+bool kupfind(kux *ctx, void *list, const char *name, int32_t *place)
+{
+    return kulpsearch(ctx, list, const_cast<char *>(name == nullptr ? "" : name), kupcomparekey,
+                      nullptr, 0, place)
+           != 0;
+}
+
+// ---- the reader ----
+
+// What a token is to the reader.
+enum kupinput : uint8_t {
+    in_word,
+    in_value, // neither a word nor any of the following
+    in_period,
+    in_equals,
+    in_open,
+    in_close,
+    in_comma,
+    ninputs,
+    in_ignored = ninputs,
+    in_unclosed, // a quoted text that goes on in the next line
+};
+
+// Where the reader is in an entry.
+enum kupstate : uint8_t {
+    at_start,
+    after_first,
+    after_product,
+    after_name,
+    after_equals,
+    after_open,
+    after_comma,
+    after_value,
+    nstates
+};
+
+enum kupaction : uint8_t {
+    fail,        // a syntax error
+    pass,        // nothing to keep
+    keep_first,  // the first word: a product or a name
+    first_named, // the first word was the name
+    keep_name,
+    finish,   // the entry is complete
+    take,     // one value of a list
+    take_only // the only value, and the entry is complete
+};
+
+struct kupmove {
+    kupaction action;
+    kupstate next;
+};
+
+struct kuptable {
+    static constexpr kupmove bad = {fail, at_start};
+    static constexpr kupmove first = {keep_first, after_first};
+    static constexpr kupmove point = {pass, after_product};
+    static constexpr kupmove named = {first_named, after_equals};
+    static constexpr kupmove name = {keep_name, after_name};
+    static constexpr kupmove equal = {pass, after_equals};
+    static constexpr kupmove open = {pass, after_open};
+    static constexpr kupmove only = {take_only, at_start};
+    static constexpr kupmove value = {take, after_value};
+    static constexpr kupmove comma = {pass, after_comma};
+    static constexpr kupmove close = {finish, at_start};
+
+    kupmove moves[nstates][ninputs] = {
+        // clang-format off
+        //                   word   value  .      =      (      )      ,
+        /* at_start      */ {first, bad,   bad,   bad,   bad,   bad,   bad},
+        /* after_first   */ {bad,   bad,   point, named, bad,   bad,   bad},
+        /* after_product */ {name,  bad,   bad,   bad,   bad,   bad,   bad},
+        /* after_name    */ {bad,   bad,   bad,   equal, bad,   bad,   bad},
+        /* after_equals  */ {only,  only,  bad,   bad,   open,  bad,   bad},
+        /* after_open    */ {value, value, bad,   bad,   bad,   close, bad},
+        /* after_comma   */ {value, value, bad,   bad,   bad,   bad,   bad},
+        /* after_value   */ {bad,   bad,   bad,   bad,   bad,   close, comma},
+        // clang-format on
+    };
+};
+
+constexpr kuptable kupgrammar;
+
+// Parser state: one per file being read.
+struct kupfs {
+    kupct *kupfsctx;               // the preferences
+    uint32_t kupfsstat;            // state of the machine
+    kuxhandle kupfsprd;            // first word, when it is not this product's name; owned
+    kuxhandle kupfsprf;            // entry name; owned
+    void *kupfsval;                // values of the entry being built; owned
+    kuxhandle kupfspvb;            // pending value: text being assembled; owned
+    uint32_t kupfspvl;             // its length in bytes
+    const unsigned char *kupfslte; // where the last value taken from this line ended; or null
+    uint32_t kupfsltl;             // length of the last value, in bytes
+    void *kupfsltv;                // list that got the last value; may be an entry's by now
+    uint32_t kupfslin;             // line being read, from 1
+    uint16_t kupfsmod;             // which file: KUP_USER or KUP_GLOBAL
+    int32_t kupfsmch;              // the first word was this product's name
+    int32_t kupfserr;              // a syntax error on this line
+    int32_t kupfsmer;              // memory was exhausted
+};
+
+struct kuptoken {
+    const unsigned char *text;
+    uint32_t length; // in bytes
+    uint32_t type;
+};
+
+kupinput kupclassify(uint32_t type)
+{
+    switch (type) {
+    case KUKP_T_COMMENT:
+    case KUKP_T_COMMENTOPEN:
+    case KUKP_T_LINE:
+    case KUKP_T_LINEOPEN:
+    case KUKP_T_LABEL:
+    case KUKP_T_LABELOPEN: return in_ignored;
+    case KUKP_T_STRINGOPEN:
+    case KUKP_T_IDENTIFIEROPEN: return in_unclosed;
+    case KUKP_T_PERIOD: return in_period;
+    case KUKP_T_EQ: return in_equals;
+    case KUKP_T_LPAREN: return in_open;
+    case KUKP_T_RPAREN: return in_close;
+    case KUKP_T_COMMA: return in_comma;
+    case KUKP_T_WORD: return in_word;
+    default: return in_value; // erroneous text and hints, too
+    }
+}
+
+bool kupquoted(uint32_t type)
+{
+    return type == KUKP_T_STRING || type == KUKP_T_STRINGOPEN || type == KUKP_T_IDENTIFIER
+           || type == KUKP_T_IDENTIFIEROPEN;
+}
+
+// Nothing is glued to the last value any more.
+void kupforget(kupfs &parser)
+{
+    parser.kupfslte = nullptr;
+    parser.kupfsltl = 0;
+    parser.kupfsltv = nullptr;
+}
+
+// Releases what is being built, and starts anew.
+void kupdropparts(kupfs &parser)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    parser.kupfsstat = at_start;
+    parser.kupfsmch = 0;
+    parser.kupfspvl = 0;
+    kupforget(parser);
+    kupfree(ctx, parser.kupfsprd);
+    kupfree(ctx, parser.kupfsprf);
+    kupfree(ctx, parser.kupfspvb);
+    kupfreevalues(ctx, parser.kupfsval);
+}
+
+// Adds a token's value text to the pending value, without its quotes.
+void kupspv(kupfs &parser, const kuptoken &token)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    const uint32_t old = parser.kupfspvl;
+    kuxhandle grown = kupgrow(ctx, parser.kupfspvb, old, uint64_t{old} + token.length);
+    if (grown != nullptr) parser.kupfspvb = grown;
+    const ku::access pending(ctx, grown);
+    if (pending.address() == nullptr) {
+        parser.kupfsmer = 1;
+        return;
+    }
+    char *end = static_cast<char *>(pending.address()) + old;
+    uint32_t length = token.length;
+    if (kupquoted(token.type))
+        length = kukongvalue(ctx, token.text, token.length, token.type, end, token.length, 1);
+    else
+        memcpy(end, token.text, length);
+    end[length] = '\0';
+    parser.kupfspvl = old + length;
+    parser.kupfsltl = parser.kupfspvl;
+    // Short of a quoted token's end: nothing is ever glued to a quoted value.
+    parser.kupfslte = token.text + length;
+}
+
+// Moves the pending value to the end of the values.
+void kupsvl(kupfs &parser)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    if (parser.kupfsval == nullptr) parser.kupfsval = kulpcreate(ctx, 0, nullptr);
+    if (parser.kupfsval == nullptr
+        || kulpinsert(ctx, parser.kupfsval, KUL_APPEND, parser.kupfspvb) != 0) {
+        parser.kupfsmer = 1;
+        return;
+    }
+    parser.kupfsltv = parser.kupfsval;
+    parser.kupfspvb = nullptr;
+    parser.kupfspvl = 0;
+}
+
+// Glues a token, as it stands, to the last value.
+void kupapv(kupfs &parser, const kuptoken &token)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    auto last = static_cast<kuxhandle>(kulplast(ctx, parser.kupfsltv));
+    kuxhandle grown = kupapp(ctx, last, parser.kupfsltl, token.text, token.length);
+    if (grown == nullptr) {
+        parser.kupfsmer = 1;
+        return;
+    }
+    kulpreplace(ctx, parser.kupfsltv, KUL_LAST, grown);
+    parser.kupfslte += token.length;
+    parser.kupfsltl += token.length;
+}
+
+// The list that takes the entry being built; null: none, in the global file.
+void *kuptarget(const kupfs &parser)
+{
+    const kupct *prefs = parser.kupfsctx;
+    const bool user = parser.kupfsmod == KUP_USER;
+    if (parser.kupfsprd != nullptr) return user ? prefs->kupcttmp : nullptr;
+    if (parser.kupfsmch != 0) return user ? prefs->kupctusp : prefs->kupctgsp;
+    return user ? prefs->kupctugn : prefs->kupctggn;
+}
+
+// Makes an entry of the parts and puts it at the end of its list. False: it has
+// no name (the first word was the product's, and no other followed).
+bool kupbnp(kupfs &parser)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    if (parser.kupfsmer != 0) return true;
+    void *list = kuptarget(parser);
+    const bool named = parser.kupfsprf != nullptr;
+    if (!named || list == nullptr) {
+        kupdropparts(parser);
+        return named;
+    }
+    kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
+    if (entry == nullptr
+        || !kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
+        || kulpinsert(ctx, list, KUL_APPEND, entry) != 0) {
+        kupfree(ctx, entry); // the parts stay the parser's
+        parser.kupfsmer = 1;
+        return true;
+    }
+    parser.kupfsprd = nullptr;
+    parser.kupfsprf = nullptr;
+    parser.kupfsval = nullptr;
+    parser.kupfsmch = 0;
+    return true;
+}
+
+void kupkeepword(kupfs &parser, kuxhandle &part, const kuptoken &word)
+{
+    part = kupapp(parser.kupfsctx->kupctscx, nullptr, 0, word.text, word.length);
+    if (part == nullptr) parser.kupfsmer = 1;
+}
+
+bool kupisproduct(const kupfs &parser, const kuptoken &word)
+{
+    const std::string_view product = parser.kupfsctx->kupctprd;
+    const std::string_view text(reinterpret_cast<const char *>(word.text), word.length);
+    return product.size() == text.size()
+           && kupcomparenames(parser.kupfsctx->kupctscx, product, text) == 0;
+}
+
+// Moves the machine by one token. False: a syntax error.
+bool kupstep(kupfs &parser, kupinput input, const kuptoken &token)
+{
+    const kupmove move = kupgrammar.moves[parser.kupfsstat][input];
+    parser.kupfsstat = move.next;
+    switch (move.action) {
+    case fail: return false;
+    case pass: return true;
+    case keep_first:
+        parser.kupfsmch = kupisproduct(parser, token);
+        if (parser.kupfsmch == 0) kupkeepword(parser, parser.kupfsprd, token);
+        return true;
+    case first_named:
+        parser.kupfsprf = parser.kupfsprd;
+        parser.kupfsprd = nullptr;
+        parser.kupfsmch = 0;
+        return true;
+    case keep_name: kupkeepword(parser, parser.kupfsprf, token); return true;
+    case finish: return kupbnp(parser);
+    case take:
+    case take_only:
+        kupspv(parser, token);
+        if (parser.kupfsmer == 0) kupsvl(parser);
+        return move.action == take || kupbnp(parser);
+    }
+    return false;
+}
+
+// Token callback of the lexer.
+uint8_t kupfsm(void *cctxp, const unsigned char *text, uint32_t length, uint32_t type, uint32_t *)
+{
+    kupfs &parser = *static_cast<kupfs *>(cctxp);
+    const kuptoken token = {text, length, type};
+    const kupinput input = kupclassify(type);
+    if (parser.kupfsmer != 0) return KUKP_A_STOP;
+    if (input == in_ignored) return KUKP_A_SKIP;
+
+    if (input == in_unclosed) {
+        kupspv(parser, token);
+    } else if (input <= in_value && text == parser.kupfslte && parser.kupfsltv != nullptr) {
+        kupapv(parser, token);
+    } else if (!kupstep(parser, input, token)) {
+        parser.kupfserr = 1;
+        kupdropparts(parser);
+        return KUKP_A_STOP;
+    }
+    return parser.kupfsmer != 0 ? KUKP_A_STOP : KUKP_A_SKIP;
+}
+
+// Reads an open file to its end. False without memory.
+bool kupreadlines(kupfs &parser, void *stream, char *line, uint32_t *errorline)
+{
+    kux *ctx = parser.kupfsctx->kupctscx;
+    int32_t state = KUKP_S_COMPLETE;
+    while (skubsget(ctx, stream, line, kup_linesize) == 0) {
+        parser.kupfslin++;
+        kupforget(parser);
+        void *tokens = kukpcreate(ctx, line, 1, KUKP_M_WORDS, kupfsm, &parser, state);
+        if (tokens == nullptr) return false;
+        state = kukosgstate(ctx, tokens);
+        kukpdestroy(ctx, tokens);
+        if (parser.kupfsmer != 0) return false;
+        if (parser.kupfserr != 0) {
+            state = KUKP_S_COMPLETE;
+            parser.kupfserr = 0;
+            if (*errorline == 0) *errorline = parser.kupfslin;
+        }
+        // No state to go on from, without an error of the text: the object is half made.
+        if (state > KUKP_S_LABEL) return false;
+    }
+    return true;
+}
+
+// Reads one file, KUP_USER or KUP_GLOBAL, into its lists. Returns its status bits.
+uint16_t kuppfl(kupct *prefs, uint16_t which)
+{
+    kux *ctx = prefs->kupctscx;
+    const bool user = which == KUP_USER;
+    const uint16_t missing = user ? KUP_NOUSERFILE : KUP_NOGLOBALFILE;
+    const ku::owned<char> line(ctx, static_cast<char *>(ku::allocate(ctx, kup_linesize, 1)));
+    if (!line) return KUP_NOMEM;
+    if (skupfn(line.get(), kup_linesize, which) != 0) return missing;
+    const skuba reading = {SKUBA_MODE, 0, 0, 0};
+    void *stream = skubcreate(ctx, line.get(), &reading);
+    if (stream == nullptr) {
+        kuxerclear(ctx);
+        return missing;
+    }
+
+    kupfs parser = {};
+    parser.kupfsctx = prefs;
+    parser.kupfsmod = which;
+    uint32_t errorline = 0;
+    const bool complete = kupreadlines(parser, stream, line.get(), &errorline);
+    kupdropparts(parser); // an entry that the end of the file cuts off
+    skubdestroy(ctx, stream);
+    if (!complete) return KUP_NOMEM;
+    (user ? prefs->kupctuse : prefs->kupctgse) = errorline;
+    if (errorline == 0) return 0;
+    return user ? KUP_USERERR : KUP_GLOBALERR;
+}
+
+// ---- looking up ----
+
+// Combines the values of one list's entry into `result`. Returns KUP_NOTFOUND,
+// KUP_NOMEM, or 0: found, with or without values.
+uint16_t kupgmv(kux *ctx, void *list, const char *name, void *result, bool sort)
+{
+    int32_t place = 0;
+    if (!kupfind(ctx, list, name, &place)) return KUP_NOTFOUND;
+    void *values = kupentry(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, place))).kuppfval;
+    if (values == nullptr) return 0;
+    if (!sort) return kulpconcat(ctx, result, values) == 0 ? 0 : KUP_NOMEM;
+    kulpqsort(ctx, values, kupcomparevalues, nullptr);
+    return kulpmerge(ctx, result, values, kupcomparevalues, nullptr) == 0 ? 0 : KUP_NOMEM;
+}
+
+// Searches the lists that `flag` selects, in their order of precedence. Returns
+// where the name was found, 0 for nowhere, or KUP_NOMEM.
+uint16_t kupgather(kupct *prefs, const char *name, uint16_t flag, void *result)
+{
+    const bool bothkinds = (flag & (KUP_SPECIFIC | KUP_GENERAL)) == 0;
+    const bool bothfiles = (flag & (KUP_USER | KUP_GLOBAL)) == 0;
+    const struct {
+        uint16_t file;
+        void *specific;
+        void *general;
+    } files[] = {
+        {KUP_USER, prefs->kupctusp, prefs->kupctugn},
+        {KUP_GLOBAL, prefs->kupctgsp, prefs->kupctggn},
+    };
+    uint16_t found = 0;
+    for (const auto &each : files) {
+        if ((flag & each.file) == 0 && (!bothfiles || found != 0)) continue;
+        for (const uint16_t kind : {KUP_SPECIFIC, KUP_GENERAL}) {
+            if ((flag & kind) == 0 && (!bothkinds || (found & each.file) != 0)) continue;
+            void *list = kind == KUP_SPECIFIC ? each.specific : each.general;
+            const uint16_t status =
+                kupgmv(prefs->kupctscx, list, name, result, (flag & KUP_NOSORT) == 0);
+            if (status == KUP_NOMEM) return KUP_NOMEM;
+            if (status == 0) found |= kind | each.file;
+        }
+    }
+    return found;
+}
+
+// ---- setting ----
+
+// An entry whose values are about to change: all that can fail has been done.
+struct kupchange {
+    void *list;
+    int32_t place;   // the entry's index in the list
+    bool created;    // it was made for this change
+    kuxhandle entry; // null: nothing prepared
+    void *values;    // its new values
+    bool copied;     // they are copies
+};
+
+// Undoes what was prepared.
+void kupcancel(kux *ctx, kupchange &change)
+{
+    if (change.created) {
+        kulpdelete(ctx, change.list, change.place);
+        kupfreeentry(ctx, change.entry);
+    }
+    if (change.copied)
+        kupfreevalues(ctx, change.values);
+    else
+        change.values = kulpdestroy(ctx, change.values);
+    change = {};
+}
+
+// A new list with the values, or with copies of them. Null without memory.
+void *kupvalues(kux *ctx, void *values, bool copy)
+{
+    void *result = kulpcreate(ctx, 0, nullptr);
+    if (result == nullptr || values == nullptr) return result;
+    if (!copy) return kulpconcat(ctx, result, values) == 0 ? result : kulpdestroy(ctx, result);
+    const kul *record = kulplock(ctx, values);
+    bool complete = true;
+    for (int32_t i = 0; i < record->nitems_kul && complete; i++) {
+        const ku::access value(ctx, kuphandle(record, i));
+        const char *text = value.text() == nullptr ? "" : value.text();
+        kuxhandle twin = kupapp(ctx, nullptr, 0, text, static_cast<uint32_t>(strlen(text)));
+        complete = twin != nullptr && kulpinsert(ctx, result, KUL_APPEND, twin) == 0;
+        if (!complete) kupfree(ctx, twin);
+    }
+    kulpunlock(ctx, values);
+    if (!complete) kupfreevalues(ctx, result);
+    return result;
+}
+
+// A new entry with this name and no values. Null without memory.
+kuxhandle kupnewentry(kux *ctx, const char *name)
+{
+    kuxhandle copy = kupapp(ctx, nullptr, 0, name, static_cast<uint32_t>(strlen(name)));
+    kuxhandle entry = copy == nullptr ? nullptr : ctx->kuxrmalloc(ctx, sizeof(kuppf));
+    if (entry != nullptr && kupstoreentry(ctx, entry, {nullptr, copy, nullptr})) return entry;
+    kupfree(ctx, copy);
+    kupfree(ctx, entry);
+    return nullptr;
+}
+
+// Prepares one list's entry for its new values. False without memory, with nothing changed.
+bool kupsls(kux *ctx, void *list, const char *name, void *values, bool copy, kupchange &change)
+{
+    change = {list, 0, false, nullptr, kupvalues(ctx, values, copy), copy};
+    if (change.values == nullptr) return false;
+    if (kupfind(ctx, list, name, &change.place)) {
+        change.entry = static_cast<kuxhandle>(kulpitem(ctx, list, change.place));
+        return true;
+    }
+    change.entry = kupnewentry(ctx, name);
+    if (change.entry != nullptr && kulpinsert(ctx, list, change.place, change.entry) == 0) {
+        change.created = true;
+        return true;
+    }
+    if (change.entry != nullptr) kupfreeentry(ctx, change.entry);
+    kupcancel(ctx, change);
+    return false;
+}
+
+// Gives the entry its new values. Old ones that the client gave back live on.
+void kupcommit(kux *ctx, kupchange &change, void *given)
+{
+    if (change.entry == nullptr) return;
+    kuppf fields = kupentry(ctx, change.entry);
+    void *old = fields.kuppfval;
+    fields.kuppfval = change.values;
+    kupstoreentry(ctx, change.entry, fields);
+    kupfreevalues(ctx, old, given);
+}
+
+// ---- writing ----
+
+// Where the file goes: at the first failure writing stops.
+struct kupout {
+    kux *ctx;
+    void *stream;
+    uint32_t column; // bytes written since the last line end
+    bool failed;
+};
+
+void kupput(kupout &out, std::string_view text)
+{
+    if (out.failed || text.empty()) return;
+    const auto length = static_cast<uint32_t>(text.size());
+    out.failed = skubwrite(out.ctx, out.stream, text.data(), length, 1, nullptr) != 0;
+    const std::size_t newline = text.rfind('\n');
+    out.column = newline == std::string_view::npos
+                     ? out.column + length
+                     : static_cast<uint32_t>(text.size() - newline - 1);
+}
+
+void kupputhandle(kupout &out, kuxhandle text)
+{
+    const ku::access reading(out.ctx, text);
+    if (reading.text() != nullptr) kupput(out, reading.text());
+}
+
+// Whether a value is read back as it stands: it is not empty, it has no byte
+// that the reader or the lexer takes for something else, opens no comment or
+// label, and ends before the line buffer does.
+bool kupbare(const kupout &out, std::string_view value)
+{
+    const kulang &lang = *out.ctx->kuxlangidh;
+    if (value.empty() || out.column + uint64_t{value.size()} >= kup_linesize) return false;
+    if (kupholds(value, "/*") || kupholds(value, "<<")) return false;
+    constexpr std::string_view special = "=(),\"'-.";
+    if (ku::locale::single_byte(lang))
+        return std::none_of(value.begin(), value.end(), [&](char byte) {
+            return special.find(byte) != std::string_view::npos
+                   || (ku::locale::byte_classes(lang, static_cast<unsigned char>(byte))
+                       & KULANG_SPACE)
+                          != 0;
+        });
+
+    kucursor cursor;
+    ku::locale::open_exact(&cursor, const_cast<char *>(value.data()), value.size(), &lang,
+                           ku::locale::cursor_mode::read);
+    for (; !ku::locale::past_size(cursor); ku::locale::step(cursor)) {
+        if ((ku::locale::classes(cursor) & KULANG_SPACE) != 0) return false;
+        if (!ku::locale::is_single(cursor)) {
+            // A shifted run is cut into tokens that cannot be glued.
+            if (lang.shiftsensitive_kulang != 0) return false;
+            continue;
+        }
+        const char byte = static_cast<char>(ku::locale::current(cursor));
+        if (special.find(byte) != std::string_view::npos) return false;
+    }
+    return true;
+}
+
+// Writes a value between double quotes, those in it doubled.
+void kupputquoted(kupout &out, std::string_view value)
+{
+    const kulang &lang = *out.ctx->kuxlangidh;
+    kucursor cursor;
+    ku::locale::open_exact(&cursor, const_cast<char *>(value.data()), value.size(), &lang,
+                           ku::locale::cursor_mode::read);
+    kupput(out, "\"");
+    std::size_t written = 0;
+    for (; !ku::locale::past_size(cursor); ku::locale::step(cursor)) {
+        if (ku::locale::current(cursor) != '"' || !ku::locale::is_single(cursor)) continue;
+        const std::size_t quote = ku::locale::offset(cursor);
+        kupput(out, value.substr(written, quote + 1 - written));
+        written = quote;
+    }
+    kupput(out, value.substr(written));
+    // A run that the value leaves shifted would swallow the rest of the file.
+    if (cursor.shifted_kucursor != 0)
+        kupput(out, {reinterpret_cast<const char *>(&lang.shiftin_kulang), 1});
+    kupput(out, "\"");
+}
+
+void kupwrv(kupout &out, kuxhandle handle)
+{
+    const ku::access reading(out.ctx, handle);
+    const std::string_view value = reading.text() == nullptr ? "" : reading.text();
+    if (kupbare(out, value))
+        kupput(out, value);
+    else
+        kupputquoted(out, value);
+}
+
+void kupputvalues(kupout &out, void *values)
+{
+    const int32_t count = values == nullptr ? 0 : kulpnitems(out.ctx, values);
+    if (count == 0) return kupput(out, "()");
+    const kul *record = kulplock(out.ctx, values);
+    if (count > 1) kupput(out, "\n (");
+    for (int32_t i = 0; i < count; i++) {
+        if (i > 0) kupput(out, ",\n  ");
+        kupwrv(out, kuphandle(record, i));
+    }
+    if (count > 1) kupput(out, ")");
+    kulpunlock(out.ctx, values);
+}
+
+// Writes the entries of a list, each behind `prefix` unless that is null.
+void kupwrl(kupout &out, void *list, const char *prefix)
+{
+    const kul *record = kulplock(out.ctx, list);
+    for (int32_t i = 0; i < record->nitems_kul && !out.failed; i++) {
+        const kuppf entry = kupentry(out.ctx, kuphandle(record, i));
+        if (prefix != nullptr) {
+            kupput(out, prefix);
+            kupput(out, ".");
+        }
+        if (entry.kuppfprd != nullptr) {
+            kupputhandle(out, entry.kuppfprd);
+            kupput(out, ".");
+        }
+        kupputhandle(out, entry.kuppfprf);
+        kupput(out, " = ");
+        kupputvalues(out, entry.kuppfval);
+        kupput(out, "\n");
+    }
+    kulpunlock(out.ctx, list);
+}
+
+// The preferences' lists in the order in which they are made.
+auto kuplists(kupct *prefs)
+{
+    return std::array<void **, 5>{&prefs->kupctusp, &prefs->kupctgsp, &prefs->kupctugn,
+                                  &prefs->kupctggn, &prefs->kupcttmp};
+}
+
+// Empty preferences. Null without memory.
+kupct *kupmake(kux *ctx, const char *product)
+{
+    kuxhandle handle = ctx->kuxrmalloc(ctx, sizeof(kupct));
+    if (handle == nullptr) return nullptr;
+    auto *prefs = static_cast<kupct *>(ctx->kuxrmlock(ctx, handle));
+    if (prefs == nullptr) {
+        ctx->kuxrmfree(ctx, handle);
+        return nullptr;
+    }
+    *prefs = {};
+    prefs->kupctscx = ctx;
+    prefs->kupctprd = product == nullptr ? "" : product;
+    prefs->kupcthdl = handle;
+    for (void **list : kuplists(prefs)) {
+        *list = kulpcreate(ctx, 0, nullptr);
+        if (*list == nullptr) {
+            kupclose(prefs);
+            return nullptr;
+        }
+    }
+    return prefs;
+}
+
+} // namespace
+
+uint16_t kupopen(kux *kuxp, const char *prdnam, kupct **prfctx)
+{
+    *prfctx = nullptr;
+    kupct *prefs = kupmake(kuxp, prdnam);
+    if (prefs == nullptr) return KUP_NOMEM;
+    uint16_t status = kuppfl(prefs, KUP_USER);
+    if ((status & KUP_NOMEM) == 0) status |= kuppfl(prefs, KUP_GLOBAL);
+    if ((status & KUP_NOMEM) != 0) {
+        kupclose(prefs);
+        return KUP_NOMEM;
+    }
+    for (void *list : {prefs->kupctusp, prefs->kupctugn, prefs->kupctgsp, prefs->kupctggn})
+        kulpqsort(kuxp, list, kupcompareentries, nullptr);
+    *prfctx = prefs;
+    return status;
+}
+
+uint32_t kuperrlin(kupct *prfctx, uint16_t flag)
+{
+    if ((flag & (KUP_USERERR | KUP_USER)) != 0) return prfctx->kupctuse;
+    if ((flag & (KUP_GLOBALERR | KUP_GLOBAL)) != 0) return prfctx->kupctgse;
+    return 0;
+}
+
+uint16_t kupget(kupct *prfctx, const char *prfnam, uint16_t flag, void *list, void **list_ptr)
+{
+    kux *ctx = prfctx->kupctscx;
+    if (list == nullptr) *list_ptr = nullptr;
+    // The values come together in a list of their own, so that a failure between
+    // two places leaves the caller's list as it was.
+    void *result = kulpcreate(ctx, 0, nullptr);
+    if (result == nullptr) return KUP_NOMEM;
+    uint16_t found = kupgather(prfctx, prfnam, flag, result);
+    if (found == 0) found = KUP_NOTFOUND;
+    const bool answered = (found & (KUP_USER | KUP_GLOBAL)) != 0;
+    if (answered && list == nullptr) {
+        *list_ptr = result;
+        return found;
+    }
+    if (answered) {
+        const uint32_t status = (flag & KUP_NOSORT) != 0
+                                    ? kulpconcat(ctx, list, result)
+                                    : kulpmerge(ctx, list, result, kupcomparevalues, nullptr);
+        if (status != 0) found = KUP_NOMEM;
+    }
+    kulpdestroy(ctx, result);
+    return found;
+}
+
+uint16_t kupset(kupct *prfctx, const char *prfnam, void *values, uint16_t flags)
+{
+    kux *ctx = prfctx->kupctscx;
+    const char *name = prfnam == nullptr ? "" : prfnam;
+    const bool specific = (flags & KUP_SPECIFIC) != 0;
+    const bool general = (flags & KUP_GENERAL) != 0;
+    kupchange changes[2] = {};
+    if (specific && !kupsls(ctx, prfctx->kupctusp, name, values, false, changes[0]))
+        return KUP_NOMEM;
+    if (general && !kupsls(ctx, prfctx->kupctugn, name, values, specific, changes[1])) {
+        kupcancel(ctx, changes[0]);
+        return KUP_NOMEM;
+    }
+    for (kupchange &change : changes) kupcommit(ctx, change, values);
+    return 0;
+}
+
+uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag)
+{
+    kux *ctx = prfctx->kupctscx;
+    const bool user = (flag & KUP_USER) != 0;
+    void *list = nullptr;
+    if (!user && (flag & KUP_GLOBAL) == 0) return 1;
+    if ((flag & KUP_SPECIFIC) != 0)
+        list = user ? prfctx->kupctusp : prfctx->kupctgsp;
+    else if ((flag & KUP_GENERAL) != 0)
+        list = user ? prfctx->kupctugn : prfctx->kupctggn;
+    else
+        return 1;
+    int32_t place = 0;
+    if (!kupfind(ctx, list, prfnam, &place)) return 0;
+    auto entry = static_cast<kuxhandle>(kulpitem(ctx, list, place));
+    if (kulpdelete(ctx, list, place) == 0) kupfreeentry(ctx, entry);
+    return 0;
+}
+
+uint16_t kupwrite(kupct *prfctx)
+{
+    kux *ctx = prfctx->kupctscx;
+    char name[kup_writenamesize];
+    if (skupfn(name, sizeof name, KUP_USER) != 0) return KUP_NOUSERFILE;
+    kupout out = {ctx, skubreplace(ctx, name), 0, false};
+    if (out.stream == nullptr) {
+        kuxerclear(ctx);
+        return KUP_NOUSERFILE;
+    }
+    kupwrl(out, prfctx->kupctugn, nullptr);
+    kupwrl(out, prfctx->kupctusp, prfctx->kupctprd);
+    kupwrl(out, prfctx->kupcttmp, nullptr);
+    if (out.failed || skubclose(ctx, out.stream) != 0) {
+        skubdiscard(ctx, out.stream);
+        return 0;
+    }
+    skupsi(name);
+    return 0;
+}
+
+uint16_t kupclose(kupct *prfctx)
+{
+    if (prfctx == nullptr) return 0;
+    kux *ctx = prfctx->kupctscx;
+    for (void *list : {prfctx->kupctusp, prfctx->kupctugn, prfctx->kupctgsp, prfctx->kupctggn,
+                       prfctx->kupcttmp}) {
+        if (list == nullptr) continue;
+        const kul *record = kulplock(ctx, list);
+        for (int32_t i = record->nitems_kul; i-- > 0;) kupfreeentry(ctx, kuphandle(record, i));
+        kulpdestroy(ctx, list);
+    }
+    kuxhandle handle = prfctx->kupcthdl;
+    ctx->kuxrmunlock(ctx, handle);
+    ctx->kuxrmfree(ctx, handle);
+    return 0;
+}

@@ -2,8 +2,9 @@
  * lizc.h - character classes: is the first character of a text in a class?
  *
  * Each test takes a text as lizg.h says (a cursor is looked at where it stands
- * and not moved) and returns 1 or 0; 0 for an empty text and for an unknown
- * representation outside single-byte languages.
+ * and not moved) and returns 1 or 0; 0 for the length 0 and, outside single-byte
+ * languages, for an unknown representation. A NUL at the start is looked at as
+ * the control character that it is.
  */
 #ifndef LIZC_H
 #define LIZC_H

@@ -36,8 +36,8 @@ KU_API uint32_t lizmllen(const kulang *lh, kulocglo *glo, const void *str, uint3
  * representations are the same or one is unknown. Single-byte languages: `olen`.
  * At most UINT32_MAX. Case mapping can need more.
  */
-KU_API uint32_t lizm2(const kulang *lh, kulocglo *glo, const void *str, uint32_t olen,
-                      int32_t orep, int32_t nrep, uint32_t *length);
+KU_API uint32_t lizm2(const kulang *lh, kulocglo *glo, const void *str, uint32_t olen, int32_t orep,
+                      int32_t nrep, uint32_t *length);
 
 /* Writes a NUL (wide targets: a 0 unit) behind `written` bytes of a target of
  * `tsize` bytes; LIZ_END when it does not fit. Multibyte and cursor targets of

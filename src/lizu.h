@@ -24,7 +24,7 @@ typedef int32_t (*lizusupply)(void *client, void **buffer, uint32_t *length);
  * character that no whole target buffer holds. A source buffer holds whole
  * characters and begins unshifted: one that is cut at a buffer's end ends the
  * copy. Words of option 1 begin anew with every piece.
- * Returns LIZ_OK; 1 when a copy failed.
+ * Returns LIZ_OK; a full target is no failure.
  */
 KU_API uint32_t lizucopy(const kulang *lh, kulocglo *glo, lizusupply tnextbuf, void *tctxp,
                          int32_t trep, lizusupply snextbuf, void *sctxp, int32_t srep,

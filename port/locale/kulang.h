@@ -36,19 +36,19 @@ struct kucharset; /* the operations of one character set, private to the locale 
 
 /* Language handle. */
 typedef struct kulang {
-    uint32_t flags_kulang;           /* KULANG_SINGLEBYTE, KULANG_TABLEMAPPED */
-    uint32_t shiftsensitive_kulang;  /* 1: characters depend on a shift state; 0: not */
-    uint8_t shiftout_kulang;         /* byte that begins a shifted run; 0 when not shift-sensitive */
-    uint8_t shiftin_kulang;          /* byte that ends a shifted run; 0 when not shift-sensitive */
-    uint8_t shiftedwidth_kulang;     /* bytes of a character inside a shifted run */
-    uint8_t maxwidth_kulang;         /* most bytes of one character, shift bytes not counted */
-    uint32_t expansion_kulang;       /* most times a text can grow in bytes by case mapping */
-    const uint16_t *classes_kulang;  /* 256 class words, indexed by byte (single-byte sets: the
-                                        character; others: of the ASCII bytes, with KULANG_TRAIL
-                                        of every lead byte) */
-    const uint8_t *upper_kulang;     /* 256 bytes: upper case; ASCII only in multibyte sets */
-    const uint8_t *lower_kulang;     /* 256 bytes: lower case; ASCII only in multibyte sets */
-    const uint8_t *fold_kulang;      /* 256 bytes: case folding; ASCII only in multibyte sets */
+    uint32_t flags_kulang;          /* KULANG_SINGLEBYTE, KULANG_TABLEMAPPED */
+    uint32_t shiftsensitive_kulang; /* 1: characters depend on a shift state; 0: not */
+    uint8_t shiftout_kulang;        /* byte that begins a shifted run; 0 when not shift-sensitive */
+    uint8_t shiftin_kulang;         /* byte that ends a shifted run; 0 when not shift-sensitive */
+    uint8_t shiftedwidth_kulang;    /* bytes of a character inside a shifted run */
+    uint8_t maxwidth_kulang;        /* most bytes of one character, shift bytes not counted */
+    uint32_t expansion_kulang;      /* most times a text can grow in bytes by case mapping */
+    const uint16_t *classes_kulang; /* 256 class words, indexed by byte (single-byte sets: the
+                                        character; others: of the bytes that are characters by
+                                        themselves, with KULANG_TRAIL of every lead byte) */
+    const uint8_t *upper_kulang;    /* 256 bytes: upper case; ASCII only in multibyte sets */
+    const uint8_t *lower_kulang;    /* 256 bytes: lower case; ASCII only in multibyte sets */
+    const uint8_t *fold_kulang;     /* 256 bytes: case folding; ASCII only in multibyte sets */
     const struct kucharset *charset_kulang; /* operations of the character set */
 } kulang;
 
@@ -65,10 +65,10 @@ typedef struct kulocglo {
 typedef struct kucursor {
     unsigned char *start_kucursor;    /* first byte of the text */
     unsigned char *position_kucursor; /* the current character's first byte */
-    size_t size_kucursor;             /* bytes from start that belong to the text; SIZE_MAX: no limit */
-    const kulang *lang_kucursor;      /* the text's language; borrowed */
-    uint8_t mode_kucursor;            /* 0 reading, 1 writing */
-    uint8_t shifted_kucursor;         /* 1 while inside a shifted run */
+    size_t size_kucursor;        /* bytes from start that belong to the text; SIZE_MAX: no limit */
+    const kulang *lang_kucursor; /* the text's language; borrowed */
+    uint8_t mode_kucursor;       /* 0 reading, 1 writing */
+    uint8_t shifted_kucursor;    /* 1 while inside a shifted run */
 } kucursor;
 
 #endif

@@ -6,9 +6,21 @@
 // UTF-8; Shift_JIS and EUC-JP; ASCII with SO/SI-shifted KS C 5601 pairs.
 //
 // A wide value is the byte (single-byte sets), the code point (UTF-8), or
-// lead x 256 + trail. A byte that cannot begin or continue a character is one
+// lead x 256 + trail (EUC-JP's three-byte characters: the three bytes, the first
+// one highest). A byte that cannot begin or continue a character is one
 // character, KULANG_RAWBYTE + byte. No scan runs past its limit, none loops.
 // Tables are built once, thread-safely, and never change; nothing allocates.
+//
+// A character that is cut off. By a NUL: the text really ends there, each byte
+// left over is a raw-byte character. By the size of a cursor or the limit of a
+// scan: more bytes may follow, so the text ends before that character; cursors
+// answer there as at any end. By the length of a whole text (lower_copy,
+// compare_text and their like): nothing follows, raw-byte characters again.
+//
+// In a shift-sensitive set only pairs of bytes 0x21 to 0x7E are characters in a
+// shifted run; any other byte there (a newline, a blank, half a pair) is raw.
+// Shift bytes are never characters; two in a row, or one that changes nothing,
+// are passed over like any other.
 #ifndef PORT_LOCALE_LOCALE_H
 #define PORT_LOCALE_LOCALE_H
 
@@ -17,7 +29,8 @@
 
 #include "kulang.h"
 
-namespace ku::locale {
+namespace ku::locale
+{
 
 // ---- start ----
 
@@ -39,7 +52,10 @@ kulang *fill_current(kulang *storage, kulocglo *area);
 kulang *fill_named(kulang *storage, kulocglo *area, const char *name);
 
 inline bool single_byte(const kulang &lang) { return (lang.flags_kulang & KULANG_SINGLEBYTE) != 0; }
-inline bool table_mapped(const kulang &lang) { return (lang.flags_kulang & KULANG_TABLEMAPPED) != 0; }
+inline bool table_mapped(const kulang &lang)
+{
+    return (lang.flags_kulang & KULANG_TABLEMAPPED) != 0;
+}
 
 // ---- cursors ----
 
@@ -52,27 +68,31 @@ void open(kucursor *cursor, void *bytes, std::uint32_t size, const kulang *lang,
 void open_exact(kucursor *cursor, void *bytes, std::size_t size, const kulang *lang,
                 cursor_mode mode);
 
-unsigned char current(const kucursor &cursor); // current byte; 0 at the end, a NUL or past the size
-bool past_size(const kucursor &cursor);        // all `size` bytes have been passed
-std::size_t offset(const kucursor &cursor);    // bytes from start to the position, shift bytes included
-bool is_single(const kucursor &cursor);        // the current character is one byte, not shifted
-std::uint32_t width(const kucursor &cursor);   // bytes of the current character, shift bytes not counted
-std::uint32_t wide(const kucursor &cursor);    // wide value of the current character; 0 at the end
-void step(kucursor &cursor);                   // to the next character; nothing at the end
+inline unsigned char current(const kucursor &cursor); // current byte; 0 at the end
+inline bool past_size(const kucursor &cursor);        // no whole character is left before the size
+std::size_t
+offset(const kucursor &cursor);         // bytes from start to the position, shift bytes included
+bool is_single(const kucursor &cursor); // the current byte, not shifted, is the wide value
+std::uint32_t width(const kucursor &cursor); // bytes of the current character without shift bytes;
+                                             // 0 at the end
+std::uint32_t wide(const kucursor &cursor);  // wide value of the current character; 0 at the end
+inline void step(kucursor &cursor);          // to the next character; nothing at the end
 
 // Reads the current character and steps: its wide value, 0 at the end. What
 // scanning loops call; an ASCII byte costs a table look-up.
-std::uint32_t next(kucursor &cursor);
+inline std::uint32_t next(kucursor &cursor);
 
-// The character `ahead` places after the current one is the single byte `character`.
-bool is_ahead(const kucursor &cursor, std::uint32_t ahead, unsigned char character);
+// The character `ahead` places after the current one is the single byte `character`;
+// 0 asks whether the text ends there or before.
+inline bool is_ahead(const kucursor &cursor, std::uint32_t ahead, unsigned char character);
 
 // ---- writing at a cursor: `room` is what is left of the target in bytes ----
 
 // Writes one wide value, with the shift byte it needs first (counted), and steps
 // past it. In a shift-sensitive set one byte of `room` stays free while shifted,
 // for the closing byte. Returns the bytes written; 0 when it does not fit or the
-// value has no character, with nothing written.
+// value has no character (0 has none), with nothing written. A raw byte goes out
+// in the shift state in which it is raw.
 std::uint32_t put(kucursor &target, std::uint32_t value, std::size_t room);
 
 // Copies the source's current character, whole, and steps both. Bytes written, 0 on failure.
@@ -92,7 +112,8 @@ struct extent {
 };
 extent measure(const kulang &lang, const void *bytes, std::size_t limit);
 
-// Byte offset at which character `index` begins in `limit` bytes; of the end when there are fewer.
+// Byte offset at which character `index` begins in `limit` bytes, shift bytes before it
+// passed; of the end when there are fewer.
 std::size_t offset_of(const kulang &lang, const void *bytes, std::size_t limit, std::size_t index);
 
 // ---- bytes in bulk; texts of n bytes, embedded NULs are ordinary bytes ----
@@ -115,7 +136,8 @@ std::size_t lower_copy(const kulang &lang, void *target, std::size_t room, const
 std::size_t upper_copy(const kulang &lang, void *target, std::size_t room, const void *source,
                        std::size_t n);
 
-// Order by character value, or without case; a proper prefix comes first. Below, at or above 0.
+// Order by character value, or by the values without case (upper case of lower
+// case, but dotted I and dotless i stay themselves; byte sets: their folding table); a proper prefix comes first. Below, at or above 0.
 int compare_text(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn);
 int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const void *b,
                         std::size_t bn);
@@ -149,8 +171,82 @@ inline std::uint16_t byte_classes(const kulang &lang, unsigned char byte)
 }
 
 // Class word of the current character.
+inline std::uint16_t classes(const kucursor &cursor);
+
+// ---- what the inline operations stand on ----
+
+namespace slow
+{ // the same for any byte
+unsigned char current(const kucursor &cursor);
+bool past_size(const kucursor &cursor);
+void step(kucursor &cursor);
+std::uint32_t next(kucursor &cursor);
+bool is_ahead(const kucursor &cursor, std::uint32_t ahead, unsigned char character);
 std::uint16_t classes(const kucursor &cursor);
+} // namespace slow
+
+// The byte `ahead` bytes on lies in the text and is a character by itself,
+// with no shift byte to be minded before or after it.
+inline bool plain(const kucursor &cursor, std::size_t ahead = 0);
 
 } // namespace ku::locale
+
+struct kucharset {
+    std::uint8_t plain_kucharset[256]; // 1: the byte is a character by itself; never the NUL, and
+                                       // none in a shift-sensitive set
+    std::uint16_t classes_kucharset[256];
+    std::uint8_t upper_kucharset[256];
+    std::uint8_t lower_kucharset[256];
+    std::uint8_t fold_kucharset[256];
+    std::uint8_t kind_kucharset;      // decoding, see charset_internal.h
+    std::uint8_t maxwidth_kucharset;  // bytes
+    std::uint8_t expansion_kucharset; // times
+    bool shifted_kucharset;           // shift-sensitive
+};
+
+inline bool ku::locale::plain(const kucursor &cursor, std::size_t ahead)
+{
+    const auto passed = static_cast<std::size_t>(cursor.position_kucursor - cursor.start_kucursor);
+    return cursor.size_kucursor - passed > ahead
+           && cursor.lang_kucursor->charset_kulang->plain_kucharset[cursor.position_kucursor[ahead]]
+                  != 0;
+}
+
+inline unsigned char ku::locale::current(const kucursor &cursor)
+{
+    return plain(cursor) ? *cursor.position_kucursor : slow::current(cursor);
+}
+
+inline bool ku::locale::past_size(const kucursor &cursor)
+{
+    return !plain(cursor) && slow::past_size(cursor);
+}
+
+inline void ku::locale::step(kucursor &cursor)
+{
+    if (plain(cursor))
+        ++cursor.position_kucursor;
+    else
+        slow::step(cursor);
+}
+
+inline std::uint32_t ku::locale::next(kucursor &cursor)
+{
+    return plain(cursor) ? *cursor.position_kucursor++ : slow::next(cursor);
+}
+
+inline bool ku::locale::is_ahead(const kucursor &cursor, std::uint32_t ahead,
+                                 unsigned char character)
+{
+    if (ahead == 1 && plain(cursor) && plain(cursor, 1))
+        return cursor.position_kucursor[1] == character;
+    return slow::is_ahead(cursor, ahead, character);
+}
+
+inline std::uint16_t ku::locale::classes(const kucursor &cursor)
+{
+    if (!plain(cursor)) return slow::classes(cursor);
+    return cursor.lang_kucursor->classes_kulang[*cursor.position_kucursor];
+}
 
 #endif

@@ -288,7 +288,7 @@ std::size_t map_shifted(const kulang &lang, byte *to, std::size_t room, const by
     if (n > room) n = room;
     if (n != 0) std::memcpy(to, from, n);
     shifted_reader source = {from, n};
-    for (character now; source.next(&now);) {
+    for (character now = {}; source.next(&now);) {
         if (now.value == 0 || is_raw(now.value)) continue;
         encode(*lang.charset_kulang, Case::wide(lang, now.value),
                to + (source.at - from) - now.width);
@@ -348,7 +348,7 @@ template <typename Order, typename Reader>
 int compare_readers(const kulang &lang, Reader first, Reader second)
 {
     for (;;) {
-        character a, b;
+        character a = {}, b = {};
         const bool more_a = first.next(&a), more_b = second.next(&b);
         if (!more_a || !more_b) return more_a == more_b ? 0 : sign(!more_a);
         if (a.value == b.value) continue;
@@ -409,7 +409,7 @@ ending ending_of(const byte *text, std::size_t n)
     shifted_reader whole_text = {text, n};
     bool pair = false;
     const byte *last = text;
-    for (character now; whole_text.next(&now);) {
+    for (character now = {}; whole_text.next(&now);) {
         pair = now.width == 2;
         last = whole_text.at;
     }
@@ -459,7 +459,7 @@ bool stands_alone(const kulang &lang, const void *bytes, std::size_t n, bool shi
     if (lang.shiftsensitive_kulang == 0 || n == 0) return true;
     if (shifted && !is_shift(*bytes_of(bytes))) return false;
     shifted_reader text = {bytes_of(bytes), n};
-    for (character now; text.next(&now);) {
+    for (character now = {}; text.next(&now);) {
     }
     return !text.shifted;
 }

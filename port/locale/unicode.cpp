@@ -259,10 +259,11 @@ public:
     traits operator()(std::uint32_t key) const
     {
         const std::uint32_t value = value_of_key(key);
-        byte bytes[4];
+        byte bytes[4] = {};
         const std::uint32_t width = encode(set_, value, bytes);
         if (width == 0 || value < 0x80) return no_traits;
-        const std::uint32_t code = with_.code(seen(bytes, width), width);
+        for (byte &b : bytes) b |= about_.high;
+        const std::uint32_t code = with_.code(bytes, width);
         if (code < 0x80) return no_traits;
         const traits &known = unicode_traits(code);
         traits found = {};
@@ -274,19 +275,13 @@ public:
     }
 
 private:
-    byte *seen(byte *bytes, std::uint32_t width) const
-    {
-        for (std::uint32_t i = 0; i < width; i++) bytes[i] |= about_.high;
-        return bytes;
-    }
-
     std::uint32_t mapped(std::uint32_t value, std::uint32_t width, std::uint32_t to,
                          std::uint32_t from) const
     {
         if (to == from) return 0;
-        byte bytes[4];
+        byte bytes[4] = {};
         if (with_.bytes(to, bytes) != width) return 0;
-        for (std::uint32_t i = 0; i < width; i++) bytes[i] &= static_cast<byte>(~about_.high);
+        for (byte &b : bytes) b &= static_cast<byte>(~about_.high);
         const character there = decode(about_.kind, bytes, width, about_.high != 0);
         return there.width == width && !is_raw(there.value) ? there.value - value : 0;
     }

@@ -103,7 +103,7 @@ const system_calls *replace_calls(const system_calls *table)
 {
     const system_calls *before = &calls();
     replacement = table;
-    return before == &system_table ? nullptr : before;
+    return before;
 }
 
 // Makes a call until no signal interrupts it.
@@ -520,6 +520,14 @@ namespace
 
 enum class placing { refused, in_place, beside };
 
+// Whether a failure says that the file system does not allow it, so that the file must be
+// written in place, and not that something went wrong.
+bool disallowed(int error)
+{
+    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG
+           || error == EINVAL || error == EOPNOTSUPP;
+}
+
 // Decides how `name` can be replaced, and finds the file behind it: its name
 // into `target` (path::room bytes), its status into *old, st_nlink 0 when there
 // is none yet.
@@ -539,7 +547,8 @@ placing survey(const char *name, char *target, struct stat *old)
     }
     if (!S_ISREG(old->st_mode) || old->st_nlink > 1) return placing::in_place;
     if (calls().access(name, W_OK) < 0) return placing::refused;
-    return calls().resolve(name, target) == 0 ? placing::beside : placing::in_place;
+    if (calls().resolve(name, target) == 0) return placing::beside;
+    return disallowed(errno) ? placing::in_place : placing::refused;
 }
 
 // Creates the new file beside the target.
@@ -565,12 +574,6 @@ bool take_after(int descriptor, const struct stat &old)
         && calls().fchown(descriptor, old.st_uid, old.st_gid) < 0)
         return false;
     return calls().fchmod(descriptor, old.st_mode & permission_bits) == 0;
-}
-
-// Whether a failure to create a file says that the directory takes none.
-bool takes_no_files(int error)
-{
-    return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG;
 }
 
 kufile *open_in_place(const kulang *lang, const char *name)
@@ -603,20 +606,20 @@ kufile *open_replacing(const kulang *lang, const char *name)
     std::memcpy(file->beside, target, size);
 
     const bool exists = old.st_nlink != 0;
-    if (!create_beside(file, exists ? private_permissions : created_permissions)) {
-        const bool elsewhere = takes_no_files(errno);
-        forget(file);
-        return elsewhere ? open_in_place(lang, name) : nullptr;
-    }
-    if (!exists || take_after(file->descriptor, old)) return file;
+    const bool created = create_beside(file, exists ? private_permissions : created_permissions);
+    if (created && (!exists || take_after(file->descriptor, old))) return file;
+    const bool elsewhere = disallowed(errno);
+    if (!created) file->beside = nullptr;
     discard(file);
-    return open_in_place(lang, name);
+    return elsewhere ? open_in_place(lang, name) : nullptr;
 }
 
 void discard(kufile *file)
 {
     if (file == nullptr) return;
+    const int error = errno;
     if (file->beside != nullptr) calls().unlink(file->beside);
+    errno = error;
     forget(file);
 }
 

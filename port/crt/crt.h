@@ -54,7 +54,7 @@ struct system_calls {
 const system_calls &calls();
 
 // Puts another table in force on the calling thread (null: the system's own) and
-// returns the one before. The table is borrowed until it is replaced.
+// returns the one before, never null. The table is borrowed until it is replaced.
 const system_calls *replace_calls(const system_calls *table);
 
 // ---- names ----

@@ -32,16 +32,17 @@ extern "C" {
 #define KUCL_ADDED 0x2000u      /* set by the parser: a definition that it added */
 
 /* Error codes, kuclecod. */
-#define KUCLE_TOOMANY 1u   /* more positional values than definitions */
-#define KUCLE_REPEATED 2u  /* an argument was given twice; its first values stay */
-#define KUCLE_UNKNOWN 3u   /* a keyword that was not declared */
-#define KUCLE_POSITION 4u  /* a positional value after a keyword, or in a command file */
-#define KUCLE_BADVALUE 5u  /* a value not allowed, no integer or out of range; the values are attached */
-#define KUCLE_SYNTAX 6u    /* a malformed value list */
-#define KUCLE_NOTLIST 7u   /* several values for an argument without KUCL_LIST */
-#define KUCLE_CMDFILE 8u   /* the command file cannot be opened */
-#define KUCLE_NOMEM 9u     /* memory exhausted */
-#define KUCLE_HELP 50u     /* help was asked for: a value `?` or `-?` */
+#define KUCLE_TOOMANY 1u  /* more positional values than definitions */
+#define KUCLE_REPEATED 2u /* an argument was given twice; its first values stay */
+#define KUCLE_UNKNOWN 3u  /* a keyword that was not declared */
+#define KUCLE_POSITION 4u /* a positional value after a keyword, or in a command file */
+#define KUCLE_BADVALUE                                                                             \
+    5u /* a value not allowed, no integer or out of range; the values are attached */
+#define KUCLE_SYNTAX 6u  /* a malformed value list */
+#define KUCLE_NOTLIST 7u /* several values for an argument without KUCL_LIST */
+#define KUCLE_CMDFILE 8u /* the command file cannot be opened */
+#define KUCLE_NOMEM 9u   /* memory exhausted */
+#define KUCLE_HELP 50u   /* help was asked for: a value `?` or `-?` */
 
 /* Where an error was found, kucleflg. */
 #define KUCLE_INLINE 1u /* in the command line */

@@ -15,7 +15,8 @@
 extern "C" {
 #endif
 
-#define KUKAA_NOCONCAT KU_CODE('k', 'u', 'k', 'a', 'a', 8) /* kukeconcat: an object is null, or no
+#define KUKAA_NOCONCAT                                                                             \
+    KU_CODE('k', 'u', 'k', 'a', 'a', 8)                    /* kukeconcat: an object is null, or no
                                                              memory for the tokens */
 #define KUKAA_MODES KU_CODE('k', 'u', 'k', 'a', 'a', 10)   /* kukeconcat: the modes differ */
 #define KUKAA_WEIGHTS KU_CODE('k', 'u', 'k', 'a', 'a', 11) /* kukeconcat: the weights differ */

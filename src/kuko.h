@@ -22,7 +22,8 @@ extern "C" {
 
 struct kukn; /* token record, kukp.h */
 
-#define KUKAA_NOTEXT KU_CODE('k', 'u', 'k', 'a', 'a', 7) /* no memory for a new text; returned only */
+#define KUKAA_NOTEXT                                                                               \
+    KU_CODE('k', 'u', 'k', 'a', 'a', 7) /* no memory for a new text; returned only */
 
 /* Which of its two bounding tokens belong to a range. Any other value counts as KUKO_BOTH. */
 #define KUKO_NEITHER 0u

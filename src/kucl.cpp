@@ -1,0 +1,840 @@
+// kucl.cpp - command lines: a vector or text of arguments becomes values of definitions
+//
+//     argv      tool  level=3  names=(a,b)
+//     text        level='3'  names=(a,b)            kuclmoc
+//     tokens    level = '3'  names = ( a , b )      the lexer
+//     values    level: 3     names: a, b            kuclpts
+//
+// The token state machine collects values from tokens that stand side by side,
+// assigns them to the definition that a keyword names or whose turn it is by
+// position, and checks them there. When the line is done, a command file that
+// one of the arguments may name goes through the same machine, with positional
+// values refused; then absent arguments get their defaults.
+//
+// A command file is read line by line, each line analysed from the lexer state
+// that the one before left, and the pieces joined and merged into one token
+// object. They are joined in twos, fours, eights ..., so that a file of n lines
+// costs n log n copies of its tokens and not n times n.
+//
+// The first error ends a parse. Whatever is pushed underneath goes to a level of
+// the error stack of its own, which is dropped.
+#include "kucl.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "kuguard.h"
+#include "kuka.h"
+#include "kuke.h"
+#include "kuko.h"
+#include "kul.h"
+#include "port/locale/locale.h"
+#include "skub.h"
+
+namespace
+{
+
+namespace locale = ku::locale;
+
+constexpr std::uint32_t kucl_backslash = 413;   // token type of the character that is our own
+constexpr std::uint32_t kucl_linesize = 1024;   // bytes of a line buffer, with its NUL
+constexpr std::size_t kucl_keywordmax = 255;    // bytes of a keyword that take part
+constexpr std::int32_t kucl_noposition = -1;    // positional values are not accepted any more
+constexpr std::int32_t kucl_integerdigits = 10; // most digits of a 32-bit integer, zeros left out
+
+// ---- errors ----
+
+// What is returned when there is no memory for a record. Never written.
+const kucle kuclnomem{nullptr, KUCLE_NOMEM, KUCLE_INLINE};
+
+kucle *kuclecreate(kux *ctx, kucla *argument, std::uint32_t code)
+{
+    auto *error = ku::allocate<kucle>(ctx);
+    if (error == nullptr) return const_cast<kucle *>(&kuclnomem);
+    error->kuclearg = argument;
+    error->kuclecod = code;
+    error->kucleflg = KUCLE_INLINE;
+    return error;
+}
+
+// ---- characters ----
+
+// Bytes of what stands at `at`, never cut: a character, or in a shift-sensitive
+// language a whole shifted run with its shift bytes.
+std::size_t kuclwidth(const kulang &lang, const unsigned char *at, const unsigned char *end)
+{
+    const auto left = static_cast<std::size_t>(end - at);
+    if (lang.shiftsensitive_kulang != 0 && *at == lang.shiftout_kulang) {
+        const void *closing = std::memchr(at, lang.shiftin_kulang, left);
+        if (closing == nullptr) return left;
+        return static_cast<std::size_t>(static_cast<const unsigned char *>(closing) - at) + 1;
+    }
+    if (locale::single_byte(lang) || *at < 0x80) return 1;
+    const std::size_t width =
+        locale::offset_of(lang, at, left, 1); // of the second character, or of the end
+    return width > 0 ? width : 1;
+}
+
+bool kuclisspace(const kulang &lang, const unsigned char *at, const unsigned char *end)
+{
+    if (locale::single_byte(lang) || *at < 0x80)
+        return (locale::byte_classes(lang, *at) & KULANG_SPACE) != 0;
+    kucursor cursor;
+    locale::open_exact(&cursor, const_cast<unsigned char *>(at), static_cast<std::size_t>(end - at),
+                       &lang, locale::cursor_mode::read);
+    return (locale::classes(cursor) & KULANG_SPACE) != 0;
+}
+
+bool kuclisquote(unsigned char byte) { return byte == '\'' || byte == '"'; }
+
+// ---- vector to text ----
+
+// One argument on its way into the text.
+struct kuclcopy {
+    const kulang &lang;
+    bool file; // values end where a word or their closing character ends
+    const unsigned char *at;
+    const unsigned char *end;
+    unsigned char *to;
+};
+
+void kuclupto(kuclcopy &copy, const unsigned char *stop)
+{
+    const auto length = static_cast<std::size_t>(stop - copy.at);
+    std::memcpy(copy.to, copy.at, length);
+    copy.to += length;
+    copy.at = stop;
+}
+
+void kuclstep(kuclcopy &copy) { kuclupto(copy, copy.at + kuclwidth(copy.lang, copy.at, copy.end)); }
+
+// A value after its opening character: to the end of the argument, or in a file
+// to its closing character.
+void kucldelimited(kuclcopy &copy)
+{
+    const unsigned char closing = *copy.at == '(' ? ')' : *copy.at;
+    kuclstep(copy);
+    if (!copy.file) kuclupto(copy, copy.end);
+    while (copy.at < copy.end) {
+        const bool closed = *copy.at == closing;
+        kuclstep(copy);
+        if (closed) return;
+    }
+}
+
+// A value that gets quotes: to the end of the argument, or in a file to white space.
+void kuclplain(kuclcopy &copy)
+{
+    *copy.to++ = '\'';
+    if (!copy.file) kuclupto(copy, copy.end);
+    while (copy.at < copy.end && !kuclisspace(copy.lang, copy.at, copy.end)) kuclstep(copy);
+    *copy.to++ = '\'';
+}
+
+// The `=` that ends the keyword of the item here, outside quotes; null: none.
+const unsigned char *kuclequals(const kuclcopy &copy)
+{
+    if (*copy.at == '(') return nullptr;
+    unsigned char quote = 0;
+    const unsigned char *at = copy.at;
+    while (at < copy.end && (quote != 0 || *at != '=')) {
+        if (quote == 0 && kuclisquote(*at))
+            quote = *at;
+        else if (*at == quote)
+            quote = 0;
+        at += kuclwidth(copy.lang, at, copy.end);
+    }
+    return at < copy.end ? at : nullptr;
+}
+
+void kuclitem(kuclcopy &copy)
+{
+    if (const unsigned char *equals = kuclequals(copy)) {
+        kuclupto(copy, equals + 1);
+    } else if (kuclisspace(copy.lang, copy.at, copy.end)) {
+        while (copy.at < copy.end && kuclisspace(copy.lang, copy.at, copy.end)) kuclstep(copy);
+        return;
+    }
+    const bool delimited = copy.at < copy.end && (kuclisquote(*copy.at) || *copy.at == '(');
+    if (delimited)
+        kucldelimited(copy);
+    else
+        kuclplain(copy);
+}
+
+std::uint64_t kuclroom(const kulang &lang, const unsigned char *argument, std::size_t length)
+{
+    const unsigned char *end = argument + length;
+    std::uint64_t spaces = 0;
+    for (const unsigned char *at = argument; at < end; at += kuclwidth(lang, at, end))
+        spaces += kuclisspace(lang, at, end);
+    return length + std::uint64_t{4} * lang.maxwidth_kulang * (1 + spaces);
+}
+
+// The text of a vector. Each argument's room holds two spaces before it, two
+// quotes for each value in it, and its share of the NUL.
+char *kuclmoc(kux *ctx, std::int32_t argc, char *const *argv, bool file)
+{
+    const kulang &lang = *ctx->kuxlangidh;
+    std::uint64_t size = 1;
+    for (std::int32_t i = 1; i < argc; i++)
+        size +=
+            kuclroom(lang, reinterpret_cast<const unsigned char *>(argv[i]), std::strlen(argv[i]));
+    auto *text = static_cast<unsigned char *>(ku::allocate(ctx, size, 1));
+    if (text == nullptr) return nullptr;
+
+    unsigned char *to = text;
+    for (std::int32_t i = 1; i < argc; i++) {
+        if (i > 1) *to++ = ' ';
+        *to++ = ' ';
+        const auto *argument = reinterpret_cast<const unsigned char *>(argv[i]);
+        kuclcopy copy{lang, file, argument, argument + std::strlen(argv[i]), to};
+        while (copy.at < copy.end) kuclitem(copy);
+        to = copy.to;
+    }
+    *to = '\0';
+    return reinterpret_cast<char *>(text);
+}
+
+// ---- the parser's state ----
+
+struct kucls {
+    const char *kuclslin;          // the text being parsed
+    void *kuclsinp;                // the definitions
+    std::int32_t kuclsnit;         // how many of them take positional values
+    std::int32_t kuclsarg;         // whose turn it is by position, or kucl_noposition
+    kucle *kuclserr;               // the first error, or null
+    std::uint32_t kuclsusp;        // not 0: undeclared keywords are accepted
+    std::uint32_t kuclstat;        // state of the machine, kuclstate
+    std::int32_t kuclsntk;         // number of tokens
+    std::int32_t kuclsctk;         // index of the current token
+    std::uint32_t kuclscty;        // the current token: type
+    std::uint32_t kuclscto;        // ... offset in the text
+    std::uint32_t kuclsctl;        // ... length
+    const unsigned char *kuclsctx; // ... text
+    char *kuclskwd;                // the pending keyword, owned, or null
+    std::uint32_t kuclskwl;        // its length
+    char *kuclsval;                // the value just collected, owned, or null
+    std::uint32_t kuclsvln;        // its length
+    void *kuclslst;                // the values collected, owned, or null
+};
+
+enum kuclstate : std::uint32_t {
+    kucl_argument = 0, // an argument begins
+    kucl_keyword = 1,  // after keyword=
+    kucl_first = 2,    // in a list, before its first value
+    kucl_next = 3,     // in a list, after a comma
+};
+
+void kuclsetup(kux *ctx, kucls &parser, const char *text, void *inp, std::uint32_t userp)
+{
+    parser = {};
+    parser.kuclslin = text;
+    parser.kuclsinp = inp;
+    parser.kuclsnit = kulpnitems(ctx, inp);
+    parser.kuclsusp = userp;
+}
+
+void kuclfail(kux *ctx, kucls &parser, kucla *argument, std::uint32_t code)
+{
+    if (parser.kuclserr == nullptr) parser.kuclserr = kuclecreate(ctx, argument, code);
+}
+
+void *kuclfreevalues(kux *ctx, void *values)
+{
+    if (values == nullptr) return nullptr;
+    while (kulpnitems(ctx, values) > 0) {
+        ctx->kuxnmfree(ctx, kulplast(ctx, values));
+        kulpdelete(ctx, values, KUL_LAST);
+    }
+    return kulpdestroy(ctx, values);
+}
+
+void kuclfreetext(kux *ctx, char **text)
+{
+    if (*text != nullptr) ctx->kuxnmfree(ctx, *text);
+    *text = nullptr;
+}
+
+// Forgets keyword and values.
+void kuclforget(kux *ctx, kucls &parser)
+{
+    kuclfreetext(ctx, &parser.kuclskwd);
+    kuclfreetext(ctx, &parser.kuclsval);
+    parser.kuclslst = kuclfreevalues(ctx, parser.kuclslst);
+}
+
+char *kuclduplicate(kux *ctx, const char *text, std::size_t length)
+{
+    auto *copy = static_cast<char *>(ku::allocate(ctx, std::uint64_t{length} + 1, 1));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, text, length);
+    copy[length] = '\0';
+    return copy;
+}
+
+// Appends a text to a list of values, made when missing; the text is taken over
+// on success. False without memory.
+bool kuclappend(kux *ctx, void **values, char *text)
+{
+    if (text == nullptr) return false;
+    if (*values == nullptr) *values = kulpcreate(ctx, 0, nullptr);
+    return *values != nullptr && kulpinsert(ctx, *values, KUL_APPEND, text) == 0;
+}
+
+// ---- definitions ----
+
+bool kuclsametext(const kulang &lang, const char *a, std::size_t alength, const char *b,
+                  std::size_t blength, bool nocase)
+{
+    if (!nocase) return alength == blength && std::memcmp(a, b, alength) == 0;
+    if (!locale::single_byte(lang))
+        return locale::compare_text_nocase(lang, a, alength, b, blength) == 0;
+    return alength == blength && locale::bytes_compare_nocase(lang, a, b, alength) == 0;
+}
+
+bool kuclhaskeyword(const kulang &lang, const kucla &argument, const char *keyword,
+                    std::size_t length)
+{
+    if (keyword == nullptr || argument.kuclakwd == nullptr) return false;
+    return kuclsametext(lang, argument.kuclakwd, strnlen(argument.kuclakwd, kucl_keywordmax),
+                        keyword, length, true);
+}
+
+// The first definition with one of the flags or with the keyword; null: none.
+kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const char *keyword)
+{
+    const kulang &lang = *ctx->kuxlangidh;
+    const std::size_t length = keyword != nullptr ? strnlen(keyword, kucl_keywordmax) : 0;
+    const kul *list = kulplock(ctx, inp);
+    kucla *found = nullptr;
+    for (std::int32_t i = 0; i < list->nitems_kul && found == nullptr; i++) {
+        auto *argument = static_cast<kucla *>(list->items_kul[i]);
+        if ((argument->kuclaflg & flags) != 0 || kuclhaskeyword(lang, *argument, keyword, length))
+            found = argument;
+    }
+    kulpunlock(ctx, inp);
+    return found;
+}
+
+// The definition with the pending keyword, added when there is none; null without memory.
+kucla *kuclfas(kux *ctx, kucls &parser)
+{
+    kucla *argument = kuclgas(ctx, parser.kuclsinp, 0, parser.kuclskwd);
+    if (argument != nullptr) return argument;
+    ku::owned<kucla> added(ctx, ku::allocate<kucla>(ctx));
+    if (!added) return nullptr;
+    ku::owned<char> keyword(ctx, kuclduplicate(ctx, parser.kuclskwd, parser.kuclskwl));
+    if (!keyword || kulpinsert(ctx, parser.kuclsinp, KUL_APPEND, added.get()) != 0) return nullptr;
+    *added.get() = {};
+    added->kuclakwd = keyword.keep();
+    added->kuclaflg = KUCL_ADDED | KUCL_UNDECLARED | KUCL_LIST;
+    return added.keep();
+}
+
+// ---- values ----
+
+// An optional sign and decimal digits, within 32 bits.
+bool kuclinteger(const char *text, std::int64_t *value)
+{
+    const bool negative = *text == '-';
+    if (*text == '-' || *text == '+') text++;
+    if (*text == '\0') return false;
+    while (*text == '0') text++;
+    *value = 0;
+    std::int32_t digits = 0;
+    for (; *text >= '0' && *text <= '9' && digits <= kucl_integerdigits; text++, digits++)
+        *value = *value * 10 + (*text - '0');
+    if (negative) *value = -*value;
+    return *text == '\0' && *value >= INT32_MIN && *value <= INT32_MAX;
+}
+
+bool kuclischoice(kux *ctx, const kucla &argument, const char *value)
+{
+    if (argument.kuclalst == nullptr) return false;
+    const bool nocase = (argument.kuclaflg & KUCL_NOCASE) != 0;
+    const std::size_t length = std::strlen(value);
+    const kul *list = kulplock(ctx, argument.kuclalst);
+    bool found = false;
+    for (std::int32_t i = 0; i < list->nitems_kul && !found; i++) {
+        const auto *allowed = static_cast<const char *>(list->items_kul[i]);
+        found =
+            kuclsametext(*ctx->kuxlangidh, value, length, allowed, std::strlen(allowed), nocase);
+    }
+    kulpunlock(ctx, argument.kuclalst);
+    return found;
+}
+
+bool kuclisallowed(kux *ctx, const kucla &argument, const char *value)
+{
+    const std::uint32_t flags = argument.kuclaflg;
+    if ((flags & KUCL_CHOICE) != 0 && !kuclischoice(ctx, argument, value)) return false;
+    if ((flags & (KUCL_NUMBER | KUCL_RANGE)) == 0 || *value == '\0') return true;
+    std::int64_t integer;
+    if (!kuclinteger(value, &integer)) return false;
+    return (flags & KUCL_RANGE) == 0
+           || (argument.kuclalo <= integer && integer <= argument.kuclahi);
+}
+
+// Checks the collected values and attaches them to a definition; refused by a
+// code of its own they stay with the parser, a bad value is attached all the same.
+std::uint32_t kuclvch(kux *ctx, kucls &parser, kucla *argument)
+{
+    const std::int32_t count = kulpnitems(ctx, parser.kuclslst);
+    if (argument->kuclaval != nullptr) return KUCLE_REPEATED;
+    if (count > 1 && (argument->kuclaflg & KUCL_LIST) == 0) return KUCLE_NOTLIST;
+    argument->kuclaval = parser.kuclslst;
+    parser.kuclslst = nullptr;
+
+    std::int32_t checked = 0;
+    while (checked < count
+           && kuclisallowed(ctx, *argument,
+                            static_cast<char *>(kulpitem(ctx, argument->kuclaval, checked))))
+        checked++;
+    return checked < count ? KUCLE_BADVALUE : 0;
+}
+
+void kuclstore(kux *ctx, kucls &parser, kucla *argument)
+{
+    const std::uint32_t code = kuclvch(ctx, parser, argument);
+    if (code != 0) kuclfail(ctx, parser, argument, code);
+}
+
+void kuclbykeyword(kux *ctx, kucls &parser)
+{
+    parser.kuclsarg = kucl_noposition;
+    kucla *argument = kuclfas(ctx, parser);
+    if (argument == nullptr)
+        kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+    else if ((argument->kuclaflg & KUCL_UNDECLARED) != 0 && parser.kuclsusp == 0)
+        kuclfail(ctx, parser, argument, KUCLE_UNKNOWN);
+    else
+        kuclstore(ctx, parser, argument);
+}
+
+void kuclbyposition(kux *ctx, kucls &parser)
+{
+    if (parser.kuclsarg < 0)
+        kuclfail(ctx, parser, nullptr, KUCLE_POSITION);
+    else if (parser.kuclsarg >= parser.kuclsnit)
+        kuclfail(ctx, parser, nullptr, KUCLE_TOOMANY);
+    else
+        kuclstore(ctx, parser,
+                  static_cast<kucla *>(kulpitem(ctx, parser.kuclsinp, parser.kuclsarg++)));
+}
+
+// Assigns the collected values to the argument that they are meant for.
+void kuclpna(kux *ctx, kucls &parser)
+{
+    if (parser.kuclserr != nullptr) return;
+    if (parser.kuclskwd != nullptr)
+        kuclbykeyword(ctx, parser);
+    else
+        kuclbyposition(ctx, parser);
+    kuclforget(ctx, parser);
+}
+
+// Adds the value just collected to the values of the pending argument.
+void kuclanv(kux *ctx, kucls &parser)
+{
+    if (parser.kuclserr != nullptr) return;
+    if (std::strcmp(parser.kuclsval, "?") == 0 || std::strcmp(parser.kuclsval, "-?") == 0)
+        kuclfail(ctx, parser, nullptr, KUCLE_HELP);
+    else if (kuclappend(ctx, &parser.kuclslst, parser.kuclsval))
+        parser.kuclsval = nullptr;
+    else
+        kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+    kuclfreetext(ctx, &parser.kuclsval);
+}
+
+// ---- the token state machine ----
+
+// Keeps every token; what the lexer has no type for is a word.
+std::uint8_t kuclcbf(void *, const unsigned char *, std::uint32_t, std::uint32_t type,
+                     std::uint32_t *typep)
+{
+    if (type == KUKP_T_ERROR) *typep = KUKP_T_WORD;
+    return KUKP_A_KEEP;
+}
+
+// Reads the current token. Its text is taken from the object when it is needed.
+void kuclread(kux *ctx, kucls &parser, void *tokens)
+{
+    kukonget(ctx, tokens, parser.kuclsctk, &parser.kuclscty, &parser.kuclscto, &parser.kuclsctl,
+             nullptr);
+}
+
+// The current token begins where the one before it ends.
+bool kuclabuts(kux *ctx, const kucls &parser, void *tokens)
+{
+    return kukonwlen(ctx, tokens, parser.kuclsctk - 1) == 0;
+}
+
+// Takes the text of the tokens from `first` to before `behind` as the value,
+// without a pair of quotes around it.
+void kucltake(kux *ctx, kucls &parser, void *tokens, std::int32_t first, std::int32_t behind)
+{
+    const std::uint32_t length =
+        first < behind ? kukorlen(ctx, tokens, first, behind - 1, KUKO_BOTH) : 0;
+    auto *value = static_cast<char *>(ku::allocate(ctx, std::uint64_t{length} + 1, 1));
+    kuclfreetext(ctx, &parser.kuclsval);
+    parser.kuclsval = value;
+    parser.kuclsvln = length;
+    if (value == nullptr) {
+        kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+        return;
+    }
+    if (length > 0) kukorassemble(ctx, tokens, first, behind - 1, KUKO_BOTH, value, length);
+    const bool quoted = length >= 2 && value[0] == value[length - 1]
+                        && kuclisquote(static_cast<unsigned char>(value[0]));
+    if (quoted) {
+        parser.kuclsvln -= 2;
+        std::memmove(value, value + 1, parser.kuclsvln);
+    }
+    value[parser.kuclsvln] = '\0';
+}
+
+// Collects a value: tokens side by side up to one of two terminators, which is
+// stepped over. Returns the terminator's type, or 0 when something else ended it.
+std::uint32_t kuclact(kux *ctx, kucls &parser, void *tokens, std::uint32_t stop,
+                      std::uint32_t other)
+{
+    const std::int32_t first = parser.kuclsctk;
+    std::uint32_t terminator = 0;
+    while (terminator == 0 && parser.kuclsctk < parser.kuclsntk) {
+        kuclread(ctx, parser, tokens);
+        if (parser.kuclscty == stop || parser.kuclscty == other)
+            terminator = parser.kuclscty;
+        else if (parser.kuclsctk > first && !kuclabuts(ctx, parser, tokens))
+            break;
+        else
+            parser.kuclsctk++;
+    }
+    kucltake(ctx, parser, tokens, first, parser.kuclsctk);
+    if (terminator != 0) parser.kuclsctk++;
+    return terminator;
+}
+
+void kuclassign(kux *ctx, kucls &parser)
+{
+    kuclanv(ctx, parser);
+    kuclpna(ctx, parser);
+    parser.kuclstat = kucl_argument;
+}
+
+void kuclatargument(kux *ctx, kucls &parser, void *tokens)
+{
+    if (kuclact(ctx, parser, tokens, KUKP_T_EQ, KUKP_T_EQ) == 0) {
+        kuclassign(ctx, parser);
+        return;
+    }
+    parser.kuclskwd = parser.kuclsval;
+    parser.kuclskwl = parser.kuclsvln;
+    parser.kuclsval = nullptr;
+    parser.kuclstat = kucl_keyword;
+}
+
+void kuclatvalue(kux *ctx, kucls &parser, void *tokens)
+{
+    if (kuclabuts(ctx, parser, tokens))
+        kuclact(ctx, parser, tokens, 0, 0);
+    else
+        kucltake(ctx, parser, tokens, 0, 0);
+    kuclassign(ctx, parser);
+}
+
+void kuclatlist(kux *ctx, kucls &parser, void *tokens)
+{
+    const std::uint32_t terminator = kuclact(ctx, parser, tokens, KUKP_T_COMMA, KUKP_T_RPAREN);
+    if (terminator == 0 || parser.kuclsvln == 0)
+        kuclfail(ctx, parser, nullptr, KUCLE_SYNTAX);
+    else if (terminator == KUKP_T_RPAREN)
+        kuclassign(ctx, parser);
+    else {
+        kuclanv(ctx, parser);
+        parser.kuclstat = kucl_next;
+    }
+}
+
+// The tokens ended: a keyword gets the empty value, a list is not closed.
+void kuclatend(kux *ctx, kucls &parser, void *tokens)
+{
+    if (parser.kuclstat == kucl_keyword) {
+        kucltake(ctx, parser, tokens, 0, 0);
+        kuclassign(ctx, parser);
+    } else if (parser.kuclstat != kucl_argument) {
+        kuclfail(ctx, parser, nullptr, KUCLE_SYNTAX);
+    }
+}
+
+void kuclpts(kux *ctx, kucls &parser, void *tokens, bool file)
+{
+    parser.kuclsntk = kukosgnumtokens(ctx, tokens);
+    while (parser.kuclserr == nullptr && parser.kuclsctk < parser.kuclsntk) {
+        kuclread(ctx, parser, tokens);
+        if (parser.kuclstat == kucl_first || parser.kuclstat == kucl_next) {
+            kuclatlist(ctx, parser, tokens);
+        } else if (parser.kuclscty == KUKP_T_LPAREN) {
+            parser.kuclsctk++;
+            parser.kuclstat = kucl_first;
+        } else if (parser.kuclstat == kucl_keyword) {
+            kuclatvalue(ctx, parser, tokens);
+        } else {
+            kuclatargument(ctx, parser, tokens);
+        }
+    }
+    if (parser.kuclserr == nullptr) kuclatend(ctx, parser, tokens);
+    kuclforget(ctx, parser);
+    if (file && parser.kuclserr != nullptr && parser.kuclserr != &kuclnomem)
+        parser.kuclserr->kucleflg = KUCLE_INFILE;
+}
+
+// ---- text to tokens ----
+
+// The extra token of command lines, in the list that the lexer wants.
+class kuclextras : ku::unique
+{
+public:
+    explicit kuclextras(kux *ctx) : ctx_(ctx), list_(kulpcreate(ctx, 1, items_)) {}
+    ~kuclextras() { kulpdestroy(ctx_, list_); }
+    void *list() const { return list_; }
+
+private:
+    static constexpr unsigned char backslash_[] = {'\\'};
+    kux *ctx_;
+    kukat token_{backslash_, sizeof backslash_, kucl_backslash};
+    void *items_[1] = {&token_};
+    void *list_;
+};
+
+void *kuclsplit(kux *ctx, const char *text, void *extras, kucls &parser, std::int32_t state)
+{
+    kuka attributes{};
+    attributes.mask_kuka = KUKA_TEXT | KUKA_WEIGHT | KUKA_MODE | KUKA_CALLBACK | KUKA_CONTEXT
+                           | KUKA_STATE | KUKA_SERVER;
+    attributes.origtxp_kuka = text;
+    attributes.weight_kuka = 0;
+    attributes.mode_kuka = KUKP_M_WORDS;
+    attributes.cfunp_kuka = kuclcbf;
+    attributes.cctxp_kuka = &parser;
+    attributes.state_kuka = state;
+    attributes.ctoklist_kuka = extras;
+    attributes.srvrtype_kuka = KUKA_SERVER_NONE;
+    return kukacreate(ctx, &attributes);
+}
+
+// Pieces of one text on their way to becoming one token object: slot n holds
+// null or the join of 2 to the n pieces, the longer joins being the earlier text.
+class kuclpieces : ku::unique
+{
+public:
+    explicit kuclpieces(kux *ctx) : ctx_(ctx) {}
+    ~kuclpieces()
+    {
+        for (void *joined : joined_) kukpdestroy(ctx_, joined);
+    }
+
+    // Takes a piece over; false without memory, or when there is no piece.
+    bool add(void *piece)
+    {
+        std::size_t slot = 0;
+        for (; piece != nullptr && joined_[slot] != nullptr; slot++) {
+            piece = join(joined_[slot], piece);
+            joined_[slot] = nullptr;
+        }
+        if (piece != nullptr) joined_[slot] = piece;
+        return piece != nullptr;
+    }
+
+    // All pieces as one object, the caller's; null when there are none or without memory.
+    void *whole()
+    {
+        void *piece = nullptr;
+        for (void *&joined : joined_) {
+            if (joined == nullptr) continue;
+            piece = piece != nullptr ? join(joined, piece) : joined;
+            joined = nullptr;
+            if (piece == nullptr) return nullptr;
+        }
+        return piece;
+    }
+
+private:
+    void *join(void *first, void *second)
+    {
+        void *both = kukeconcat(ctx_, first, second, 0);
+        kukpdestroy(ctx_, first);
+        kukpdestroy(ctx_, second);
+        return both;
+    }
+
+    static constexpr std::size_t slots_ = 40; // more than memory has room for
+    kux *ctx_;
+    std::array<void *, slots_> joined_{};
+};
+
+// ---- the command file ----
+
+class kuclstream : ku::unique
+{
+public:
+    kuclstream(kux *ctx, const char *name) : ctx_(ctx)
+    {
+        const skuba existing{SKUBA_MODE, 0, 0, 0};
+        stream_ = skubcreate(ctx, name, &existing);
+    }
+    ~kuclstream() { skubdestroy(ctx_, stream_); }
+    void *handle() const { return stream_; }
+
+private:
+    kux *ctx_;
+    void *stream_;
+};
+
+// The line with its values quoted, and a space; null without memory.
+char *kuclquoteline(kux *ctx, char *line)
+{
+    line[std::strcspn(line, "\n")] = '\0';
+    char *const vector[] = {nullptr, line};
+    char *text = kuclmoc(ctx, 2, vector, true);
+    if (text == nullptr) return nullptr;
+    const std::size_t length = std::strlen(text);
+    text[length] = ' '; // within the room that kuclmoc makes for an argument
+    text[length + 1] = '\0';
+    return text;
+}
+
+// One line as a token object, analysed from `state`; null without memory.
+void *kuclsplitline(kux *ctx, char *line, void *extras, kucls &parser, bool quote,
+                    std::int32_t state)
+{
+    if (!quote) return kuclsplit(ctx, line, extras, parser, state);
+    const ku::owned<char> quoted(ctx, kuclquoteline(ctx, line));
+    return quoted ? kuclsplit(ctx, quoted.get(), extras, parser, state) : nullptr;
+}
+
+void kuclparsefile(kux *ctx, kucls &parser, void *extras, void *stream, bool quote)
+{
+    kuclpieces pieces(ctx);
+    char line[kucl_linesize];
+    std::int32_t state = KUKP_S_COMPLETE;
+    bool any = false;
+    while (skubsget(ctx, stream, line, sizeof line) == 0) {
+        void *piece = kuclsplitline(ctx, line, extras, parser, quote, state);
+        state = kukosgstate(ctx, piece);
+        any = true;
+        if (!pieces.add(piece)) return kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+    }
+    if (!any) return;
+    void *tokens = pieces.whole();
+    if (tokens == nullptr || kukemerge(ctx, tokens) != 0)
+        kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+    else
+        kuclpts(ctx, parser, tokens, true);
+    kukpdestroy(ctx, tokens);
+}
+
+// Reads the command file, if an argument with a value names one.
+void kuclcommandfile(kux *ctx, kucls &parser, void *extras, bool quote)
+{
+    kucla *argument = kuclgas(ctx, parser.kuclsinp, KUCL_CMDFILE, nullptr);
+    if (argument == nullptr || argument->kuclaval == nullptr) return;
+    const auto *name = static_cast<const char *>(kulpfirst(ctx, argument->kuclaval));
+    if (name == nullptr) return;
+    const kuclstream stream(ctx, name);
+    if (stream.handle() == nullptr) return kuclfail(ctx, parser, argument, KUCLE_CMDFILE);
+
+    kuclsetup(ctx, parser, nullptr, parser.kuclsinp, parser.kuclsusp);
+    parser.kuclsarg = kucl_noposition;
+    kuclparsefile(ctx, parser, extras, stream.handle(), quote);
+}
+
+// ---- defaults ----
+
+// Gives a definition without values its default; false without memory.
+bool kucldfa(kux *ctx, kucla *argument)
+{
+    if (argument->kuclaval != nullptr || argument->kucladef == nullptr) return true;
+    ku::owned<char> value(ctx,
+                          kuclduplicate(ctx, argument->kucladef, std::strlen(argument->kucladef)));
+    void *values = nullptr;
+    if (!kuclappend(ctx, &values, value.get())) {
+        kulpdestroy(ctx, values);
+        return false;
+    }
+    static_cast<void>(value.keep());
+    argument->kuclaval = values;
+    return true;
+}
+
+void kucldfl(kux *ctx, kucls &parser)
+{
+    const std::int32_t count = kulpnitems(ctx, parser.kuclsinp);
+    for (std::int32_t i = 0; i < count && parser.kuclserr == nullptr; i++)
+        if (!kucldfa(ctx, static_cast<kucla *>(kulpitem(ctx, parser.kuclsinp, i))))
+            kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+}
+
+kucle *kuclparse(kux *ctx, const char *text, void *inp, std::uint32_t userp, bool quote)
+{
+    kucls parser;
+    kuclsetup(ctx, parser, text, inp, userp);
+    const kuclextras extras(ctx);
+    void *tokens =
+        extras.list() != nullptr ? kuclsplit(ctx, text, extras.list(), parser, 0) : nullptr;
+    if (tokens == nullptr) return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
+    kuclpts(ctx, parser, tokens, false);
+    kukpdestroy(ctx, tokens);
+    if (parser.kuclserr == nullptr) kuclcommandfile(ctx, parser, extras.list(), quote);
+    if (parser.kuclserr == nullptr) kucldfl(ctx, parser);
+    return parser.kuclserr;
+}
+
+// There is no memory for a level of the error stack: what says so goes, too.
+kucle *kuclunsaved(kux *ctx)
+{
+    kuxerpop(ctx);
+    return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
+}
+
+} // namespace
+
+kucle *kuclpa(kux *ctx, std::int32_t argc, char *const *argv, void *inp, std::uint32_t userp)
+{
+    const ku::aside quiet(ctx);
+    if (!quiet.saved()) return kuclunsaved(ctx);
+    const ku::owned<char> text(ctx, kuclmo(ctx, argc, argv));
+    if (!text) return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
+    return kuclparse(ctx, text.get(), inp, userp, false);
+}
+
+kucle *kuclps(kux *ctx, const char *cmdlin, void *inp, std::uint32_t userp)
+{
+    return kuclpsq(ctx, cmdlin, inp, userp, 0);
+}
+
+kucle *kuclpsq(kux *ctx, const char *cmdlin, void *inp, std::uint32_t userp, std::int32_t quote)
+{
+    const ku::aside quiet(ctx);
+    if (!quiet.saved()) return kuclunsaved(ctx);
+    return kuclparse(ctx, cmdlin, inp, userp, quote != 0);
+}
+
+char *kuclmo(kux *ctx, std::int32_t argc, char *const *argv)
+{
+    return kuclmoc(ctx, argc, argv, false);
+}
+
+void *kuclgv(kux *ctx, void *inp, const char *kwd)
+{
+    const kucla *argument = kuclgas(ctx, inp, 0, kwd);
+    return argument != nullptr ? argument->kuclaval : nullptr;
+}
+
+kucle *kucledestroy(kux *ctx, kucle *kucle_p)
+{
+    if (kucle_p != nullptr && kucle_p != &kuclnomem) ctx->kuxnmfree(ctx, kucle_p);
+    return nullptr;
+}

@@ -42,13 +42,24 @@ std::uint32_t next_unit(const kulang &lang, lizg &scan)
     return value;
 }
 
+// Where the byte count of the next character begins: at the shift bytes before the
+// first one too, though the cursor has passed them.
+const unsigned char *count_from(const lizg &scan)
+{
+    const kucursor &cursor = scan.osctx_lizg;
+    if (scan.lcnum_lizg >= 0) return cursor.position_kucursor;
+    if (scan.rep_lizg == LIZ_MULTIBYTE) return cursor.start_kucursor;
+    const bool opened = cursor.shifted_kucursor != 0 && locale::offset(cursor) != 0
+                        && cursor.position_kucursor[-1] == cursor.lang_kucursor->shiftout_kulang;
+    return cursor.position_kucursor - (opened ? 1 : 0);
+}
+
 std::uint32_t next_character(lizg &scan)
 {
     kucursor &cursor = scan.osctx_lizg;
-    const unsigned char *before = cursor.position_kucursor;
+    const unsigned char *before = count_from(scan);
     const std::uint32_t value = locale::next(cursor);
     if (value == 0) return 0;
-    if (scan.rep_lizg == LIZ_MULTIBYTE) before = cursor.start_kucursor + scan.boffset_lizg;
     scan.boffset_lizg += static_cast<std::uint32_t>(cursor.position_kucursor - before);
     scan.lcnum_lizg++;
     return value;
@@ -62,9 +73,11 @@ std::uint64_t ascii_lower(std::uint64_t word)
     return word | (((from_a & ~past_z) & high_bits) >> 2);
 }
 
+// Bytes that may be looked at beyond the next character: their length was given.
 bool plain_bytes(const kulang &lang, const lizg &scan)
 {
-    return (scan.rep_lizg == LIZ_MULTIBYTE || scan.rep_lizg == LIZ_CURSOR)
+    return scan.slen_lizg != KU_NTS
+           && (scan.rep_lizg == LIZ_MULTIBYTE || scan.rep_lizg == LIZ_CURSOR)
            && lang.shiftsensitive_kulang == 0;
 }
 
@@ -99,7 +112,7 @@ void open_scan(const kulang &lang, lizg &scan, const text &given)
                            locale::cursor_mode::read);
     } else if (given.rep == LIZ_CURSOR) {
         cursor = *static_cast<const kucursor *>(given.bytes);
-        const std::size_t offset = locale::offset(cursor);
+        const auto offset = static_cast<std::size_t>(count_from(scan) - cursor.start_kucursor);
         if (cursor.size_kucursor > offset && cursor.size_kucursor - offset > given.limit)
             cursor.size_kucursor = offset + given.limit;
     } else {

@@ -51,6 +51,7 @@ extent measure(const kulang &lang, const text &given)
         const std::size_t limit =
             cursor.size_kucursor - static_cast<std::size_t>(from - cursor.start_kucursor);
         const locale::extent whole = locale::measure(lang, from, limit);
+        if (whole.characters == 0) return {0, 0}; // shift bytes alone are no text
         return {saturated(whole.bytes), saturated(whole.characters)};
     }
     std::uint32_t characters = 0;
@@ -67,6 +68,11 @@ outcome copy(const kulang &lang, void *target, std::uint32_t room, std::int32_t 
     return done;
 }
 
+text measured(const kulang &lang, const text &given)
+{
+    return given.terminated ? exactly(given.bytes, measure(lang, given).bytes, given.rep) : given;
+}
+
 std::int32_t compare(const kulang &lang, const text &a, const text &b, std::int32_t option)
 {
     if (locale::single_byte(lang)) {
@@ -79,8 +85,8 @@ std::int32_t compare(const kulang &lang, const text &a, const text &b, std::int3
     }
     lizg first;
     lizg second;
-    open_scan(lang, first, a);
-    open_scan(lang, second, b);
+    open_scan(lang, first, measured(lang, a));
+    open_scan(lang, second, measured(lang, b));
     return match(lang, first, second, option).order;
 }
 

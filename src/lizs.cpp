@@ -47,11 +47,18 @@ uint32_t lizsbytes(const kulang &lang, void *target, int32_t trep, const text &s
 uint32_t lizswide(const kulang &lang, void *target, const text &source, int32_t option)
 {
     const std::uint32_t end = measure(lang, as_given(target, KU_NTS, LIZ_WIDE)).bytes;
-    const extent length = measure(lang, source);
-    const text from = exactly(source.bytes, length.bytes, source.rep);
-    return convert(lang, static_cast<unsigned char *>(target) + end, UINT32_MAX, LIZ_WIDE, from,
-                   option)
+    return convert(lang, static_cast<unsigned char *>(target) + end, UINT32_MAX, LIZ_WIDE,
+                   measured(lang, source), option)
         .status;
+}
+
+// A cursor inside a shifted run: the copy begins with a shift byte of its own.
+std::uint32_t lizsopening(const text &source)
+{
+    return source.rep == LIZ_CURSOR
+                   && static_cast<const kucursor *>(source.bytes)->shifted_kucursor != 0
+               ? 1
+               : 0;
 }
 
 uint32_t lizsjoin(const kulang &lang, kulocglo *glo, void *target, int32_t trep, const text &source,
@@ -60,6 +67,7 @@ uint32_t lizsjoin(const kulang &lang, kulocglo *glo, void *target, int32_t trep,
     std::uint32_t size = 0;
     lizm2(&lang, glo, source.bytes, KU_NTS, source.rep, LIZ_MULTIBYTE, &size);
     if (size == 0) return LIZ_OK;
+    size += lizsopening(source);
     void *converted = manager.alloc_lizm(size);
     if (converted == nullptr) return LIZ_NOMEMORY;
 

@@ -14,12 +14,10 @@
 
 #include "port/msgfile/msgfile.h"
 
-#include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
-#include <unistd.h>
 
+#include "port/crt/crt.h"
 #include "port/locale/locale.h"
 
 namespace ku::msgfile
@@ -37,27 +35,46 @@ constexpr int at_end = -1;                      // no more bytes, or none to be 
 constexpr char charset_word[] = "charset";
 constexpr char default_charset[] = "utf8";
 
+// The language of a character set by name; null: of the environment.
+kulang language(const char *charset)
+{
+    kulocglo area;
+    kulang lang;
+    int error = 0;
+    const auto *calls = locale::initialise(locale::start_loader(nullptr, nullptr), 1, &error);
+    locale::initialise_area(&area, calls, nullptr, nullptr);
+    if (charset == nullptr)
+        locale::fill_current(&lang, &area);
+    else
+        locale::fill_named(&lang, &area, charset[0] != '\0' ? charset : default_charset);
+    return lang;
+}
+
+// A file's bytes one after the other; a file that cannot be read ends early.
 class scanner
 {
 public:
     explicit scanner(const char *path)
     {
-        do descriptor_ = ::open(path, O_RDONLY | O_CLOEXEC);
-        while (descriptor_ < 0 && errno == EINTR);
+        const kulang lang = language(nullptr);
+        file_ = crt::open(&lang, path, "r", crt::share::deny_none);
     }
     ~scanner()
     {
-        if (descriptor_ >= 0) ::close(descriptor_);
+        if (file_ != nullptr) crt::close(file_);
     }
     scanner(const scanner &) = delete;
     scanner &operator=(const scanner &) = delete;
 
-    bool failed() const { return descriptor_ < 0 || failed_; }
+    bool failed() const { return file_ == nullptr || crt::has_failed(file_); }
 
     int peek()
     {
-        if (position_ == filled_ && !fill()) return at_end;
-        return block_[position_];
+        if (position_ == filled_) {
+            position_ = 0;
+            filled_ = crt::read(file_, block_, sizeof block_);
+        }
+        return position_ < filled_ ? block_[position_] : at_end;
     }
     int next()
     {
@@ -67,22 +84,7 @@ public:
     }
 
 private:
-    bool fill()
-    {
-        if (failed() || ended_) return false;
-        ssize_t got;
-        do got = ::read(descriptor_, block_, sizeof block_);
-        while (got < 0 && errno == EINTR);
-        failed_ = got < 0;
-        ended_ = got <= 0;
-        position_ = 0;
-        filled_ = got > 0 ? static_cast<std::size_t>(got) : 0;
-        return filled_ != 0;
-    }
-
-    int descriptor_ = -1;
-    bool failed_ = false;
-    bool ended_ = false;
+    kufile *file_;
     std::size_t position_ = 0;
     std::size_t filled_ = 0;
     unsigned char block_[block_size];
@@ -197,17 +199,6 @@ bool read_text(scanner &in, growing_text &into)
     }
     if (into.ends_with('\r')) into.drop_last();
     return into.length() != 0 && !in.failed();
-}
-
-kulang language(const char *charset)
-{
-    kulocglo area;
-    kulang lang;
-    locale::initialise_area(&area,
-                            locale::initialise(locale::start_loader(nullptr, nullptr), 1, nullptr),
-                            nullptr, nullptr);
-    locale::fill_named(&lang, &area, charset[0] != '\0' ? charset : default_charset);
-    return lang;
 }
 
 // What stands for "\c"; 0 when nothing does.

@@ -1,0 +1,395 @@
+// kuxer_test.cpp - the error stack, and how its records become text
+
+#include <deque>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "kuxer.h"
+#include "support/context.h"
+#include "support/files.h"
+#include "support/random.h"
+#include "support/sweep.h"
+
+namespace
+{
+
+constexpr uint32_t some_error = KU_CODE('k', 'u', 'l', 'a', 'a', 3);
+using texts = std::vector<std::string>;
+
+void push(kux *ctx, uint32_t code, const texts &params)
+{
+    std::vector<const char *> pointers;
+    for (const std::string &param : params) pointers.push_back(param.c_str());
+    kuxerpush(ctx, code, static_cast<int32_t>(pointers.size()), pointers.data());
+}
+
+// A context whose application has a message file.
+class messages
+{
+public:
+    explicit messages(const std::string &file, const char *language = "ascii", int errors = 20)
+        : ctx(language, errors),
+          path_(directory_.write("m.msg", file)), application_{path_.c_str(), nullptr}
+    {
+        kuxa attrs = {};
+        attrs.kuxamask = KUXA_UIAPP;
+        attrs.kuxauiapp = &application_;
+        kuxset(ctx, &attrs);
+    }
+
+    ku::test::context ctx;
+
+    // The user's text of an error; never more than `most` bytes and a NUL are written.
+    std::string format(const texts &params, uint32_t most = 300, const char *type = "text")
+    {
+        push(ctx, some_error, params);
+        std::string buffer(most + 2, '#');
+        length = most;
+        truncated = -1;
+        kuxerfmtmsg(ctx, kuxerget(ctx, 0), type, buffer.data(), &length, &truncated);
+        EXPECT_EQ(buffer[most + 1], '#');
+        kuxerclear(ctx);
+        return buffer.substr(0, buffer.find('\0'));
+    }
+    uint32_t length = 0;
+    int32_t truncated = 0;
+
+private:
+    ku::test::directory directory_;
+    std::string path_;
+    kuapp application_;
+};
+
+} // namespace
+
+TEST(Kuxer, LevelsHoldTheNewestRecordsLikeBoundedQueues)
+{
+    for (const int capacity : {1, 2, 5}) {
+        ku::test::context ctx("ascii", capacity);
+        ku::test::dice dice;
+        std::vector<std::deque<std::string>> model(1);
+        const auto pushed = [&](const std::string &record) {
+            model.back().push_back(record);
+            if (model.back().size() > static_cast<size_t>(capacity)) model.back().pop_front();
+        };
+        for (int step = 0; step < 4000; step++) {
+            const uint32_t number = dice.below(128);
+            const std::string plain = "kulaa " + std::to_string(number);
+            const uint32_t code = KU_CODE('k', 'u', 'l', 'a', 'a', number);
+            switch (dice.below(9)) {
+            case 0: kuxer0push(ctx, code), pushed(plain); break;
+            case 1: kuxer2push(ctx, code, nullptr, "x"), pushed(plain + "((null), x)"); break;
+            case 2: kuxer4push(ctx, code, "a", "", "c", "d"), pushed(plain + "(a, , c, d)"); break;
+            case 3: // what was just read from the stack, which the push itself may drop
+                if (kuxerget(ctx, 0) == nullptr) break;
+                pushed(model.back()[0]);
+                kuxerpush(ctx, kuxerget(ctx, 0)->kuxercode, kuxerget(ctx, 0)->kuxernparams,
+                          kuxerget(ctx, 0)->kuxerparams);
+                break;
+            case 4: // the same in place of all there is
+                if (kuxerget(ctx, -1) == nullptr) break;
+                model.back() = {model.back().back()};
+                kuxerset(ctx, kuxerget(ctx, -1)->kuxercode, kuxerget(ctx, -1)->kuxernparams,
+                         kuxerget(ctx, -1)->kuxerparams);
+                break;
+            case 5:
+                kuxerpop(ctx);
+                if (!model.back().empty()) model.back().pop_back();
+                break;
+            case 6: // saving is as likely as restoring, so that the array of levels grows
+                if (!dice.one_in(2)) break;
+                ASSERT_EQ(kuxersavestack(ctx), 0u);
+                model.emplace_back();
+                break;
+            case 7:
+                if (!dice.one_in(2)) break;
+                ASSERT_EQ(kuxerrestorestack(ctx), model.size() > 1 ? 0u : KUXER_LAST);
+                if (model.size() > 1)
+                    model.pop_back();
+                else
+                    pushed("kuxer 3");
+                break;
+            default:
+                if (dice.one_in(4)) kuxerclear(ctx), model.back().clear();
+            }
+            const std::vector<std::string> expected(model.back().begin(), model.back().end());
+            ASSERT_EQ(ctx.errors(), expected);
+            ASSERT_EQ(kuxernerrors(ctx), static_cast<int32_t>(expected.size()));
+            if (!expected.empty()) {
+                ASSERT_EQ(kuxercode(ctx), kuxerget(ctx, 99)->kuxercode);
+                ASSERT_EQ(kuxerget(ctx, -1), kuxerget(ctx, kuxernerrors(ctx) - 1));
+            }
+        }
+        while (kuxerrestorestack(ctx) == 0) {
+        }
+        ctx.clear();
+        EXPECT_EQ(kuxercode(ctx), 0u);
+        EXPECT_EQ(kuxerget(ctx, 0), nullptr);
+    }
+}
+
+TEST(Kuxer, ElevenSavedLevelsDoubleTheArray)
+{
+    ku::test::context ctx;
+    for (int level = 0; level < 11; level++) {
+        EXPECT_EQ(ctx->kuxermaxstacks, level < 10 ? 10 : 20);
+        kuxer1push(ctx, some_error, std::to_string(level).c_str());
+        ASSERT_EQ(kuxersavestack(ctx), 0u);
+    }
+    EXPECT_EQ(ctx->kuxermaxstacks, 20);
+    for (int level = 10; level >= 0; level--) {
+        ASSERT_EQ(kuxerrestorestack(ctx), 0u);
+        EXPECT_ERRORS(ctx, {"kulaa 3(" + std::to_string(level) + ")"});
+    }
+}
+
+TEST(Kuxer, WithoutMemoryRecordsLoseParametersButAreThere)
+{
+    ku::test::sweep_basic_allocations([](ku::test::context &ctx) {
+        kuxer3push(ctx, some_error, "a", "b", "c");
+        const std::string record = ctx.errors().at(0);
+        EXPECT_TRUE(record == "kulaa 3" || record == "kulaa 3(a)" || record == "kulaa 3(a, b)"
+                    || record == "kulaa 3(a, b, c)")
+            << record;
+        return record == "kulaa 3(a, b, c)";
+    });
+    ku::test::sweep_basic_allocations([](ku::test::context &ctx) {
+        while (ctx->kuxernstacks < 10)
+            if (kuxersavestack(ctx) != 0) break;
+        const int levels = ctx->kuxernstacks;
+        const bool saved = levels == 10 && kuxersavestack(ctx) == 0; // the array has to grow
+        if (!saved) {
+            EXPECT_EQ(ctx->kuxernstacks, levels);
+            EXPECT_EQ(ctx.errors(), texts{"kuxer 2"});
+        }
+        ku::test::fail_basic_from_now(0);
+        while (ctx->kuxernstacks > 1) kuxerrestorestack(ctx);
+        return saved;
+    });
+}
+
+TEST(Kuxer, OddParameterCountsMeanNone)
+{
+    ku::test::context ctx;
+    const char *const params[] = {"a"};
+    kuxerpush(ctx, some_error, -1, params);
+    kuxerpush(ctx, some_error, 3, nullptr);
+    EXPECT_ERRORS(ctx, {"kulaa 3", "kulaa 3"});
+}
+
+TEST(Kuxer, IterationVisitsNewestFirstAndSurvivesItsCallback)
+{
+    struct walk {
+        std::string visited;
+        void (*act)(kux *ctx);
+    };
+    static constexpr struct {
+        const char *why;
+        void (*act)(kux *ctx);
+        const char *visited;
+    } rows[] = {
+        {"nothing", [](kux *) {}, "321"},
+        {"pop", kuxerpop, "321"},
+        {"two pops", [](kux *ctx) { kuxerpop(ctx), kuxerpop(ctx); }, "3"},
+        {"clear", kuxerclear, "3"},
+        {"push", [](kux *ctx) { kuxer0push(ctx, some_error); }, "321"},
+        {"save", [](kux *ctx) { kuxersavestack(ctx); }, "3"},
+    };
+    for (const auto &row : rows) {
+        ku::test::context ctx;
+        for (const char *digit : {"1", "2", "3"}) kuxer1push(ctx, some_error, digit);
+        walk walk{"", row.act};
+        kuxeriterate(
+            ctx,
+            [](kux *context, kuxer *record, void *clientarg) {
+                auto *state = static_cast<struct walk *>(clientarg);
+                state->visited += record->kuxerparams[0];
+                state->act(context);
+            },
+            &walk);
+        EXPECT_EQ(walk.visited, row.visited) << row.why;
+        while (ctx->kuxernstacks > 1) kuxerrestorestack(ctx);
+        ctx.clear();
+    }
+}
+
+TEST(Kuxer, PlainTextIsCutToItsSize)
+{
+    static const struct {
+        uint32_t code;
+        texts params;
+        uint32_t size;
+        const char *text;
+        uint32_t used;
+        int32_t truncated;
+    } rows[] = {
+        {some_error, {}, 9, "", 0, 1}, // too small for any code: untouched
+        {some_error, {}, 10, "kulaa 3", 8, 0},
+        {KU_CODE('z', 'z', 'z', 'z', 'z', 127), {}, 10, "zzzzz 127", 10, 0},
+        {0xFFFFFFFF, {}, 10, "zzzzz 127", 10, 0}, // letters above the alphabet
+        {some_error, {"a", "bc"}, 80, "kulaa 3  a, bc", 15, 0},
+        {some_error, {"a", "bc"}, 15, "kulaa 3  a, bc", 15, 0},
+        {some_error, {"a", "bc"}, 14, "kulaa 3  a, b", 14, 1},
+        {some_error, {"a", "bc"}, 12, "kulaa 3  a,", 12, 1},
+        {some_error, {"a", "bc"}, 11, "kulaa 3  a", 11, 1},
+        {some_error, {"abc"}, 10, "kulaa 3  ", 10, 1},
+        {some_error, {""}, 10, "kulaa 3  ", 10, 0},
+    };
+    ku::test::context ctx;
+    for (const auto &row : rows) {
+        push(ctx, row.code, row.params);
+        std::string buffer(100, '#');
+        int32_t truncated = -1;
+        EXPECT_EQ(kuxerdformat(ctx, kuxerget(ctx, 0), buffer.data(), row.size, &truncated),
+                  row.used);
+        EXPECT_EQ(truncated, row.truncated) << row.text;
+        EXPECT_EQ(buffer[row.size], '#') << row.text;
+        EXPECT_EQ(buffer.substr(0, buffer.find(row.used == 0 ? '%' : '\0')),
+                  row.used == 0 ? std::string(100, '#') : row.text);
+        EXPECT_EQ(kuxerformat(ctx, kuxerget(ctx, 0), buffer.data(), row.size, nullptr), row.used);
+        ctx.clear();
+    }
+}
+
+TEST(Kuxer, MessagesTakeTheirParametersOrFallBackToPlainText)
+{
+    static const struct {
+        const char *message, *text; // null: the plain text
+    } rows[] = {
+        {"File %s not found in %s", "File a.txt not found in dir"},
+        {"%[2]s: %[1]s", "dir: a.txt"},
+        {"%[2]s %s, %[01]s %s", "dir a.txt, a.txt dir"}, // a number does not move the counter
+        {"no parameter", "no parameter"},
+        {"%%", nullptr},
+        {"%d", nullptr},
+        {"100%", nullptr},
+        {"%[0]s", nullptr},
+        {"%[3]s", nullptr},
+        {"%s %s %s", nullptr},
+        {"%[4294967298]s", nullptr}, // would be 2 in 32 bits
+        {"%[99999999999999999999999999]s", nullptr},
+        {"%[]s", nullptr},
+        {"%[ 1]s", nullptr},
+        {"%[+1]s", nullptr},
+        {"%[-1]s", nullptr},
+        {"%[1]d", nullptr},
+        {"%[1]", nullptr},
+        {"%[1", nullptr},
+        {"%[", nullptr},
+    };
+    for (const auto &row : rows) {
+        messages plain(std::string("kulaa3 text ") + row.message + "\n");
+        EXPECT_EQ(plain.format({"a.txt", "dir"}), row.text ? row.text : "kulaa 3  a.txt, dir");
+        EXPECT_EQ(plain.length, row.text ? std::string(row.text).size() : 300u);
+        EXPECT_EQ(plain.truncated, 0);
+
+        messages generic(std::string("kuxer1 text !%s!\nkulaa3 text ") + row.message + "\n");
+        EXPECT_EQ(generic.format({"a.txt", "dir"}), row.text ? row.text : "!kulaa 3  a.txt, dir!");
+    }
+}
+
+TEST(Kuxer, MessagesKeepToTheirRoomAndToWholeCharacters)
+{
+    static const struct {
+        const char *language, *message, *param;
+        uint32_t most;
+        const char *text;
+        uint32_t length; // of a message; plain text leaves it
+    } rows[] = {
+        {"ascii", "ab %s", "wxyz", 7, "ab wxyz", 7},
+        {"ascii", "ab %s", "wxyz", 5, "ab wx", 5},
+        {"ascii", "ab %s", "wxyz", 3, "ab ", 3},
+        {"ascii", "ab %s", "wxyz", 2, "", 2}, // a literal that does not fit, no room for more
+        {"ascii", "%s 123456789", "wxyz", 13, "kulaa 3  wxy", 13},
+        {"ascii", "ab %s", "wxyz", 0, "", 0},
+        {"utf8", "\xC3\xA4%s", "\xC3\xB6\xC3\xB6", 5, "\xC3\xA4\xC3\xB6", 4},
+        {"utf8", "%s\xC3\xA4", "\xFF", 3, "\xFF\xC3\xA4", 3}, // a broken byte passes through
+        {"sjis", "\x83\x5C%s", "\x95\x5C", 4, "\x83\x5C\x95\x5C", 4},
+        {"sjis", "\x83\x5C%s", "\x95\x5C", 3, "\x83\x5C", 2},
+        // Shifted bytes are no directives; a closing byte is not counted but has its room.
+        {"iso-2022-kr", "\x0E%s\x0F%s", "a", 9,
+         "\x0E%s\x0F"
+         "a",
+         5},
+        {"iso-2022-kr", "a%s", "\x0E\x30\x30\x0F", 5, "a\x0E\x30\x30\x0F", 4},
+        {"iso-2022-kr", "a%s", "\x0E\x30\x30\x0F", 4, "a", 1},
+        {"iso-2022-kr", "a%s b", "\x0E\x30\x30\x0F", 9, "a\x0E\x30\x30\x0F b", 7},
+        {"iso-2022-kr", "a%s%s", "\x0E\x30\x30\x0F", 9, "a\x0E\x30\x30\x31\x31\x0F", 6},
+    };
+    for (const auto &row : rows) {
+        const std::string charset = std::string("charset ") + row.language;
+        messages file(charset + "\nkulaa3 text " + row.message + "\n", row.language);
+        EXPECT_EQ(file.format({row.param, "\x0E\x31\x31\x0F"}, row.most), row.text)
+            << row.language << " " << row.message << " in " << row.most;
+        EXPECT_EQ(file.length, row.length) << row.message << " in " << row.most;
+    }
+}
+
+TEST(Kuxer, MessageTextsAreCutToTheWantedLength)
+{
+    messages file("kulaa3 text " + std::string(600, 'x') + "\nkulaa3 cause Why.\n");
+    static constexpr struct {
+        const char *type;
+        uint32_t most, length;
+        int32_t truncated;
+    } rows[] = {
+        {"text", 4, 4, 1},  {"text", 600, 600, 0}, {"text", 599, 599, 1},
+        {"cause", 4, 4, 0}, {"action", 100, 0, 0},
+    };
+    for (const auto &row : rows) {
+        std::string buffer(row.most + 2, '#');
+        uint32_t length = row.most;
+        int32_t truncated = -1;
+        kuxergmsg(file.ctx, some_error, row.type, buffer.data(), &length, &truncated);
+        EXPECT_EQ(length, row.length) << row.type;
+        EXPECT_EQ(truncated, row.truncated) << row.type;
+        EXPECT_EQ(buffer[length], length == 0 ? '#' : '\0');
+        EXPECT_EQ(buffer[row.most + 1], '#');
+    }
+    EXPECT_EQ(file.format({}, 700).size(), KUXER_TEXTMAX);
+    EXPECT_EQ(file.truncated, 1);
+    EXPECT_EQ(file.format({}, 300, "cause"), "Why.");
+}
+
+TEST(Kuxer, NoApplicationMeansPlainTextByTheContextsFormatter)
+{
+    messages file("kulaa3 text There is a message\n");
+    kuxa attrs = {};
+    attrs.kuxamask = KUXA_UIAPP | KUXA_ERFORMAT;
+    attrs.kuxaerformat = [](kux *, kuxer *record, char *buffer, uint32_t, int32_t *truncated) {
+        *truncated = 0;
+        buffer[0] = static_cast<char>('A' + record->kuxernparams);
+        return 1u; // a formatter that counts without a NUL and writes none
+    };
+    kuxset(file.ctx, &attrs);
+    EXPECT_EQ(file.format({"a", "b"}), "C");
+    attrs.kuxamask = KUXA_ERFORMAT;
+    attrs.kuxaerformat = nullptr;
+    kuxset(file.ctx, &attrs);
+    EXPECT_EQ(file.format({"a", "b"}), "kulaa 3  a, b");
+}
+
+TEST(Kuxer, WithoutMemoryMessagesFallBackAndTheStackStays)
+{
+    messages file("kulaa3 text Message of %s\n", "ascii", 1);
+    const std::string message = "Message of a";
+    bool formatted = false;
+    for (int n = 1; !formatted; n++) {
+        kuxer1push(file.ctx, some_error, "a");
+        char buffer[100];
+        uint32_t length = 99;
+        ku::test::fail_basic_from_now(n);
+        kuxerfmtmsg(file.ctx, kuxerget(file.ctx, 0), "text", buffer, &length, nullptr);
+        formatted = !ku::test::basic_failed();
+        ku::test::fail_basic_from_now(0);
+        const std::string result = buffer;
+        // A level that cannot be saved takes the only record's place: its code is left.
+        const bool dropped = kuxercode(file.ctx) == KUXER_NOLEVEL;
+        EXPECT_EQ(result, formatted ? message : dropped ? "kulaa 3" : "kulaa 3  a") << n;
+        EXPECT_EQ(file.ctx->kuxernstacks, 1);
+        EXPECT_ERRORS(file.ctx, {dropped ? "kuxer 2" : "kulaa 3(a)"});
+        ASSERT_LT(n, 50);
+    }
+}

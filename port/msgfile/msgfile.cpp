@@ -14,6 +14,7 @@
 
 #include "port/msgfile/msgfile.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -201,8 +202,8 @@ bool read_text(scanner &in, growing_text &into)
     return into.length() != 0 && !in.failed();
 }
 
-// What stands for "\c"; 0 when nothing does.
-char escaped(unsigned char c)
+// What stands for a backslash and this byte; NUL when nothing does.
+char escaped(char c)
 {
     switch (c) {
     case 'n': return '\n';
@@ -213,28 +214,31 @@ char escaped(unsigned char c)
     }
 }
 
-// Replaces the escapes in place: what is written never passes what is read.
-bool decode(growing_text &text, const kulang &lang, std::size_t *length)
+// Replaces the escapes in place and leaves every other byte as it is, shift bytes and
+// broken characters too; only a shifted run that the line leaves open is closed.
+std::size_t decode(growing_text &text, const kulang &lang)
 {
-    kucursor source, target;
-    locale::open_exact(&source, text.bytes(), text.length(), &lang, locale::cursor_mode::read);
-    locale::open_exact(&target, text.bytes(), SIZE_MAX, &lang, locale::cursor_mode::write);
-    std::size_t written = 0;
-    while (!locale::past_size(source)) {
-        if (locale::is_single(source) && locale::current(source) == '\\') {
-            locale::step(source);
-            const char meant = locale::is_single(source) ? escaped(locale::current(source)) : '\0';
-            if (meant == '\0') return false;
-            locale::step(source);
-            written += locale::put(target, static_cast<unsigned char>(meant), SIZE_MAX);
-        } else {
-            written += locale::copy_character(target, source, SIZE_MAX);
-        }
+    char *const begin = text.bytes();
+    char *const end = begin + text.length();
+    char *out = begin;  // where the next byte goes
+    char *rest = begin; // first byte not moved yet
+    *end = '\0';
+    kucursor source;
+    locale::open_exact(&source, begin, SIZE_MAX, &lang, locale::cursor_mode::read);
+    for (; locale::current(source) != '\0'; locale::step(source)) {
+        if (locale::current(source) != '\\' || !locale::is_single(source)) continue;
+        char *const backslash = begin + locale::offset(source);
+        const char meant = escaped(backslash[1]);
+        if (meant == '\0') return 0;
+        locale::step(source);
+        out = std::copy(rest, backslash, out);
+        *out++ = meant;
+        rest = backslash + 2;
     }
-    written += locale::close_shift(target);
-    text.bytes()[written] = '\0';
-    *length = written;
-    return true;
+    out = std::copy(rest, end, out);
+    if (source.shifted_kucursor != 0) *out++ = static_cast<char>(lang.shiftin_kulang);
+    *out = '\0';
+    return static_cast<std::size_t>(out - begin);
 }
 
 } // namespace
@@ -270,9 +274,9 @@ int read_resource(const file &from, const char *name, const char *type, tree *in
     scanner in(from.path);
     growing_text text;
     word charset;
-    std::size_t length;
     if (!find_line(in, name, type, charset) || !read_text(in, text)) return 1;
-    if (!decode(text, language(charset), &length)) return 1;
+    const std::size_t length = decode(text, language(charset));
+    if (length == 0) return 1;
     auto *made = static_cast<node *>(std::calloc(1, sizeof(node)));
     if (made == nullptr) return 1;
     made->text = text.take();

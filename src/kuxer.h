@@ -102,7 +102,7 @@ KU_API uint32_t kuxerdformat(kux *ctx, kuxer *record, char *buffer, uint32_t siz
 /*
  * Calls `callback` for each record of the current level, newest first. The
  * callback may push, pop or clear: new records are not visited, and the walk
- * ends when the level changes or the next record is gone.
+ * ends when the next record is gone or the level has changed.
  */
 KU_API void kuxeriterate(kux *ctx, kuxeritfn callback, void *clientarg);
 

@@ -1,0 +1,132 @@
+// crt_test.cpp - the runtime layer's files: names, locks, temporary names, descriptors
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <string>
+
+#include "port/crt/crt.h"
+#include "port/locale/locale.h"
+#include "support/context.h"
+#include "support/files.h"
+#include "support/sweep.h"
+
+namespace crt = ku::crt;
+using ku::test::system_faults;
+
+TEST(Crt, SeparatorsAreTranslatedButNotBytesInsideCharacters)
+{
+    static constexpr struct {
+        const char *language, *name, *wanted;
+    } rows[] = {
+        {"ascii", "a\\b/c\\", "a/b/c/"},
+        {"utf8", "\xC3\xA9\\\xE2\x82\xAC\\x", "\xC3\xA9/\xE2\x82\xAC/x"},
+        {"utf8", "\xC3\\x", "\xC3/x"}, // a broken character hides nothing
+        {"sjis", "\x83\x5C\\b\\\x83\x5C", "\x83\x5C/b/\x83\x5C"}, // trail bytes of 0x5C
+        {"sjis", "\x83\x83\x5C", "\x83\x83/"},
+        {"iso-2022-kr", "\x0E\x30\x5C\x5C\x30\x0F\\b", "\x0E\x30\x5C\x5C\x30\x0F/b"},
+        {nullptr, "\x83\x5C", "\x83/"}, // no language: byte by byte
+    };
+    for (const auto &row : rows) {
+        kulang lang;
+        kulocglo area = {};
+        if (row.language != nullptr) ku::locale::fill_named(&lang, &area, row.language);
+        const crt::path path(row.language != nullptr ? &lang : nullptr, row.name);
+        EXPECT_STREQ(path.text(), row.wanted);
+    }
+    const std::string longest(crt::path::room - 1, 'x');
+    EXPECT_EQ(crt::path(nullptr, longest.c_str()).text(), longest);
+    EXPECT_EQ(crt::path(nullptr, (longest + "x").c_str()).text(), nullptr);
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    for (const char *name : {"", static_cast<const char *>(nullptr)}) {
+        EXPECT_EQ(crt::path(nullptr, name).text(), nullptr);
+        EXPECT_EQ(errno, ENOENT);
+    }
+}
+
+TEST(Crt, ASecondWriterIsRefusedAndAReaderIsNot)
+{
+    static constexpr struct {
+        const char *first, *second;
+        bool admitted;
+    } rows[] = {
+        {"r", "r", true},   {"r", "r+", true},  {"r+", "r", true}, {"r+", "a+", false},
+        {"a+", "w", false}, {"w+", "w", false}, {"w", "rb", true},
+    };
+    const ku::test::directory dir;
+    const auto open = [](const std::string &name, const char *mode) {
+        const bool reads = mode[0] == 'r' && mode[1] != '+';
+        return crt::open(nullptr, name.c_str(), mode,
+                         reads ? crt::share::deny_none : crt::share::deny_writers);
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(std::string(row.first) + " " + row.second);
+        const std::string name = dir.write("shared", "");
+        kufile *first = open(name, row.first);
+        ASSERT_NE(first, nullptr);
+        if (row.first[0] != 'r' || row.first[1] == '+') {
+            EXPECT_EQ(crt::write(first, "kept", 4), 4u);
+            EXPECT_TRUE(crt::flush(first));
+        }
+        kufile *second = open(name, row.second);
+        EXPECT_EQ(second != nullptr, row.admitted);
+        if (!row.admitted) {
+            EXPECT_EQ(errno, EBUSY);
+            EXPECT_EQ(dir.read("shared"), "kept") << "emptied by a writer that was refused";
+        }
+        if (second != nullptr) {
+            EXPECT_TRUE(crt::close(second));
+        }
+        EXPECT_TRUE(crt::close(first));
+        kufile *next = open(name, "w"); // the lock goes with its file
+        ASSERT_NE(next, nullptr);
+        EXPECT_TRUE(crt::close(next));
+    }
+    system_faults faults;
+    faults.fail_all("flock", ENOLCK); // a file system without locks
+    const int free = ::dup(0);
+    ::close(free);
+    kufile *first = open(dir.path("shared"), "w");
+    kufile *second = open(dir.path("shared"), "w");
+    ASSERT_TRUE(first != nullptr && second != nullptr);
+    EXPECT_NE(fcntl(free, F_GETFD) & FD_CLOEXEC, 0) << "programs that are run inherit it";
+    EXPECT_TRUE(crt::close(first) && crt::close(second));
+}
+
+TEST(Crt, PipesAndDevicesAreReadAsTheyCome)
+{
+    const ku::test::directory dir;
+    const std::string name = dir.path("pipe");
+    ASSERT_EQ(mkfifo(name.c_str(), 0600), 0);
+    const int writer = ::open(name.c_str(), O_RDWR);
+    ASSERT_GE(writer, 0);
+    ASSERT_EQ(::write(writer, "one\ntwo", 7), 7);
+    kufile *file = crt::open(nullptr, name.c_str(), "r", crt::share::deny_none);
+    ASSERT_NE(file, nullptr);
+    char line[16];
+    EXPECT_EQ(crt::read_line(file, line, sizeof line), 4u) << "a line must not wait for more";
+    ::close(writer);
+    EXPECT_EQ(crt::read(file, line, sizeof line), 3u);
+    EXPECT_TRUE(crt::at_end(file));
+    EXPECT_FALSE(crt::seek(file, 0, crt::origin::start));
+    EXPECT_TRUE(crt::close(file));
+    EXPECT_EQ(crt::open(nullptr, dir.path().c_str(), "r", crt::share::deny_none), nullptr);
+    EXPECT_EQ(errno, EISDIR);
+}
+
+TEST(Crt, TemporaryNamesAreFreeAndFitTheirRoom)
+{
+    char first[crt::temporary_name_room + 1] = {};
+    char second[crt::temporary_name_room + 1] = {};
+    first[crt::temporary_name_room] = 'e'; // the byte behind the room
+    ASSERT_TRUE(crt::temporary_name(first));
+    EXPECT_EQ(std::strlen(first), crt::temporary_name_room - 1);
+    EXPECT_EQ(first[crt::temporary_name_room], 'e');
+    EXPECT_EQ(std::string(first).rfind("/tmp/", 0), 0u);
+    system_faults faults;
+    faults.fail_all("random", ENOSYS); // the clock stands in
+    ASSERT_TRUE(crt::temporary_name(second));
+    EXPECT_STRNE(first, second);
+    faults.fail_all("lstat", EACCES); // cannot tell whether a name is free
+    EXPECT_FALSE(crt::temporary_name(second));
+}

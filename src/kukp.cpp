@@ -390,10 +390,10 @@ template <class Reader> kukpspecial kukpxtoken(const kukprun &run, const Reader 
     kukpspecial found{};
     const kul *list = kulplock(run.ctx, run.clients);
     for (std::int32_t i = 0; i < list->nitems_kul && found.bytes == 0; i++) {
-        const auto &token = *static_cast<const kukat *>(list->items_kul[i]);
-        if (token.tokenl_kukat == 0 || token.tokenl_kukat > in.left()) continue;
-        const std::uint32_t characters = kukpbegins(*run.ctx->kuxlangidh, in, token);
-        if (characters > 0) found = {token.tokenl_kukat, characters, token.ttype_kukat};
+        const auto *token = static_cast<const kukat *>(list->items_kul[i]);
+        if (token == nullptr || token->tokenl_kukat > in.left()) continue;
+        const std::uint32_t characters = kukpbegins(*run.ctx->kuxlangidh, in, *token);
+        if (characters > 0) found = {token->tokenl_kukat, characters, token->ttype_kukat};
     }
     kulpunlock(run.ctx, run.clients);
     return found;

@@ -200,7 +200,7 @@ bool is_single(const kucursor &cursor)
     absorb(here);
     if (here.shifted_kucursor != 0) return false;
     const character now = read(here);
-    return now.value == 0 || now.value == *here.position_kucursor;
+    return now.value == 0 || (now.width == 1 && !is_raw(now.value));
 }
 
 std::uint32_t width(const kucursor &cursor)

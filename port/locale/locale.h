@@ -72,7 +72,7 @@ inline unsigned char current(const kucursor &cursor); // current byte; 0 at the 
 inline bool past_size(const kucursor &cursor);        // no whole character is left before the size
 std::size_t
 offset(const kucursor &cursor);         // bytes from start to the position, shift bytes included
-bool is_single(const kucursor &cursor); // the current byte, not shifted, is the wide value
+bool is_single(const kucursor &cursor); // one byte, not shifted, not raw: the wide value
 std::uint32_t width(const kucursor &cursor); // bytes of the current character without shift bytes;
                                              // 0 at the end
 std::uint32_t wide(const kucursor &cursor);  // wide value of the current character; 0 at the end

@@ -20,11 +20,18 @@ constexpr uint8_t kuxnl_cancelled = 3; // allocated and later released
 using log = ku::allocation_log<kuxnl, &kux::kuxnllog, &kux::kuxnlnrecords, &kux::kuxnlsize,
                                &kuxnl::kuxnlptr, &kuxnl::kuxnltype, 50, 50>;
 
-// The release at `slot` has undone its allocation already.
-void kuxnlcancel(kux *ctx, int32_t slot, void *address)
+// A release at `slot` has undone its allocation already. False for other records.
+bool kuxnlcancel(kux *ctx, int32_t slot, const kuxnl &record)
 {
-    const int32_t opening = log::find(ctx, slot, kuxnl_allocated, address);
+    if (record.kuxnltype != kuxnl_released) return false;
+    const int32_t opening = log::find(ctx, slot, kuxnl_allocated, record.kuxnlptr);
     if (opening >= 0) ctx->kuxnllog[opening].kuxnltype = kuxnl_cancelled;
+    return true;
+}
+
+auto kuxnlcanceller(kux *ctx)
+{
+    return [ctx](int32_t slot, const kuxnl &record) { return kuxnlcancel(ctx, slot, record); };
 }
 
 } // namespace
@@ -65,7 +72,9 @@ void kuxnllog(kux *ctx, uint32_t operation, void *address, void *newaddress)
     switch (operation) {
     case KUXNL_ALLOC: log::append(ctx, address, kuxnl_allocated); break;
     case KUXNL_FREE: log::append(ctx, address, kuxnl_released); break;
-    case KUXNL_REALLOC: log::follow(ctx, address, newaddress); break;
+    case KUXNL_REALLOC:
+        log::follow(ctx, address, newaddress, kuxnl_cancelled, kuxnlcanceller(ctx));
+        break;
     default: break;
     }
 }
@@ -74,21 +83,16 @@ uint32_t kuxnlrserve(kux *ctx) { return log::reserve(ctx); }
 
 void ku::log_plain_mark(kux *ctx) { log::append(ctx, static_cast<void *>(nullptr), kuxnl_mark); }
 
-void kuxnlend(kux *ctx)
-{
-    log::close(ctx, log::find_mark(ctx), [ctx](int32_t slot, kuxnl record) {
-        if (record.kuxnltype == kuxnl_released) kuxnlcancel(ctx, slot, record.kuxnlptr);
-    });
-}
+void kuxnlend(kux *ctx) { log::close(ctx, log::find_mark(ctx), kuxnlcanceller(ctx)); }
 
 void kuxnlrollback(kux *ctx)
 {
     const int32_t mark = log::find_mark(ctx);
     if (mark < 0) return; // records outside frames may be of blocks in use
-    log::close(ctx, mark, [ctx](int32_t slot, kuxnl record) {
+    log::close(ctx, mark, [ctx](int32_t slot, const kuxnl &record) {
         if (record.kuxnltype == kuxnl_allocated)
             ctx->kuxnmfree(ctx, record.kuxnlptr);
-        else if (record.kuxnltype == kuxnl_released)
-            kuxnlcancel(ctx, slot, record.kuxnlptr);
+        else
+            kuxnlcancel(ctx, slot, record);
     });
 }

@@ -43,14 +43,20 @@ void kuxrlcancelall(kux *ctx, int32_t slot, kuxhandle handle)
     }
 }
 
-void kuxrlcancel(kux *ctx, int32_t slot, const kuxrl &record)
+// What a closing record at `slot` has closed already. False for other records.
+bool kuxrlcancel(kux *ctx, int32_t slot, const kuxrl &record)
 {
     switch (record.kuxrltype) {
-    case kuxrl_released: kuxrlcancelall(ctx, slot, record.kuxrlhandle); break;
-    case kuxrl_unlocked: kuxrlcancelone(ctx, slot, kuxrl_locked, record.kuxrlhandle); break;
-    case kuxrl_ended: kuxrlcancelone(ctx, slot, kuxrl_begun, record.kuxrlhandle); break;
-    default: break;
+    case kuxrl_released: kuxrlcancelall(ctx, slot, record.kuxrlhandle); return true;
+    case kuxrl_unlocked: kuxrlcancelone(ctx, slot, kuxrl_locked, record.kuxrlhandle); return true;
+    case kuxrl_ended: kuxrlcancelone(ctx, slot, kuxrl_begun, record.kuxrlhandle); return true;
+    default: return false;
     }
+}
+
+auto kuxrlcanceller(kux *ctx)
+{
+    return [ctx](int32_t slot, const kuxrl &record) { return kuxrlcancel(ctx, slot, record); };
 }
 
 // Lock and begin-dereference: noted only when they gave an address.
@@ -131,7 +137,9 @@ void kuxrlmlog(kux *ctx, uint32_t operation, kuxhandle handle, kuxhandle newhand
     switch (operation) {
     case KUXRL_ALLOC: log::append(ctx, handle, kuxrl_allocated); break;
     case KUXRL_FREE: log::append(ctx, handle, kuxrl_released); break;
-    case KUXRL_REALLOC: log::follow(ctx, handle, newhandle); break;
+    case KUXRL_REALLOC:
+        log::follow(ctx, handle, newhandle, kuxrl_cancelled, kuxrlcanceller(ctx));
+        break;
     case KUXRL_LOCK: log::append(ctx, handle, kuxrl_locked); break;
     case KUXRL_UNLOCK: log::append(ctx, handle, kuxrl_unlocked); break;
     case KUXRL_BEGINDEREF: log::append(ctx, handle, kuxrl_begun); break;
@@ -147,11 +155,7 @@ void ku::log_relocatable_mark(kux *ctx)
     log::append(ctx, static_cast<kuxhandle>(nullptr), kuxrl_mark);
 }
 
-void kuxrleend(kux *ctx)
-{
-    log::close(ctx, log::find_mark(ctx),
-               [ctx](int32_t slot, const kuxrl &record) { kuxrlcancel(ctx, slot, record); });
-}
+void kuxrleend(kux *ctx) { log::close(ctx, log::find_mark(ctx), kuxrlcanceller(ctx)); }
 
 void kuxrlrollback(kux *ctx)
 {

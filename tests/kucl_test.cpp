@@ -1,0 +1,300 @@
+// Command lines: texts, vectors and command files become values or one error.
+#include <deque>
+#include <string>
+#include <vector>
+
+#include "kucl.h"
+#include "kul.h"
+#include "support/context.h"
+#include "support/files.h"
+#include "support/sweep.h"
+
+using ku::test::context;
+
+namespace
+{
+
+std::vector<char *> vector(std::vector<std::string> &texts)
+{
+    std::vector<char *> pointers;
+    for (std::string &text : texts) pointers.push_back(text.data());
+    return pointers;
+}
+
+// Definitions as a tool makes them, in the order mode, level, names, file.
+class tool
+{
+public:
+    explicit tool(context &ctx) : ctx_(ctx)
+    {
+        const ku::test::spared setup(ctx);
+        list_ = kulpcreate(ctx, 0, nullptr);
+        choices_ = kulpcreate(ctx, 2, choices);
+        add({0, 0, "mode", "slow", choices_, nullptr, KUCL_CHOICE | KUCL_NOCASE});
+        add({1, 10, "level", nullptr, nullptr, nullptr, KUCL_NUMBER | KUCL_RANGE});
+        add({0, 0, "names", nullptr, nullptr, nullptr, KUCL_LIST});
+        add({0, 0, "file", nullptr, nullptr, nullptr, KUCL_CMDFILE});
+    }
+    tool(const tool &) = delete;
+    tool &operator=(const tool &) = delete;
+    ~tool()
+    {
+        for (int i = kulpnitems(ctx_, list_); i-- > 0;) {
+            auto *argument = static_cast<kucla *>(kulpitem(ctx_, list_, i));
+            clear(argument);
+            if ((argument->kuclaflg & KUCL_ADDED) == 0) continue;
+            ctx_->kuxnmfree(ctx_, const_cast<char *>(argument->kuclakwd));
+            ctx_->kuxnmfree(ctx_, argument);
+        }
+        kulpdestroy(ctx_, list_);
+        kulpdestroy(ctx_, choices_);
+    }
+
+    void *list() const { return list_; }
+    kucla &operator[](std::size_t index) { return arguments_[index]; }
+
+    // What a parse did: "mode=fast names=x,y !4" and, of the error, "(mode)" its
+    // definition and "@" when it was found in the file.
+    std::string said(kucle *error)
+    {
+        std::string text;
+        for (int i = 0; i < kulpnitems(ctx_, list_); i++) {
+            const auto *argument = static_cast<kucla *>(kulpitem(ctx_, list_, i));
+            if (argument->kuclaval == nullptr) continue;
+            text += std::string(text.empty() ? "" : " ") + argument->kuclakwd;
+            for (int j = 0; j < kulpnitems(ctx_, argument->kuclaval); j++)
+                text += (j > 0 ? "," : "=")
+                        + std::string(static_cast<char *>(kulpitem(ctx_, argument->kuclaval, j)));
+        }
+        if (error == nullptr) return text;
+        text += " !" + std::to_string(error->kuclecod);
+        if (error->kuclearg != nullptr) text += std::string("(") + error->kuclearg->kuclakwd + ")";
+        if (error->kucleflg == KUCLE_INFILE) text += "@";
+        EXPECT_EQ(kucledestroy(ctx_, error), nullptr);
+        return text;
+    }
+    std::string parse(const std::string &text, uint32_t userp = 0, int quote = 0)
+    {
+        return said(kuclpsq(ctx_, text.c_str(), list_, userp, quote));
+    }
+
+private:
+    void add(const kucla &argument)
+    {
+        arguments_.push_back(argument);
+        kulpinsert(ctx_, list_, KUL_APPEND, &arguments_.back());
+    }
+    void clear(kucla *argument)
+    {
+        if (argument->kuclaval == nullptr) return;
+        for (int i = kulpnitems(ctx_, argument->kuclaval); i-- > 0;)
+            ctx_->kuxnmfree(ctx_, kulpitem(ctx_, argument->kuclaval, i));
+        argument->kuclaval = kulpdestroy(ctx_, argument->kuclaval);
+    }
+
+    static inline char fast[] = "Fast";
+    static inline char slow[] = "slow";
+    static inline void *const choices[] = {fast, slow};
+    context &ctx_;
+    std::deque<kucla> arguments_;
+    void *list_;
+    void *choices_;
+};
+
+} // namespace
+
+TEST(Kucl, TextBecomesValuesOrTheFirstError)
+{
+    static constexpr struct {
+        const char *text, *said;
+    } rows[] = {
+        {"", "mode=slow"}, // the default, which is not checked and comes last
+        {"level=1 names=(x,y) fast", "level=1 names=x,y !4"},
+        {"fast 3 a", "mode=fast level=3 names=a"},
+        {"fast 3 a b c", "mode=fast level=3 names=a file=b !1"},
+        {"fast (3) (a, b)", "mode=fast level=3 names=a,b"},
+        {"MODE=FAST", "mode=FAST"},
+        {"mode=quick", "mode=quick !5(mode)"}, // attached all the same
+        {"mode=fast mode=slow", "mode=fast !2(mode)"},
+        {"fast mode=slow", "mode=fast !2(mode)"},
+        {"level=(1,2)", " !7(level)"},
+        {"level=11", "level=11 !5(level)"},
+        {"level=1x", "level=1x !5(level)"},
+        {"level=+010", "mode=slow level=+010"},
+        {"level=-1", "level=-1 !5(level)"},
+        {"level=99999999999999999999", "level=99999999999999999999 !5(level)"},
+        {"level='+'", "level=+ !5(level)"},
+        {"level=", "mode=slow level="},
+        {"level= 3", "level= !4"},
+        {"level =3", "mode=slow level=3"},
+        {"level= (3)", "mode=slow level=3"},
+        {"names=()", " !6"},
+        {"names=(x,)", " !6"},
+        {"names=(x,y", " !6"},
+        {"names=(x y)", " !6"},
+        {"names=('',x)", " !6"},
+        {"names=(", " !6"},
+        {"names=(x , 'y z')", "mode=slow names=x,y z"},
+        {"names=(a(b),c)", "names=a(b !4"},
+        {"names=(a,?)", " !50"},
+        {"?", " !50"},
+        {"'-?'", " !50"},
+        {"names=x?", "mode=slow names=x?"},
+        {"names=a=b", "mode=slow names=a=b"},
+        {"names=c:\\dir\\x.txt", "mode=slow names=c:\\dir\\x.txt"},
+        {"names=a!b", "mode=slow names=a!b"}, // no lexer token, still a value
+        {"names='x''y'", "mode=slow names=x''y"},
+        {"names='x'y'z'", "mode=slow names=x'y'z"},
+        {"names=\"'\"", "mode=slow names='"},
+        {"names=--x 'y' /*", "mode=slow names=--x 'y' /*"}, // a comment is a value
+        {"other=1", " !3(other)"},
+        {"=5", " !3()"},
+    };
+    for (const char *language : {"ascii", "utf8", "sjis", "iso-2022-kr"})
+        for (const auto &row : rows) {
+            SCOPED_TRACE(std::string(language) + ": " + row.text);
+            context ctx(language);
+            tool definitions(ctx);
+            EXPECT_EQ(definitions.parse(row.text), row.said);
+            EXPECT_ERRORS(ctx, {});
+        }
+}
+
+TEST(Kucl, UndeclaredKeywordsAreAddedAndTakeValuesOnlyWhenAccepted)
+{
+    context ctx;
+    tool definitions(ctx);
+    const std::string keyword(300, 'k');
+    EXPECT_EQ(definitions.parse("other=(1,2) OTHER=3", 1), "other=1,2 !2(other)");
+    EXPECT_EQ(definitions.parse(keyword + "=1", 1), "mode=slow other=1,2 " + keyword + "=1");
+    EXPECT_EQ(definitions.parse(keyword.substr(0, 260) + "=2", 1),
+              "mode=slow other=1,2 " + keyword + "=1 !2(" + keyword + ")"); // 255 bytes count
+    EXPECT_EQ(kulpnitems(ctx, definitions.list()), 6);
+    EXPECT_EQ(kuclgv(ctx, definitions.list(), "names"), nullptr);
+    EXPECT_EQ(kulpnitems(ctx, kuclgv(ctx, definitions.list(), "Other")), 2);
+    EXPECT_EQ(kuclgv(ctx, definitions.list(), "nobody"), nullptr);
+}
+
+TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
+{
+    static const struct {
+        std::vector<std::string> vector;
+        const char *text;
+        const char *language = "ascii";
+    } rows[] = {
+        {{"tool", "mode=fast", "file=a b.txt", "x"}, " mode='fast'  file='a b.txt'  'x'"},
+        {{"tool"}, ""},
+        {{"tool", "", "x"}, "   'x'"},
+        {{"tool", "k='a b'", "k=\"a", "k=(a,b)", "(a,b)", "'x'"},
+         " k='a b'  k=\"a  k=(a,b)  (a,b)  'x'"},
+        {{"tool", "k=", "=", "a=b=c", "it's", "'a=b"}, " k=''  =''  a='b=c'  'it's'  'a=b"},
+        {{"tool", "  x", "  k=v", "a\tb"}, "   'x'    k='v'  'a\tb'"},
+        {{"tool", "(a=b", "a'=b'=c"}, " (a=b  a'=b'='c'"},
+        {{"tool", "\x83\x5c=\x83\x5c"}, " \x83\x5c='\x83\x5c'", "sjis"},
+        {{"tool", "\x0e\x3d\x27\x0f=\x0e\x30\x21\x0f"}, // `=` and `'` inside characters
+         " \x0e\x3d\x27\x0f='\x0e\x30\x21\x0f'",
+         "iso-2022-kr"},
+    };
+    for (const auto &row : rows) {
+        context ctx(row.language);
+        std::vector<std::string> texts = row.vector;
+        const std::vector<char *> argv = vector(texts);
+        char *text = kuclmo(ctx, static_cast<int32_t>(argv.size()), argv.data());
+        EXPECT_STREQ(text, row.text);
+        ctx->kuxnmfree(ctx, text);
+    }
+    for (const char *language : {"utf8", "sjis", "euc-jp", "iso-2022-kr"}) {
+        context ctx(language);
+        tool definitions(ctx);
+        const std::string letter =
+            std::string(language) == "iso-2022-kr" ? "\x0e\x30\x21\x0f" : "\xe3\x81";
+        std::vector<std::string> texts = {"tool", "names=it is " + letter + "x" + letter};
+        const std::vector<char *> argv = vector(texts);
+        EXPECT_EQ(definitions.said(kuclpa(ctx, 2, argv.data(), definitions.list(), 0)),
+                  "mode=slow " + texts[1]);
+    }
+}
+
+TEST(Kucl, CommandFilesAreReadAfterTheLine)
+{
+    static const struct {
+        std::string file;
+        const char *said;
+        int quote = 0;
+    } rows[] = {
+        {"level=3\nmode=fast", "mode=fast level=3"},
+        {"", "mode=slow"},
+        {"\n\n", "mode=slow"},
+        {"level=3 fast\n", "level=3 !4@"},
+        {"names=x\nlevel=12", "level=12 names=x !5(level)@"},
+        {"names='a\nb\nc'\nlevel=2", "mode=slow level=2 names=a\nb\nc"}, // over three lines
+        {"names=(a,\n b,\n c)\n", "mode=slow names=a,b,c"},
+        {"level=3 /* mode=x\n mode=y */", "level=3 !4@"}, // a comment is a value here, too
+        {"names=" + std::string(3000, 'x'), "mode=slow names=*"},
+        {"names=it is\n", "names=it !4@"},
+        {"names=it is\nlevel=3 \n", "names=it !4@", 1},
+        {"names=a!b  level=3\n\nmode=(fast)", "mode=fast level=3 names=a!b", 1},
+        {"names=a/*b level=3\tmode=fast", "mode=fast level=3 names=a/*b", 1},
+        {"file=other", "!2(file)@"},
+    };
+    ku::test::directory dir;
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.file.substr(0, 60));
+        context ctx;
+        tool definitions(ctx);
+        const std::string path = dir.write("commands", row.file);
+        std::string said = definitions.parse("file='" + path + "'", 0, row.quote);
+        const std::string own = "file=" + path;
+        said.erase(said.find(own), own.size() + 1);
+        if (const auto at = said.find(std::string(3000, 'x')); at != std::string::npos)
+            said.replace(at, 3000, "*");
+        while (!said.empty() && said.back() == ' ') said.pop_back();
+        EXPECT_EQ(said, row.said);
+    }
+    context ctx;
+    tool definitions(ctx);
+    EXPECT_EQ(definitions.parse("file=no_such"), "file=no_such !8(file)");
+    tool defaulted(ctx);
+    defaulted[3].kucladef = "no_such"; // a default names no file
+    EXPECT_EQ(defaulted.parse("level=3"), "mode=slow level=3 file=no_such");
+}
+
+// Lines are joined pairwise: one by one, this file would take minutes.
+TEST(Kucl, AHugeCommandFileIsReadWhole)
+{
+    constexpr int lines = 8000;
+    std::string file = "names=(";
+    for (int i = 0; i < lines; i++) file += "'v" + std::to_string(i) + "\n',\n";
+    ku::test::directory dir;
+    const std::string path = dir.write("commands", file + "end)");
+    context ctx;
+    tool definitions(ctx);
+    kucle *error = kuclps(ctx, ("file='" + path + "'").c_str(), definitions.list(), 0);
+    EXPECT_EQ(error, nullptr);
+    void *values = definitions[2].kuclaval;
+    ASSERT_EQ(kulpnitems(ctx, values), lines + 1);
+    EXPECT_STREQ(static_cast<char *>(kulpitem(ctx, values, lines - 1)), "v7999\n");
+}
+
+TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
+{
+    ku::test::directory dir;
+    const std::string path = dir.write("commands", "names=('a\nb',c)\nnew=1\nlevel=2");
+    const auto parse = [&path](context &ctx) {
+        tool definitions(ctx);
+        std::vector<std::string> texts = {"tool", "mode=fast", "file=" + path};
+        const std::vector<char *> argv = vector(texts);
+        kucle *error = kuclpa(ctx, 3, argv.data(), definitions.list(), 1);
+        EXPECT_EQ(ctx.errors(), std::vector<std::string>{});
+        for (int i = 0; i < 4; i++)
+            EXPECT_EQ(definitions[static_cast<std::size_t>(i)].kuclakwd[0], "mlnf"[i]);
+        if (error == nullptr) return true;
+        // No memory to open the file with is a file that cannot be opened.
+        EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || error->kuclecod == KUCLE_CMDFILE);
+        kucledestroy(ctx, error);
+        return false;
+    };
+    ku::test::sweep_allocations(parse);
+    ku::test::sweep_allocations(parse, "iso-2022-kr");
+    ku::test::sweep_basic_allocations(parse);
+}

@@ -1,0 +1,473 @@
+// Token objects: what they answer, how they are edited, joined and merged.
+#include <cstring>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kuke.h"
+#include "kuko.h"
+#include "kukp.h"
+#include "kul.h"
+#include "kuxdr.h"
+#include "kuxml.h"
+#include "support/context.h"
+#include "support/sweep.h"
+
+using ku::test::context;
+
+namespace
+{
+
+// A language and one of its letters that is more than a byte where it has such.
+constexpr struct language {
+    const char *name;
+    const char *letter;
+} languages[] = {
+    {"ascii", "k"},
+    {"utf8", "\xe5\xad\x97"},
+    {"sjis", "\x83\x5c"}, // the second byte is a backslash
+    {"iso-2022-kr", "\x0e\x30\x21\x0f"},
+};
+
+// A text with @ in the place of the language's letter.
+std::string in(const language &language, std::string text)
+{
+    for (std::size_t at; (at = text.find('@')) != std::string::npos;)
+        text.replace(at, 1, language.letter);
+    return text;
+}
+
+class object
+{
+public:
+    object(context &ctx, const std::string &text, int state = 0, int weight = 0, int mode = 1)
+        : ctx_(ctx), text_(text),
+          handle_(kukpcreate(ctx, text_.c_str(), weight, mode, nullptr, nullptr, state))
+    {
+    }
+    object(context &ctx, void *handle) : ctx_(ctx), handle_(handle) {}
+    object(const object &) = delete;
+    object &operator=(const object &) = delete;
+    ~object() { kukpdestroy(ctx_, handle_); }
+    operator void *() const { return handle_; } // NOLINT(google-explicit-constructor)
+    void hold(void *handle)
+    {
+        kukpdestroy(ctx_, handle_);
+        handle_ = handle;
+    }
+
+    std::string contents(int token) const
+    {
+        uint32_t length = 0;
+        const unsigned char *bytes = nullptr;
+        if (kukonget(ctx_, handle_, token, nullptr, nullptr, &length, &bytes) != 0) return "?";
+        return {reinterpret_cast<const char *>(bytes), length};
+    }
+    std::string white(int token) const
+    {
+        char bytes[64];
+        return {bytes, kukonwhite(ctx_, handle_, token, bytes, sizeof bytes)};
+    }
+    std::string range(int start, int finish, uint32_t endpoints, uint32_t room = 200) const
+    {
+        std::string bytes(room, '#');
+        bytes.resize(kukorassemble(ctx_, handle_, start, finish, endpoints, bytes.data(), room));
+        return bytes;
+    }
+    // "type offset+length" of every token, a hint in parentheses.
+    std::string tokens() const
+    {
+        std::string all;
+        for (int i = 0; i < kukosgnumtokens(ctx_, handle_); i++) {
+            all += place(kukongtype(ctx_, handle_, i), kukongoffset(ctx_, handle_, i),
+                         kukonglength(ctx_, handle_, i));
+            if (const kukn *hint = kukonghint(ctx_, handle_, i))
+                all += "(" + place(hint->type_kukn, hint->offset_kukn, hint->length_kukn) + ")";
+            all += ' ';
+        }
+        return all;
+    }
+
+private:
+    static std::string place(uint32_t type, uint32_t offset, uint32_t length)
+    {
+        return std::to_string(type) + " " + std::to_string(offset) + "+" + std::to_string(length);
+    }
+    context &ctx_;
+    std::string text_;
+    void *handle_;
+};
+
+} // namespace
+
+TEST(Kuko, ObjectAnswersItsFieldsAndZeroWhenThereIsNone)
+{
+    context ctx;
+    const object open(ctx, "a 'b", 0, 7, 0);
+    int32_t state = -1;
+    int32_t mode = -1;
+    int32_t weight = -1;
+    int32_t count = -1;
+    const char *text = "untouched";
+    kukosget(ctx, nullptr, &state, &mode, &weight, &text, &count);
+    EXPECT_EQ(state + mode + weight + count, -4);
+    EXPECT_STREQ(text, "untouched");
+    kukosget(ctx, open, &state, &mode, &weight, &text, &count);
+    EXPECT_EQ((std::vector<int32_t>{state, mode, weight, count}),
+              (std::vector<int32_t>{KUKP_S_STRING, 0, 7, 2}));
+    EXPECT_STREQ(text, "a 'b");
+    kukosget(ctx, open, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_EQ(kukosgstate(ctx, nullptr) + kukosgmode(ctx, nullptr) + kukosgweight(ctx, nullptr)
+                  + kukosgnumtokens(ctx, nullptr),
+              0);
+    EXPECT_EQ(kukosgtext(ctx, nullptr), nullptr);
+}
+
+TEST(Kuko, TokensAndTheWhiteBetweenThemGiveTheTextBack)
+{
+    for (const language &language : languages) {
+        SCOPED_TRACE(language.name);
+        context ctx(language.name);
+        const std::string text = in(language, "  @x@ =  '@ @'\t \"x@\" , 12 x@  ");
+        const object whole(ctx, text);
+        EXPECT_EQ(whole.contents(0), in(language, "@x@"));
+        EXPECT_EQ(whole.contents(2), in(language, "'@ @'"));
+        EXPECT_EQ(whole.contents(6), in(language, "x@"));
+        std::string again = whole.white(-1);
+        const int last = kukosgnumtokens(ctx, whole) - 1;
+        for (int i = 0; i <= last; i++) {
+            EXPECT_EQ(whole.range(i, i, KUKO_BOTH), whole.contents(i));
+            EXPECT_EQ(kukonwlen(ctx, whole, i), whole.white(i).size());
+            EXPECT_EQ(kukonwhite(ctx, whole, i, nullptr, 0), whole.white(i).size());
+            again += whole.contents(i) + whole.white(i);
+        }
+        EXPECT_EQ(again, text);
+        EXPECT_EQ(whole.white(last + 5), "  ");
+        EXPECT_EQ(kukonwlen(ctx, whole, -9), 2u);
+        EXPECT_EQ(whole.range(0, last, KUKO_BOTH),
+                  text.substr(2, text.size() - 4)); // without the white at both ends
+        EXPECT_EQ(whole.range(0, last, KUKO_BOTH, 1), *language.letter == 'k' ? "k" : "");
+    }
+}
+
+TEST(Kuko, RangesHaveTheLengthThatIsCopied)
+{
+    context ctx;
+    const object three(ctx, "a , b");
+    static constexpr struct {
+        int start, finish;
+        uint32_t endpoints;
+        const char *text;
+    } rows[] = {
+        {0, 2, KUKO_NEITHER, " , "}, {0, 2, KUKO_FINISH, " , b"}, {0, 2, KUKO_START, "a , "},
+        {0, 2, KUKO_BOTH, "a , b"},  {0, 2, 9, "a , b"},          {1, 1, KUKO_NEITHER, ""},
+        {2, 0, KUKO_BOTH, ""},       {0, 3, KUKO_START, ""},      {-1, 2, KUKO_BOTH, ""},
+    };
+    for (const auto &row : rows) {
+        EXPECT_EQ(three.range(row.start, row.finish, row.endpoints), row.text);
+        EXPECT_EQ(kukorlen(ctx, three, row.start, row.finish, row.endpoints),
+                  std::strlen(row.text));
+    }
+    EXPECT_EQ(three.range(0, 2, KUKO_BOTH, 2), "a ");
+    EXPECT_EQ(kukorassemble(ctx, three, 0, 2, KUKO_BOTH, nullptr, 9), 0u);
+}
+
+TEST(Kuko, ValuesLoseTheirQuotes)
+{
+    static constexpr struct {
+        const char *token, *stripped;
+        uint32_t room = 100;
+        bool bytes_only = false;
+    } rows[] = {
+        {"'it''s'", "it's"},
+        {"\"a\"\"b\"", "a\"b"},
+        {"'a\"\"b'", "a\"\"b"}, // the other quote is an ordinary character
+        {"'abc", "abc"},        // open
+        {"def''g'", "def''g"},  // continued: nothing says which quote it was
+        {"''", ""},
+        {"'", ""},
+        {"", ""},
+        {"'@''@'", "@'@"},
+        {"x@", "x@"},
+        {"'abc\"", "abc", 100, true},
+        {"'abcdef'", "ab", 3},
+        {"'abcdef'", "", 0},
+    };
+    for (const language &language : languages)
+        for (const auto &row : rows) {
+            if (row.bytes_only && *language.letter != 'k') continue;
+            SCOPED_TRACE(std::string(language.name) + " " + row.token);
+            context ctx(language.name);
+            const std::string token = in(language, row.token);
+            const auto length = static_cast<uint32_t>(token.size());
+            const auto *bytes = reinterpret_cast<const unsigned char *>(token.data());
+            char value[101];
+            EXPECT_EQ(std::string(value, kukongvalue(ctx, bytes, length, 0, value, row.room, 1)),
+                      in(language, row.stripped));
+            EXPECT_EQ(std::string(value, kukongvalue(ctx, bytes, length, 0, value, 100, 0)), token);
+        }
+}
+
+TEST(Kuko, IndexesThatNameNoTokenAreAnsweredHarmlessly)
+{
+    context ctx;
+    const object one(ctx, "abc");
+    const object none(ctx, "  ");
+    for (const auto &[handle, index] :
+         {std::pair<void *, int>{one, 1}, {one, -1}, {one, INT32_MIN}, {none, 0}, {nullptr, 0}}) {
+        EXPECT_EQ(kukonget(ctx, handle, index, nullptr, nullptr, nullptr, nullptr), KULAA_RANGE);
+        EXPECT_EQ(kukongtype(ctx, handle, index) + kukongoffset(ctx, handle, index)
+                      + kukonglength(ctx, handle, index),
+                  0u);
+        EXPECT_EQ(kukongcontents(ctx, handle, index), nullptr);
+        EXPECT_ERRORS(ctx, {"kulaa 3", "kulaa 3", "kulaa 3", "kulaa 3", "kulaa 3"});
+        EXPECT_EQ(kukonghint(ctx, handle, index), nullptr);
+        EXPECT_EQ(kukonfind(ctx, handle, index, KUKP_T_WORD), -1);
+        kukonset(ctx, handle, index, 5);
+        EXPECT_ERRORS(ctx, {});
+    }
+    EXPECT_EQ(kukonwlen(ctx, none, 3), 2u);
+    EXPECT_EQ(none.white(3), "  ");
+    EXPECT_EQ(kukonwhite(ctx, nullptr, 0, nullptr, 0) + kukonwlen(ctx, nullptr, 0), 0u);
+}
+
+TEST(Kuko, TextIsReplacedByACopyOrByAPointerAndTokensStay)
+{
+    context ctx;
+    const object owning(ctx, "ab cd ef");
+    const object borrowing(ctx, "ab cd", 0, 1);
+    ctx.fail_from_now(1);
+    EXPECT_EQ(kukosset(ctx, owning, "xx"), KUKAA_NOTEXT);
+    EXPECT_STREQ(kukosgtext(ctx, owning), "ab cd ef");
+    EXPECT_EQ(kukosset(ctx, owning, kukosgtext(ctx, owning) + 3), 0u); // its own storage
+    EXPECT_STREQ(kukosgtext(ctx, owning), "cd ef");
+    EXPECT_EQ(kukongoffset(ctx, owning, 2), 6u); // past the end now
+    EXPECT_EQ(kukonwlen(ctx, owning, 2) + kukonwhite(ctx, owning, 2, nullptr, 0), 0u);
+    EXPECT_EQ(owning.range(1, 2, KUKO_BOTH), "ef");
+    const char *text = "zz";
+    EXPECT_EQ(kukosset(ctx, borrowing, text), 0u);
+    EXPECT_EQ(kukosgtext(ctx, borrowing), text);
+    for (void *handle : {static_cast<void *>(owning), static_cast<void *>(borrowing)}) {
+        EXPECT_EQ(kukosset(ctx, handle, nullptr), 0u);
+        EXPECT_EQ(kukongcontents(ctx, handle, 0), nullptr);
+        EXPECT_EQ(kukonglength(ctx, handle, 0), 2u);
+        char bytes[8];
+        EXPECT_EQ(kukorassemble(ctx, handle, 0, 1, KUKO_BOTH, bytes, 8), 0u);
+        EXPECT_EQ(kukonwhite(ctx, handle, 0, bytes, 8), 0u);
+    }
+}
+
+TEST(Kuko, DeletionTakesTokensAndHintsOutAndLeavesTheText)
+{
+    static constexpr struct {
+        int start, finish;
+        uint32_t endpoints;
+        const char *left;
+    } rows[] = {
+        {0, 3, KUKO_NEITHER, "ad"}, {0, 3, KUKO_BOTH, ""},        {0, 3, KUKO_START, "d"},
+        {0, 3, KUKO_FINISH, "a"},   {1, 4, KUKO_START, "a"},      {1, 4, KUKO_BOTH, "abcd"},
+        {2, 2, KUKO_BOTH, "abd"},   {2, 3, KUKO_NEITHER, "abcd"}, {3, 1, KUKO_BOTH, "abcd"},
+    };
+    for (const auto &row : rows) {
+        context ctx;
+        const object four(ctx, "a b c d");
+        EXPECT_EQ(kukordelete(ctx, four, row.start, row.finish, row.endpoints), 0u);
+        std::string left;
+        for (int i = 0; i < kukosgnumtokens(ctx, four); i++) left += four.contents(i);
+        EXPECT_EQ(left, row.left);
+        EXPECT_STREQ(kukosgtext(ctx, four), "a b c d");
+    }
+    context ctx;
+    const object hinted(ctx, "select /*+ x */ a", 0, 0, 0);
+    kukphint(ctx, hinted);
+    ASSERT_NE(kukonghint(ctx, hinted, 0), nullptr);
+    auto *list = static_cast<kuk *>(static_cast<void *>(hinted))->origtklh_kuk;
+    kulplock(ctx, list);
+    EXPECT_EQ(kukordelete(ctx, hinted, 0, 1, KUKO_BOTH), KULAA_LOCKED);
+    EXPECT_EQ(kukosgnumtokens(ctx, hinted), 2);
+    kulpunlock(ctx, list);
+    EXPECT_EQ(kukordelete(ctx, hinted, -1, 1, KUKO_BOTH), KULAA_RANGE);
+    EXPECT_EQ(kukordelete(ctx, hinted, 0, 0, KUKO_BOTH), 0u); // the context counts the hint
+    EXPECT_ERRORS(ctx, {"kulaa 2", "kulaa 3"});
+}
+
+// With the default callbacks records are pinned through the log, which can be full.
+TEST(Kuko, AChangeWithoutRoomInTheLogLeavesTheTokensAsTheyWere)
+{
+    for (int room = 0; room <= 5; room++) {
+        context ctx;
+        const kuxrmaccessfn lock = std::exchange(ctx->kuxrmlock, kuxdrlock);
+        const kuxrmaccessfn unlock = std::exchange(ctx->kuxrmunlock, kuxdrunlock);
+        const object cut(ctx, "'a");
+        const object rest(ctx, "b' c", KUKP_S_STRING);
+        const object both(ctx, kukeconcat(ctx, cut, rest, 0));
+        const std::string before = both.tokens();
+        while (ctx->kuxrlnrecords < ctx->kuxrlsize - room) kuxmlbegin(ctx);
+        ku::test::fail_basic_from_now(1);
+        const uint32_t status = kukemerge(ctx, both);
+        EXPECT_EQ(status, room < 5 ? KUXML_FULL : 0u); // a frame, two locks, two unlocks
+        EXPECT_EQ(both.tokens() == before, room < 5);
+        ku::test::fail_basic_from_now(1);
+        kukonset(ctx, both, 0, 77);
+        EXPECT_EQ(kukongtype(ctx, both, 0) == 77, room >= 3);
+        ku::test::fail_basic_from_now(0);
+        while (ctx->kuxrlnrecords > 0) kuxmlend(ctx);
+        ctx->kuxrmlock = lock;
+        ctx->kuxrmunlock = unlock;
+        ctx.clear();
+    }
+}
+
+TEST(Kuke, JoinsTextsTokensAndHintsOrSaysWhyNot)
+{
+    context ctx;
+    const object first(ctx, "select /*+ x */ 'a", 0, 0, 0);
+    const object second(ctx, "b'", KUKP_S_STRING, 0, 0);
+    kukphint(ctx, first);
+    const object both(ctx, kukeconcat(ctx, first, second, '\n'));
+    EXPECT_STREQ(kukosgtext(ctx, both), "select /*+ x */ 'a\nb'");
+    EXPECT_EQ(both.tokens(), "86 0+15(405 7+8) 398 16+2 397 19+2 ");
+    EXPECT_EQ(kukosgstate(ctx, both) + kukosgweight(ctx, both), 0);
+    const object twice(ctx, kukeconcat(ctx, both, first, 0)); // a hint in the second
+    EXPECT_EQ(kukonghint(ctx, twice, 3)->offset_kukn, 21u + 7u);
+    EXPECT_EQ(kukosgstate(ctx, twice), KUKP_S_STRING);
+
+    const object borrowed(ctx, "x", 0, 1);
+    const object other(ctx, "y", 0, 2);
+    const object words(ctx, "y", 0, 0, 1);
+    EXPECT_EQ(kukeconcat(ctx, first, nullptr, 0), nullptr);
+    EXPECT_EQ(kukeconcat(ctx, first, words, 0), nullptr);
+    EXPECT_EQ(kukeconcat(ctx, borrowed, other, 0), nullptr);
+    EXPECT_ERRORS(ctx, {"kukaa 8", "kukaa 10", "kukaa 11"});
+    const object textless(ctx, kukeconcat(ctx, borrowed, borrowed, ';'));
+    EXPECT_EQ(kukosgtext(ctx, textless), nullptr);
+    EXPECT_EQ(kukosgweight(ctx, textless), 0);
+    EXPECT_EQ(textless.tokens(), "403 0+1 403 2+1 ");
+}
+
+TEST(Kuke, MergesByTypeAndLeavesWhatNothingCompletes)
+{
+    static constexpr struct {
+        std::vector<uint32_t> (*types)();
+        const char *merged;
+    } rows[] = {
+        {[] {
+             return std::vector<uint32_t>{394, 394, 403, 393, 394};
+         },
+         "393 0+7 394 8+1 "},
+        {[] {
+             return std::vector<uint32_t>{398, 401, 402, 397, 401};
+         },
+         "397 0+7 401 8+1 "},
+        {[] {
+             return std::vector<uint32_t>{400, 396, 395, 399, 404};
+         },
+         "399 0+7 404 8+1 "},
+        {[] {
+             return std::vector<uint32_t>{402, 398, 400, 394, 396};
+         },
+         "402 0+1 398 2+1 400 4+1 394 6+1 396 8+1 "},
+        {[] {
+             return std::vector<uint32_t>{402, 401, 403, 396, 395};
+         },
+         "401 0+3 403 4+1 395 6+3 "},
+    };
+    for (const auto &row : rows) {
+        context ctx;
+        const object five(ctx, "a b c d e");
+        int i = 0;
+        for (const uint32_t type : row.types()) kukonset(ctx, five, i++, type);
+        auto *list = static_cast<kuk *>(static_cast<void *>(five))->origtklh_kuk;
+        const std::string before = five.tokens();
+        kulplock(ctx, list);
+        const uint32_t refused = kukemerge(ctx, five);
+        EXPECT_EQ(five.tokens(), before);
+        kulpunlock(ctx, list);
+        ctx.clear();
+        EXPECT_EQ(kukemerge(ctx, five), 0u);
+        EXPECT_EQ(five.tokens(), row.merged);
+        EXPECT_EQ(refused, before == row.merged ? 0u : KULAA_LOCKED);
+    }
+    context ctx;
+    EXPECT_EQ(kukemmatch(ctx, 396), 395u);
+    EXPECT_EQ(kukemmatch(ctx, 403), 0u);
+    EXPECT_EQ(kukemerge(ctx, nullptr), 0u);
+}
+
+namespace
+{
+
+// Whether the lexer can go on behind byte `at` from its state alone: not within
+// a word, a number, a line comment, a mark of two bytes or a doubled quote.
+bool cuttable(context &ctx, const object &whole, const std::string &text, uint32_t at)
+{
+    for (int i = 0; i < kukosgnumtokens(ctx, whole); i++) {
+        const uint32_t begin = kukongoffset(ctx, whole, i);
+        const uint32_t end = begin + kukonglength(ctx, whole, i);
+        if (at <= begin || at >= end) continue;
+        const uint32_t type = kukongtype(ctx, whole, i);
+        if (type == KUKP_T_STRING || type == KUKP_T_IDENTIFIER)
+            return text[at - 1] != text[begin] || at == begin + 1
+                       ? text[at] != text[begin] || at == end - 1
+                       : false;
+        return (type == KUKP_T_COMMENT || type == KUKP_T_LABEL) && at >= begin + 2 && at <= end - 2;
+    }
+    return true;
+}
+
+} // namespace
+
+TEST(Kuke, PiecesJoinedAndMergedAreTheWholeWhereverItIsCut)
+{
+    for (const language &language : languages) {
+        SCOPED_TRACE(language.name);
+        context ctx(language.name);
+        const std::string text =
+            in(language, "x = 'a''@ c'/* q@ */\"i\"\"d\" <<l@>> '' --z\n @,'b' \"\"");
+        const object whole(ctx, text);
+        std::vector<uint32_t> cuts;
+        for (uint32_t at = 0; at <= text.size(); at++)
+            if (cuttable(ctx, whole, text, at)
+                && (at == 0 || at == text.size() || !std::strchr(language.letter, text[at])
+                    || *language.letter == 'k'))
+                cuts.push_back(at);
+        ASSERT_GT(cuts.size(), 30u);
+        for (const uint32_t first : cuts)
+            for (const uint32_t second : cuts) {
+                if (second < first) continue;
+                SCOPED_TRACE(text.substr(0, first) + " | " + text.substr(first, second - first));
+                const object one(ctx, text.substr(0, first));
+                const object two(ctx, text.substr(first, second - first), kukosgstate(ctx, one));
+                const object three(ctx, text.substr(second), kukosgstate(ctx, two));
+                const object joined(ctx, kukeconcat(ctx, one, two, 0));
+                const object all(ctx, kukeconcat(ctx, joined, three, 0));
+                ASSERT_EQ(kukemerge(ctx, all), 0u);
+                ASSERT_EQ(all.tokens(), whole.tokens());
+                ASSERT_EQ(kukosgtext(ctx, all), text);
+            }
+    }
+}
+
+TEST(Kuke, JoiningShortOfMemoryLeavesThePiecesAndNothingElse)
+{
+    const auto join = [](context &ctx) {
+        const object first(ctx, "select /*+ x */ 'a", 0, 0, 0);
+        const object second(ctx, "b' c", KUKP_S_STRING, 0, 0);
+        if (static_cast<void *>(first) == nullptr || static_cast<void *>(second) == nullptr)
+            return false;
+        kukphint(ctx, first);
+        const std::string before = first.tokens() + second.tokens();
+        const object both(ctx, kukeconcat(ctx, first, second, 0));
+        EXPECT_EQ(first.tokens() + second.tokens(), before);
+        return static_cast<void *>(both) != nullptr && kukemerge(ctx, both) == 0
+               && kukosset(ctx, both, "y") == 0;
+    };
+    ku::test::sweep_allocations(join);
+    ku::test::sweep_allocations([&](context &ctx) { // nothing is rolled back then
+        kuxmloff(ctx);
+        const bool done = join(ctx);
+        kuxmlon(ctx);
+        return done;
+    });
+    ku::test::sweep_basic_allocations(join);
+}

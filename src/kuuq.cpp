@@ -32,6 +32,10 @@ struct kuuqpart {
 
 constexpr int kuuq_waiting = 128; // parts that wait in one frame
 
+// Slots by which the scans ask ahead for what their elements point to. Most
+// often that is what the comparator reads; for any other value asking is harmless.
+constexpr std::int32_t kuuq_ahead = 16;
+
 // Partitions slots left to right, at least two. The slot where the pivot came to stand.
 std::int32_t kuuqpartition(kux *ctx, void **array, kuuqpart part, kulcomparefn comparator,
                            void *clientarg)
@@ -45,8 +49,14 @@ std::int32_t kuuqpartition(kux *ctx, void **array, kuuqpart part, kulcomparefn c
     std::int32_t r = part.right;
     while (r > l) {
         // The pivot itself stops l; the bound holds for a comparator that contradicts itself.
-        while (comparator(ctx, array[l], pivot, clientarg) < 0 && l < part.right) l++;
-        while (comparator(ctx, array[r], pivot, clientarg) >= 0 && r > l) r--;
+        while (comparator(ctx, array[l], pivot, clientarg) < 0 && l < part.right) {
+            l++;
+            __builtin_prefetch(array[part.right - l > kuuq_ahead ? l + kuuq_ahead : part.right]);
+        }
+        while (comparator(ctx, array[r], pivot, clientarg) >= 0 && r > l) {
+            r--;
+            __builtin_prefetch(array[r - part.left > kuuq_ahead ? r - kuuq_ahead : part.left]);
+        }
         std::swap(array[l], array[r <= l ? part.right : r]);
     }
     return l;

@@ -1,0 +1,215 @@
+// split.cpp - kuq split: a script cut into its statements
+//
+// A statement goes from its first token that is no comment to the semicolon that
+// ends it. The lexer says what a semicolon is: one inside a string, a quoted name,
+// a comment, a hint or a label is part of that. With blocks=yes a semicolon
+// between begin (or case) and its end does not count either.
+
+#include <cstdio>
+
+#include "codes.h"
+#include "commands.h"
+#include "console.h"
+#include "scanner.h"
+
+namespace kuq {
+namespace {
+
+bool is_comment(uint32_t type)
+{
+    return type == KUKP_T_COMMENT || type == KUKP_T_COMMENTOPEN || type == KUKP_T_LINE
+           || type == KUKP_T_HINT || type == KUKP_T_LINEHINT;
+}
+
+bool is(std::string_view text, std::string_view word)
+{
+    if (text.size() != word.size()) return false;
+    for (size_t at = 0; at < text.size(); at++)
+        if ((text[at] | 0x20) != word[at]) return false;
+    return true;
+}
+
+// Follows begin ... end. A begin counts once the token after it is known, since
+// "begin;" and "begin transaction" open no block; neither do if, loop and their
+// like, whose end names them: "end if".
+class nesting
+{
+public:
+    bool inside() const { return depth_ > 0; }
+
+    void see(const token &seen)
+    {
+        const bool word = is_word(seen.type);
+        if (pending_ == begin && opens_block(seen, word)) depth_++;
+        if (pending_ == end && depth_ > 0 && !(word && ends_statement(seen.text))) depth_--;
+        const bool closes_case = pending_ == end && word && is(seen.text, "case");
+        pending_ = none;
+        if (!word || closes_case) return;
+        if (is(seen.text, "begin")) pending_ = begin;
+        if (is(seen.text, "end")) pending_ = end;
+        if (is(seen.text, "case")) depth_++;
+    }
+
+private:
+    enum word { none, begin, end };
+
+    static bool is_word(uint32_t type)
+    {
+        return type != KUKP_T_ERROR
+               && (type < KUKP_T_OUTER || type == KUKP_T_WORD || type > KUKP_T_LINEHINT);
+    }
+
+    static bool opens_block(const token &seen, bool word)
+    {
+        if (seen.type == KUKP_T_SEMICOLON) return false;
+        if (!word) return true;
+        for (const char *other : {"transaction", "work", "tran", "isolation", "read", "deferred",
+                                  "immediate", "exclusive", "not"})
+            if (is(seen.text, other)) return false;
+        return true;
+    }
+
+    // "end if" and the like end a statement that opened no block.
+    static bool ends_statement(std::string_view text)
+    {
+        for (const char *other : {"if", "loop", "while", "repeat", "for"})
+            if (is(text, other)) return true;
+        return false;
+    }
+
+    int depth_ = 0;
+    word pending_ = none;
+};
+
+// Collects the statement being read and writes it when it ends.
+class cutter
+{
+public:
+    cutter(console &out, bool blocks, bool as_json, bool utf8)
+        : out_(out), blocks_(blocks), json_(as_json), utf8_(utf8)
+    {
+    }
+
+    void see(const token &seen, const std::string &line)
+    {
+        if (is_comment(seen.type) && !open_) return;
+        if (!open_) {
+            if (seen.type == KUKP_T_SEMICOLON) return; // an empty statement
+            open_ = true;
+            first_line_ = seen.line;
+            taken_ = seen.start;
+        }
+        if (!is_comment(seen.type)) {
+            last_line_ = seen.line;
+            kept_ = text_.size() + seen.start + seen.text.size() - taken_;
+            if (blocks_) blocks_seen_.see(seen);
+        }
+        if (seen.type != KUKP_T_SEMICOLON || blocks_seen_.inside()) return;
+        text_.append(line, taken_, seen.start + seen.text.size() - taken_);
+        taken_ = seen.start + seen.text.size();
+        write();
+    }
+
+    // The rest of a line belongs to the statement that goes on.
+    void end_line(const std::string &line)
+    {
+        if (open_) text_.append(line, taken_, std::string::npos);
+        taken_ = 0;
+    }
+
+    // The last statement may lack its semicolon; comments behind it are left out.
+    void end()
+    {
+        if (open_) {
+            text_.resize(kept_);
+            write();
+        }
+    }
+
+    uint64_t count() const { return count_; }
+
+private:
+    void write()
+    {
+        count_++;
+        char head[128];
+        const auto number = static_cast<unsigned long long>(count_);
+        const auto first = static_cast<unsigned long long>(first_line_);
+        const auto last = static_cast<unsigned long long>(last_line_);
+        if (json_) {
+            std::snprintf(head, sizeof head,
+                          "%s  {\"statement\": %llu, \"first_line\": %llu, \"last_line\": %llu, "
+                          "\"text\": ",
+                          count_ == 1 ? "" : ",\n", number, first, last);
+            out_.write(head);
+            out_.write(json(text_, utf8_));
+            out_.write("}");
+        } else {
+            std::snprintf(head, sizeof head, "-- statement %llu, lines %llu-%llu\n", number, first,
+                          last);
+            out_.write_in("2", head);
+            out_.write(text_);
+            out_.write("\n\n");
+        }
+        text_.clear();
+        open_ = false;
+        blocks_seen_ = nesting();
+    }
+
+    console &out_;
+    bool blocks_;
+    bool json_;
+    bool utf8_;
+    bool open_ = false;       // a statement is being read
+    std::string text_;        // its text before the current line
+    size_t taken_ = 0;        // bytes of the current line that belong to it or came before it
+    size_t kept_ = 0;         // bytes up to the end of its last token that is no comment
+    uint64_t first_line_ = 0; // from 1
+    uint64_t last_line_ = 0;
+    uint64_t count_ = 0; // statements written
+    nesting blocks_seen_;
+};
+
+} // namespace
+
+const std::vector<argument> &split_arguments()
+{
+    static const std::vector<argument> table = {
+        {"file", "the script; - for the standard input"},
+        {"blocks", "keep begin ... end whole", {"no", "yes"}, "no"},
+        {"dialect", "whose keywords count", {"native", "sqlserver", "db2"}, "native"},
+        {"format", "how statements are printed", {"text", "json"}, "text"},
+    };
+    return table;
+}
+
+exit_status run_split(application &app, arguments &given)
+{
+    std::string blocks;
+    std::string dialect;
+    std::string format;
+    if (!given.choice("blocks", &blocks) || !given.choice("dialect", &dialect)
+        || !given.choice("format", &format))
+        return app.report(wrong_usage);
+    const std::string name = required(app, given, "file");
+    if (name.empty()) return app.report(wrong_usage);
+    source input(app, name);
+    if (!input.open()) return app.report(failed);
+
+    console out("auto");
+    scanner lexer(app, server_of(dialect), false);
+    const bool utf8 = app.ctx()->kuxlangidh->maxwidth_kulang == 4;
+    cutter statements(out, blocks == "yes", format == "json", utf8);
+    if (format == "json") out.write("[\n");
+    std::string line;
+    bool well = true;
+    while (well && input.next(&line)) {
+        well = lexer.scan(line, [&](const token &seen) { statements.see(seen, line); });
+        statements.end_line(line);
+    }
+    statements.end();
+    if (format == "json") out.write(statements.count() == 0 ? "]\n" : "\n]\n");
+    return finish(app, out, well && !input.failed() ? succeeded : failed);
+}
+
+} // namespace kuq

@@ -9,7 +9,9 @@
 #define KUAPP_H
 
 typedef struct kuapp {
-    const char *messages_kuapp; /* name of the message file; null: none. Borrowed. */
+    const char *messages_kuapp;     /* name of the message file; null: none. Borrowed. */
+    const struct kuapp *next_kuapp; /* whose messages are asked when this file has no such text,
+                                       for a tool with messages of its own; null: none. Borrowed. */
     void *longvalue_kuapp; /* the client's data for long-value transfer; not read by messages */
 } kuapp;
 

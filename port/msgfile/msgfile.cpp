@@ -258,11 +258,14 @@ struct tree {
 
 file find_file(const kuapp *application, const char *name, const char *type)
 {
-    if (application == nullptr || application->messages_kuapp == nullptr) return {};
-    scanner in(application->messages_kuapp);
-    word charset;
-    if (!find_line(in, name, type, charset) || ends_line(in.peek())) return {};
-    return {application->messages_kuapp};
+    for (; application != nullptr; application = application->next_kuapp) {
+        if (application->messages_kuapp == nullptr) continue;
+        scanner in(application->messages_kuapp);
+        word charset;
+        if (find_line(in, name, type, charset) && !ends_line(in.peek()))
+            return {application->messages_kuapp};
+    }
+    return {};
 }
 
 tree *create_tree() { return static_cast<tree *>(std::calloc(1, sizeof(tree))); }

@@ -11,8 +11,10 @@
 
 namespace fs = std::filesystem;
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 constexpr uint32_t message_max = 2000; // bytes of a message with its parameters
 
@@ -44,12 +46,11 @@ std::string temporary_directory()
 
 // The message files lie where the installation puts them, seen from the program:
 // bin/kuq and share/ku.
-std::string find_message_files()
+std::string message_file(const char *name)
 {
     std::error_code error;
     const fs::path program = fs::read_symlink("/proc/self/exe", error);
-    const fs::path share = program.parent_path().parent_path() / "share" / "ku";
-    return (share / "ku.msg").string() + ":" + (share / "kuq.msg").string();
+    return program.parent_path().parent_path() / "share" / "ku" / name;
 }
 
 uint32_t show_message(kux *, kuxst *, const char *text)
@@ -84,15 +85,18 @@ std::string advice(kux *ctx, const kuxer *record)
 
 } // namespace
 
-application::application() : message_files_(find_message_files())
+application::application()
+    : library_messages_(message_file("ku.msg")), own_messages_(message_file("kuq.msg"))
 {
     complete_environment("KU_UPREFS", configuration_directory());
     complete_environment("TMP", temporary_directory());
 
-    messages_.messages_kuapp = message_files_.c_str();
+    library_app_.messages_kuapp = library_messages_.c_str();
+    own_app_.messages_kuapp = own_messages_.c_str();
+    own_app_.next_kuapp = &library_app_;
     kuxa attrs = {};
     attrs.kuxamask = KUXA_UIAPP;
-    attrs.kuxauiapp = &messages_;
+    attrs.kuxauiapp = &own_app_;
     ctx_ = kuxcreate(&attrs);
     if (ctx_ == nullptr) return;
 
@@ -173,9 +177,6 @@ kuxhandle application::handle(std::string_view text) const
     return made;
 }
 
-std::string application::user_directory() const
-{
-    return environment("KU_UPREFS");
-}
+std::string application::user_directory() const { return environment("KU_UPREFS"); }
 
 } // namespace kuq

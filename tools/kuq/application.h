@@ -9,7 +9,8 @@
 #include <string_view>
 #include <vector>
 
-namespace kuq {
+namespace kuq
+{
 
 enum exit_status { succeeded = 0, failed = 1, wrong_usage = 2 };
 
@@ -50,8 +51,10 @@ public:
     std::string user_directory() const; // of the user's preference file
 
 private:
-    kuapp messages_ = {};
-    std::string message_files_;
+    std::string library_messages_; // names of the message files
+    std::string own_messages_;
+    kuapp library_app_ = {};
+    kuapp own_app_ = {}; // asked first, then the library's
     kux *ctx_ = nullptr;
     kuxst *stream_ = nullptr;
     kupct *preferences_ = nullptr;

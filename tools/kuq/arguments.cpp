@@ -11,8 +11,10 @@
 
 #include "codes.h"
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 // Edits (a letter put in, left out or changed) between two words.
 size_t distance(const std::string &from, const std::string &to)
@@ -125,8 +127,7 @@ void arguments::explain(const kucle &error)
         std::string bad;
         for (const std::string &value : values(keyword))
             if (bad.empty() && !among(value, entry->allowed)) bad = value;
-        kuxer3push(ctx_, KUQAA_CHOICE, keyword, bad.c_str(),
-                   alternatives(entry->allowed).c_str());
+        kuxer3push(ctx_, KUQAA_CHOICE, keyword, bad.c_str(), alternatives(entry->allowed).c_str());
         break;
     }
     case KUCLE_REPEATED: kuxer1push(ctx_, KUQAA_REPEATED, keyword); break;
@@ -145,10 +146,7 @@ const argument *arguments::find(const std::string &keyword) const
     return nullptr;
 }
 
-bool arguments::given(const char *keyword) const
-{
-    return kuclgv(ctx_, list_, keyword) != nullptr;
-}
+bool arguments::given(const char *keyword) const { return kuclgv(ctx_, list_, keyword) != nullptr; }
 
 std::string arguments::value(const char *keyword) const
 {

@@ -7,7 +7,8 @@
 
 #include "application.h"
 
-namespace kuq {
+namespace kuq
+{
 
 // One argument of a command.
 struct argument {

@@ -8,23 +8,24 @@
 
 #define KUQAA(number) KU_CODE('k', 'u', 'q', 'a', 'a', number)
 
-#define KUQAA_COMMAND KUQAA(1)    // no such command; parameters: it, the nearest one
-#define KUQAA_ARGUMENT KUQAA(2)   // no such argument; parameters: it, the nearest one
-#define KUQAA_CHOICE KUQAA(3)     // value not allowed; parameters: argument, value, the allowed ones
-#define KUQAA_REPEATED KUQAA(4)   // argument given twice; parameter: it
-#define KUQAA_TOOMANY KUQAA(5)    // more values than the command takes
-#define KUQAA_POSITION KUQAA(6)   // a value without a keyword after one with a keyword
-#define KUQAA_SYNTAX KUQAA(7)     // a value list that is not closed or has an empty place
-#define KUQAA_NOTLIST KUQAA(8)    // several values; parameter: argument
-#define KUQAA_MISSING KUQAA(9)    // a required argument; parameter: it
-#define KUQAA_OPEN KUQAA(10)      // cannot open; parameters: file, why
-#define KUQAA_READ KUQAA(11)      // cannot read; parameters: file, why
-#define KUQAA_WRITE KUQAA(12)     // cannot write the output; parameter: why
+#define KUQAA_COMMAND KUQAA(1)  // no such command; parameters: it, the nearest one
+#define KUQAA_ARGUMENT KUQAA(2) // no such argument; parameters: it, the nearest one
+#define KUQAA_CHOICE KUQAA(3)   // value not allowed; parameters: argument, value, the allowed ones
+#define KUQAA_REPEATED KUQAA(4) // argument given twice; parameter: it
+#define KUQAA_TOOMANY KUQAA(5)  // more values than the command takes
+#define KUQAA_POSITION KUQAA(6) // a value without a keyword after one with a keyword
+#define KUQAA_SYNTAX KUQAA(7)   // a value list that is not closed or has an empty place
+#define KUQAA_NOTLIST KUQAA(8)  // several values; parameter: argument
+#define KUQAA_MISSING KUQAA(9)  // a required argument; parameter: it
+#define KUQAA_OPEN KUQAA(10)    // cannot open; parameters: file, why
+#define KUQAA_READ KUQAA(11)    // cannot read; parameters: file, why
+#define KUQAA_WRITE KUQAA(12)   // cannot write the output; parameter: why
 #define KUQAA_NOSETTING KUQAA(13) // no such setting; parameter: name
 #define KUQAA_NAME KUQAA(14)      // not a setting's name; parameter: it
 #define KUQAA_FILELINE KUQAA(15)  // syntax error in a preference file; parameters: file, line
 #define KUQAA_NOWRITE KUQAA(16)   // user file cannot be written; parameter: directory
-#define KUQAA_SETTING KUQAA(17)   // value of a setting not allowed; parameters: name, value, the allowed
-#define KUQAA_MEMORY KUQAA(18)    // memory exhausted
+#define KUQAA_SETTING                                                                              \
+    KUQAA(17) // value of a setting not allowed; parameters: name, value, the allowed
+#define KUQAA_MEMORY KUQAA(18) // memory exhausted
 
 #endif

@@ -7,7 +7,8 @@
 #include "application.h"
 #include "arguments.h"
 
-namespace kuq {
+namespace kuq
+{
 
 struct command {
     const char *name;

@@ -11,8 +11,10 @@
 #include <cstdlib>
 #include <cstring>
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 // Bytes of the well-formed UTF-8 character at the start of a text; 0 for none.
 size_t utf8_length(std::string_view text)

@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-namespace kuq {
+namespace kuq
+{
 
 class console
 {

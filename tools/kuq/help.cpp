@@ -7,7 +7,8 @@
 #include "commands.h"
 #include "console.h"
 
-namespace kuq {
+namespace kuq
+{
 
 const std::vector<command> &commands()
 {

@@ -10,7 +10,8 @@
 #include "codes.h"
 #include "commands.h"
 
-namespace {
+namespace
+{
 
 using namespace kuq;
 

@@ -17,8 +17,10 @@
 
 namespace fs = std::filesystem;
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 // The four lists of an open preference context, in the order in which a look-up asks them.
 struct place {
@@ -46,8 +48,8 @@ std::string joined(const std::vector<std::string> &values)
 std::vector<std::string> values_of(application &app, const kuppf &entry)
 {
     std::vector<std::string> values;
-    for (int32_t index = 0; entry.kuppfval != nullptr && index < kulpnitems(app.ctx(), entry.kuppfval);
-         index++)
+    for (int32_t index = 0;
+         entry.kuppfval != nullptr && index < kulpnitems(app.ctx(), entry.kuppfval); index++)
         values.push_back(
             app.text(static_cast<kuxhandle>(kulpitem(app.ctx(), entry.kuppfval, index))));
     return values;
@@ -92,8 +94,8 @@ exit_status list_settings(application &app, bool as_json)
             continue;
         }
         out.write(std::string(separator) + "  {\"file\": \"" + entry.from->file
-                  + "\", \"scope\": \"" + entry.from->scope + "\", \"name\": "
-                  + json(entry.name, utf8) + ", \"values\": [");
+                  + "\", \"scope\": \"" + entry.from->scope
+                  + "\", \"name\": " + json(entry.name, utf8) + ", \"values\": [");
         for (size_t index = 0; index < entry.values.size(); index++)
             out.write((index == 0 ? "" : ", ") + json(entry.values[index], utf8));
         out.write("]}");
@@ -132,8 +134,7 @@ bool valid_name(application &app, const std::string &name)
     kux *ctx = app.ctx();
     void *tokens = kukpcreate(ctx, name.c_str(), 1, KUKP_M_WORDS, nullptr, nullptr, 0);
     if (tokens == nullptr) return false;
-    const bool word = kukosgnumtokens(ctx, tokens) == 1
-                      && kukongtype(ctx, tokens, 0) == KUKP_T_WORD
+    const bool word = kukosgnumtokens(ctx, tokens) == 1 && kukongtype(ctx, tokens, 0) == KUKP_T_WORD
                       && kukonglength(ctx, tokens, 0) == name.size();
     kukpdestroy(ctx, tokens);
     return word;

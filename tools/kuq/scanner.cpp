@@ -8,8 +8,10 @@
 
 #include "codes.h"
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 // Stores every token and goes on, so that erroneous text does not end the analysis.
 uint8_t keep_all(void *, const unsigned char *, uint32_t, uint32_t, uint32_t *)
@@ -38,8 +40,7 @@ source::source(application &app, const std::string &name)
         if (first != EOF) std::ungetc(first, file_);
         if (std::ferror(file_) != 0) close(errno);
     }
-    if (file_ == nullptr)
-        kuxer2push(app.ctx(), KUQAA_OPEN, name.c_str(), std::strerror(errno));
+    if (file_ == nullptr) kuxer2push(app.ctx(), KUQAA_OPEN, name.c_str(), std::strerror(errno));
 }
 
 source::~source()

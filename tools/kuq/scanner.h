@@ -9,7 +9,8 @@
 
 #include "application.h"
 
-namespace kuq {
+namespace kuq
+{
 
 // The lines of a file, or of the standard input for "-", with their line ends.
 class source

@@ -12,8 +12,10 @@
 #include "console.h"
 #include "scanner.h"
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 bool is_comment(uint32_t type)
 {
@@ -51,7 +53,7 @@ public:
     }
 
 private:
-    enum word { none, begin, end };
+    enum opener { none, begin, end };
 
     static bool is_word(uint32_t type)
     {
@@ -78,7 +80,7 @@ private:
     }
 
     int depth_ = 0;
-    word pending_ = none;
+    opener pending_ = none;
 };
 
 // Collects the statement being read and writes it when it ends.

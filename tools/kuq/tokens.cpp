@@ -7,27 +7,27 @@
 #include "console.h"
 #include "scanner.h"
 
-namespace kuq {
-namespace {
+namespace kuq
+{
+namespace
+{
 
 const argument file_argument = {"file", "the script; - for the standard input"};
-const argument dialect_argument = {"dialect",
-                                   "whose keywords count",
-                                   {"native", "sqlserver", "db2"},
-                                   "native"};
-const argument colour_argument = {"colour", "colours in the output", {"auto", "always", "never"},
-                                  "auto"};
+const argument dialect_argument = {
+    "dialect", "whose keywords count", {"native", "sqlserver", "db2"}, "native"};
+const argument colour_argument = {
+    "colour", "colours in the output", {"auto", "always", "never"}, "auto"};
 
 struct style {
     const char *name;   // as type_name gives it
     const char *colour; // number of the escape sequence
 };
 constexpr style styles[] = {
-    {"keyword", "1;34"},       {"string", "32"},        {"string, open", "32"},
-    {"quoted name", "33"},     {"number", "36"},        {"quoted name, open", "33"},
-    {"comment", "2"},          {"line comment", "2"},   {"comment, open", "2"},
-    {"hint", "35"},            {"line hint", "35"},     {"error", "1;37;41"},
-    {"label", "1;33"},         {"label, open", "1;33"},
+    {"keyword", "1;34"},   {"string", "32"},        {"string, open", "32"},
+    {"quoted name", "33"}, {"number", "36"},        {"quoted name, open", "33"},
+    {"comment", "2"},      {"line comment", "2"},   {"comment, open", "2"},
+    {"hint", "35"},        {"line hint", "35"},     {"error", "1;37;41"},
+    {"label", "1;33"},     {"label, open", "1;33"},
 };
 
 const char *colour_of(uint32_t type)
@@ -47,11 +47,10 @@ bool utf8(application &app)
 void write_text(console &out, const token &seen)
 {
     char place[64];
-    std::snprintf(place, sizeof place, "%6llu:%-5llu %8llu %6zu  %-18s ",
-                  static_cast<unsigned long long>(seen.line),
-                  static_cast<unsigned long long>(seen.column),
-                  static_cast<unsigned long long>(seen.offset), seen.text.size(),
-                  type_name(seen.type));
+    std::snprintf(
+        place, sizeof place, "%6llu:%-5llu %8llu %6zu  %-18s ",
+        static_cast<unsigned long long>(seen.line), static_cast<unsigned long long>(seen.column),
+        static_cast<unsigned long long>(seen.offset), seen.text.size(), type_name(seen.type));
     out.write(place);
     out.write_in(colour_of(seen.type), one_line(seen.text));
     if (!seen.hint.empty()) {

@@ -1,0 +1,205 @@
+// kuq as its user meets it: command lines in, output, messages and exit status out
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <string>
+
+#include "support/files.h"
+
+namespace
+{
+
+struct outcome {
+    int status;
+    std::string output; // standard output and standard error together
+};
+
+// Runs kuq through a shell, with settings of its own.
+class Kuq : public testing::Test
+{
+protected:
+    ku::test::directory home;
+
+    outcome run(const std::string &arguments, const std::string &before = "")
+    {
+        const std::string command =
+            before + "KU_UPREFS=" + home.path("user") + " KU_GPREFS=" + home.path("global")
+            + " LC_ALL=C.UTF-8 " KU_BINARY_DIR + "/bin/kuq " + arguments + " 2>&1";
+        std::FILE *pipe = popen(command.c_str(), "r");
+        outcome result = {-1, ""};
+        char block[4096];
+        for (size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;)
+            result.output.append(block, got);
+        result.status = WEXITSTATUS(pclose(pipe));
+        return result;
+    }
+
+    void expect(const std::string &arguments, int status, const std::string &output,
+                const std::string &before = "")
+    {
+        const outcome result = run(arguments, before);
+        EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
+        EXPECT_EQ(result.output, output) << arguments;
+    }
+
+    void expect_part(const std::string &arguments, int status, const std::string &part)
+    {
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
+        EXPECT_NE(result.output.find(part), std::string::npos) << arguments << "\n"
+                                                               << result.output;
+    }
+};
+
+TEST_F(Kuq, WrongCommandLinesNameWhatIsWrongAndWhatIsMeant)
+{
+    home.write("a.sql", "select 1;");
+    const std::string file = "file=" + home.path("a.sql");
+    const struct {
+        std::string arguments;
+        int status;
+        const char *part;
+    } rows[] = {
+        {"", 2, "kuq COMMAND"},
+        {"help", 0, "cut a SQL script"},
+        {"'?'", 0, "cut a SQL script"},
+        {"tokens '?'", 0, "native, sqlserver or db2"},
+        {"help splt", 2, "the nearest one is 'split'"},
+        {"tokns", 2, "There is no command 'tokns'; the nearest one is 'tokens'."},
+        {"tokens fiel=x", 2, "There is no argument 'fiel'; the nearest one is 'file'."},
+        {"tokens " + file + " dialect=db3", 2,
+         "'dialect' cannot be 'db3'; it can be native, sqlserver or db2."},
+        {"tokens a b c d e f", 2, "cannot be 'b'"},
+        {"help a b", 2, "more values than the command takes"},
+        {"tokens " + file + " " + file, 2, "'file' was given twice"},
+        {"tokens " + file + " native", 2, "without a keyword"},
+        {"tokens 'file=(a,'", 2, "not well formed"},
+        {"tokens 'file=(a,b)'", 2, "takes one value"},
+        {"tokens", 2, "'file' is missing"},
+        {"prefs set width", 2, "'value' is missing"},
+        {"prefs set 'a b' 1", 2, "'a b' cannot name a setting"},
+        {"tokens file=/no/such/file", 1, "'/no/such/file' cannot be opened: No such file"},
+        {"split file=/", 1, "'/' cannot be opened: Is a directory"},
+        {"prefs get nothing", 1, "no setting 'nothing'"},
+        {"prefs remove nothing", 1, "no setting 'nothing'"},
+        {"prefs check file=/no/such/file", 1, "cannot be opened: No such file"},
+    };
+    for (const auto &row : rows) expect_part(row.arguments, row.status, row.part);
+}
+
+TEST_F(Kuq, TokensComeFromFilesAndPipesWithPlacesAndStateOverLines)
+{
+    home.write("a.sql", "Select 'x\ny', \xC3\xA4 \xC3\xB6\n_!");
+    const std::string text = "     1:1            0      6  keyword            Select\n"
+                             "     1:8            7      3  string, open       'x\\n\n"
+                             "     2:1           10      2  string             y'\n"
+                             "     2:3           12      1  operator           ,\n"
+                             "     2:5           14      2  name               \xC3\xA4\n"
+                             "     2:7           17      2  name               \xC3\xB6\n"
+                             "     3:1           20      1  error              _\n"
+                             "     3:2           21      1  error              !\n";
+    expect("tokens " + home.path("a.sql"), 0, text);
+    expect("tokens -", 0, text, "cat " + home.path("a.sql") + " | ");
+    expect("tokens - format=json hints=yes", 0,
+           "[\n  {\"type\": \"keyword\", \"code\": 86, \"line\": 1, \"column\": 1, \"offset\": 0, "
+           "\"length\": 13, \"text\": \"select /*+ \\\"\", \"hint\": \"/*+ \\\"\"}\n]\n"
+               + std::string(),
+           "printf 'select /*+ \"*/' | sed 's,\\*/$,,' | ");
+}
+
+TEST_F(Kuq, DialectsComeFromTheArgumentThenTheSettingThenTheDefault)
+{
+    home.write("a.sql", "optimize browse a *= b");
+    const std::string file = home.path("a.sql");
+    const auto keywords = [&](const std::string &arguments) {
+        const std::string all = run("tokens " + file + arguments).output;
+        return std::string(all.find("keyword            optimize") != std::string::npos ? "o" : "")
+               + (all.find("keyword            browse") != std::string::npos ? "b" : "")
+               + (all.find("operator           *=") != std::string::npos ? "*" : "");
+    };
+    EXPECT_EQ(keywords(""), "");
+    EXPECT_EQ(keywords(" dialect=db2"), "o");
+    expect("prefs set dialect SQLServer", 0, "");
+    EXPECT_EQ(keywords(""), "b*");
+    EXPECT_EQ(keywords(" dialect=db2"), "o");
+    expect("prefs set dialect nonsense", 0, "");
+    expect_part("tokens " + file, 2, "Setting 'dialect' is 'nonsense', which is not allowed");
+}
+
+TEST_F(Kuq, HighlightChangesNothingButColours)
+{
+    const std::string script = "select 'a\n\nb' -- c\n, _x";
+    home.write("a.sql", script);
+    expect("highlight " + home.path("a.sql"), 0, script);
+    const std::string coloured = run("highlight " + home.path("a.sql") + " colour=always").output;
+    EXPECT_EQ(coloured.find("\033[1;34mselect\033[0m \033[32m'a\n"), 0u);
+    expect("highlight - colour=auto", 0, std::string("a\0b", 3), "printf 'a\\0b' | ");
+}
+
+TEST_F(Kuq, SplitCutsAtSemicolonsThatEndStatements)
+{
+    const struct {
+        const char *script;
+        const char *blocks;
+        const char *output; // without the blank line after each statement
+    } rows[] = {
+        {"", "no", ""},
+        {";;\n-- only a comment\n", "no", ""},
+        {"a;b", "no", "-- statement 1, lines 1-1\na;\n\n-- statement 2, lines 1-1\nb\n\n"},
+        {"/*;*/ a ';' \";\" <<;>> --;\n; -- end\n", "no",
+         "-- statement 1, lines 1-2\na ';' \";\" <<;>> --;\n;\n\n"},
+        {"a 'x\n;y';", "no", "-- statement 1, lines 1-2\na 'x\n;y';\n\n"},
+        {"begin a; end;", "no",
+         "-- statement 1, lines 1-1\nbegin a;\n\n-- statement 2, lines 1-1\nend;\n\n"},
+        {"begin a; begin b; end; end x; c;", "yes",
+         "-- statement 1, lines 1-1\nbegin a; begin b; end; end x;\n\n"
+         "-- statement 2, lines 1-1\nc;\n\n"},
+        {"begin if a then b; end if; case c when d then e; end case; end; f;", "yes",
+         "-- statement 1, lines 1-1\nbegin if a then b; end if; case c when d then e; end case; "
+         "end;\n\n-- statement 2, lines 1-1\nf;\n\n"},
+        {"begin; a; begin transaction; b;", "yes", // no block is opened
+         "-- statement 1, lines 1-1\nbegin;\n\n-- statement 2, lines 1-1\na;\n\n"
+         "-- statement 3, lines 1-1\nbegin transaction;\n\n-- statement 4, lines 1-1\nb;\n\n"},
+    };
+    for (const auto &row : rows) {
+        home.write("a.sql", row.script);
+        expect("split file=" + home.path("a.sql") + " blocks=" + row.blocks, 0, row.output);
+    }
+    expect("split - format=json", 0,
+           "[\n  {\"statement\": 1, \"first_line\": 1, \"last_line\": 1, \"text\": \"a;\"}\n]\n",
+           "echo 'a;' | ");
+}
+
+TEST_F(Kuq, SettingsAreSetFoundListedCheckedAndRemoved)
+{
+    home.write("global/kugprefs.xdb", "width = 80\nkuq.format = json\n");
+    expect("prefs set paths '(a b,c)' scope=general", 0, "");
+    expect("prefs set width 120", 0, "");
+    EXPECT_EQ(home.read("user/kuuprefs.xdb"), "paths = \n (\"a b\",\n  c)\nkuq.width = 120\n");
+    expect("prefs list format=text", 0,
+           "user    specific  width = 120\nuser    general   paths = (a b, c)\n"
+           "global  specific  format = json\nglobal  general   width = 80\n");
+    expect_part("prefs", 0, "\"name\": \"paths\", \"values\": [\"a b\", \"c\"]}");
+    expect("prefs get width", 0, "120\n(user file, specific to kuq)\n");
+    expect("prefs get paths", 0, "a b\nc\n(user file, general)\n");
+    expect("prefs get width scope=general", 0, "80\n(global file, general)\n");
+    expect("prefs remove width", 0, "");
+    expect("prefs get width", 0, "80\n(global file, general)\n");
+
+    expect_part("prefs check " + home.path("user/kuuprefs.xdb"), 0, "1 entry, no errors");
+    home.write("bad.xdb", "a = 1\nb = (c,)\nd = 2\n");
+    expect_part("prefs check file=" + home.path("bad.xdb"), 1, "has a syntax error in line 2");
+}
+
+TEST_F(Kuq, AFullDiskIsSaidAndLeavesTheOldSettings)
+{
+    home.write("a.sql", "select 1;");
+    expect_part("split file=" + home.path("a.sql") + " >/dev/full", 1, "cannot be written");
+    home.write("user", "a file where a directory is wanted");
+    expect_part("prefs set width 1", 1, "cannot be written");
+}
+
+} // namespace

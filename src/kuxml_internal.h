@@ -87,15 +87,16 @@ struct allocation_log {
     }
 
     // A block or handle that moved takes its newest allocation record along. Closing
-    // records of what was at the new address before are settled first, by `visit` as in
-    // close: later they would be taken for closings of what has moved there.
+    // records at both addresses are settled first, by `visit` as in close: those of
+    // blocks that lay there before are then not mistaken for this one's.
     template <typename Address, typename Visit>
     static void follow(kux *ctx, Address key, Address moved, uint8_t cancelled, Visit visit)
     {
         if (moved == nullptr || moved == key) return;
         for (int32_t slot = ctx->*Count - 1; slot >= 0; slot--) {
             const Record record = (ctx->*Records)[slot];
-            if (record.*Type == log_mark || record.*Key != moved) continue;
+            const bool here = record.*Key == key || record.*Key == moved;
+            if (record.*Type == log_mark || !here) continue;
             if (visit(slot, record)) (ctx->*Records)[slot].*Type = cancelled;
         }
         const int32_t slot = find(ctx, ctx->*Count, log_allocated, key);

@@ -149,7 +149,7 @@ TEST(Kuxml, FramesUndoWhatAModelSaysTheyUndo)
     const auto is_open = [&](void *handle) {
         return open[0].count(handle) + open[1].count(handle);
     };
-    for (int step = 0; step < 20000; step++) {
+    for (int step = 0; step < 8000; step++) {
         const uint32_t choice = dice.below(20);
         if (choice < 4 || plain.empty()) {
             void *block = kuxnlalloc(ctx, 8);

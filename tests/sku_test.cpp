@@ -45,31 +45,26 @@ TEST(Skup, PreferenceFilesAreNamedByTheirVariableOrRefused)
 {
     const std::string longest(511, 'd');
     const struct {
-        const char *global, *user;
+        std::string global, user; // "-": not set
         uint16_t selector;
-        uint32_t room;      // 0: as much as it takes
+        uint32_t room;
         std::string wanted; // empty: refused
     } rows[] = {
-        {"/g", "/u", SKUP_GLOBAL, 0, "/g/kugprefs.xdb"},
-        {"/g", "/u", SKUP_USER, 0, "/u/kuuprefs.xdb"},
-        {"/g", "/u/", 0, 0, "/u/kuuprefs.xdb"}, // any other selector is the user file
-        {"/g", "c:\\u\\", 0x1001, 0, "c:\\u\\kuuprefs.xdb"},
-        {"", "/u", SKUP_GLOBAL, 0, "kugprefs.xdb"},
-        {nullptr, "/u", SKUP_GLOBAL, 0, ""},
-        {"/g", nullptr, SKUP_USER, 0, ""},
+        {"/g", "/u", SKUP_GLOBAL, 999, "/g/kugprefs.xdb"},
+        {"/g", "/u/", 0, 999, "/u/kuuprefs.xdb"}, // any other selector is the user file
+        {"/g", "c:\\u\\", SKUP_USER, 999, "c:\\u\\kuuprefs.xdb"},
+        {"", "/u", SKUP_GLOBAL, 999, "kugprefs.xdb"},
+        {"-", "/u", SKUP_GLOBAL, 999, ""},
         {"/g", "/u", SKUP_USER, 16, "/u/kuuprefs.xdb"}, // the NUL fits just so
         {"/g", "/u", SKUP_USER, 15, ""},
-        {"/g", longest.c_str(), SKUP_USER, 0, longest + "/kuuprefs.xdb"},
+        {"/g", longest, SKUP_USER, 999, longest + "/kuuprefs.xdb"},
+        {"/g", longest + "d", SKUP_USER, 999, ""}, // never cut
     };
     for (const auto &row : rows) {
-        const variable global("KU_GPREFS", row.global);
+        const variable global("KU_GPREFS", row.global == "-" ? nullptr : row.global.c_str());
         const variable user("KU_UPREFS", row.user);
-        char name[1024] = "untouched";
-        const uint16_t status = skupfn(name, row.room != 0 ? row.room : sizeof name, row.selector);
-        EXPECT_EQ(status, row.wanted.empty() ? 1 : 0);
+        char name[999] = "untouched";
+        EXPECT_EQ(skupfn(name, row.room, row.selector), row.wanted.empty() ? 1 : 0);
         EXPECT_EQ(name, row.wanted.empty() ? "untouched" : row.wanted);
     }
-    const variable cut("KU_UPREFS", longest + "d");
-    char name[1024];
-    EXPECT_EQ(skupfn(name, sizeof name, SKUP_USER), 1) << "never cut";
 }

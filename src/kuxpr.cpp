@@ -36,6 +36,17 @@ void kuxprrelease(kux *ctx, kuxpr *record)
         leaving.kuxprfreefun(ctx, leaving.kuxprvalue);
 }
 
+// The first record whose value is still to be released. The search starts afresh each
+// time: a release function may have moved the records by removing some.
+kuxpr *kuxprfirstheld(kux *ctx)
+{
+    for (int32_t slot = 0; slot < ctx->kuxprnprops; slot++) {
+        kuxpr &record = ctx->kuxprlist[slot];
+        if (record.kuxprfreefun != nullptr && record.kuxprvalue != nullptr) return &record;
+    }
+    return nullptr;
+}
+
 // A new record with a name and nothing else; null when the table cannot grow.
 kuxpr *kuxprappend(kux *ctx, uint32_t name)
 {
@@ -111,8 +122,7 @@ uint32_t kuxprinit(kux *ctx)
 
 void kuxprdestroy(kux *ctx)
 {
-    for (int32_t slot = 0; slot < ctx->kuxprnprops; slot++)
-        kuxprrelease(ctx, &ctx->kuxprlist[slot]);
+    while (kuxpr *record = kuxprfirstheld(ctx)) kuxprrelease(ctx, record);
     ctx->kuxprnprops = 0;
     ctx->kuxprsize = 0;
     ctx->kuxprlist = static_cast<kuxpr *>(kuxbmfree(ctx->kuxprlist));

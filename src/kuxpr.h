@@ -54,7 +54,8 @@ KU_API void kuxpriterate(kux *ctx, kuxpritfn callback, void *clientarg);
 /* Makes an empty table of 20 records. Returns 0, or KUXNM_NORESIZE (not pushed). For kuxcreate. */
 KU_API uint32_t kuxprinit(kux *ctx);
 
-/* Releases every value in table order, then the table. For kuxdestroy. */
+/* Releases every value in table order, then the table; values that release functions
+ * set meanwhile are released too. For kuxdestroy. */
 KU_API void kuxprdestroy(kux *ctx);
 
 #ifdef __cplusplus

@@ -62,36 +62,29 @@ uint64_t kuproom(uint64_t length)
 }
 
 // Makes room for `length` bytes and a NUL in a text of `old` bytes; null: a new
-// text. Returns the handle, which may be another; null, with the old one as it
-// was, without memory.
-kuxhandle kupgrow(kux *ctx, kuxhandle text, uint32_t old, uint64_t length)
+// text. False, with the text as it was, without memory.
+bool kupgrow(kux *ctx, kuxhandle &text, uint32_t old, uint64_t length)
 {
     const uint64_t room = kuproom(length);
-    if (room > UINT32_MAX) return nullptr;
-    if (text == nullptr) return ctx->kuxrmalloc(ctx, static_cast<uint32_t>(room));
-    if (room == kuproom(old)) return text;
-    return ctx->kuxrmrealloc(ctx, text, static_cast<uint32_t>(room));
+    if (room > UINT32_MAX) return false;
+    if (text != nullptr && room == kuproom(old)) return true;
+    const auto size = static_cast<uint32_t>(room);
+    kuxhandle grown =
+        text == nullptr ? ctx->kuxrmalloc(ctx, size) : ctx->kuxrmrealloc(ctx, text, size);
+    if (grown != nullptr) text = grown;
+    return grown != nullptr;
 }
 
-// Stores bytes and a NUL at `offset` of a text that has room. False without access.
-bool kupstore(kux *ctx, kuxhandle text, uint32_t offset, const void *bytes, uint32_t length)
+// Appends bytes to a text of `old` bytes; null: a new text. False without memory.
+bool kupapp(kux *ctx, kuxhandle &text, uint32_t old, const void *bytes, uint32_t length)
 {
+    if (!kupgrow(ctx, text, old, uint64_t{old} + length)) return false;
     const ku::access target(ctx, text);
     if (target.address() == nullptr) return false;
-    char *start = static_cast<char *>(target.address()) + offset;
-    if (length != 0) memcpy(start, bytes, length);
+    char *start = static_cast<char *>(target.address()) + old;
+    memcpy(start, bytes, length);
     start[length] = '\0';
     return true;
-}
-
-// Appends bytes to a text of `old` bytes; null: a new text. Null without memory.
-kuxhandle kupapp(kux *ctx, kuxhandle text, uint32_t old, const void *bytes, uint32_t length)
-{
-    kuxhandle grown = kupgrow(ctx, text, old, uint64_t{old} + length);
-    if (grown == nullptr) return nullptr;
-    if (kupstore(ctx, grown, old, bytes, length)) return grown;
-    if (text == nullptr) ctx->kuxrmfree(ctx, grown);
-    return nullptr;
 }
 
 void kupfree(kux *ctx, kuxhandle &handle)
@@ -365,9 +358,8 @@ void kupspv(kupfs &parser, const kuptoken &token)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
     const uint32_t old = parser.kupfspvl;
-    kuxhandle grown = kupgrow(ctx, parser.kupfspvb, old, uint64_t{old} + token.length);
-    if (grown != nullptr) parser.kupfspvb = grown;
-    const ku::access pending(ctx, grown);
+    const bool room = kupgrow(ctx, parser.kupfspvb, old, uint64_t{old} + token.length);
+    const ku::access pending(ctx, room ? parser.kupfspvb : nullptr);
     if (pending.address() == nullptr) {
         parser.kupfsmer = 1;
         return;
@@ -405,12 +397,8 @@ void kupapv(kupfs &parser, const kuptoken &token)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
     auto last = static_cast<kuxhandle>(kulplast(ctx, parser.kupfsltv));
-    kuxhandle grown = kupapp(ctx, last, parser.kupfsltl, token.text, token.length);
-    if (grown == nullptr) {
-        parser.kupfsmer = 1;
-        return;
-    }
-    kulpreplace(ctx, parser.kupfsltv, KUL_LAST, grown);
+    if (!kupapp(ctx, last, parser.kupfsltl, token.text, token.length)) parser.kupfsmer = 1;
+    kulpreplace(ctx, parser.kupfsltv, KUL_LAST, last);
     parser.kupfslte += token.length;
     parser.kupfsltl += token.length;
 }
@@ -454,8 +442,7 @@ bool kupbnp(kupfs &parser)
 
 void kupkeepword(kupfs &parser, kuxhandle &part, const kuptoken &word)
 {
-    part = kupapp(parser.kupfsctx->kupctscx, nullptr, 0, word.text, word.length);
-    if (part == nullptr) parser.kupfsmer = 1;
+    if (!kupapp(parser.kupfsctx->kupctscx, part, 0, word.text, word.length)) parser.kupfsmer = 1;
 }
 
 bool kupisproduct(const kupfs &parser, const kuptoken &word)
@@ -515,28 +502,31 @@ uint8_t kupfsm(void *cctxp, const unsigned char *text, uint32_t length, uint32_t
     return parser.kupfsmer != 0 ? KUKP_A_STOP : KUKP_A_SKIP;
 }
 
-// Reads an open file to its end. False without memory.
-bool kupreadlines(kupfs &parser, void *stream, char *line, uint32_t *errorline)
+// Reads an open file to its end. Returns 0, `unreadable` when reading failed
+// before that, or KUP_NOMEM.
+uint16_t kupreadlines(kupfs &parser, void *stream, char *line, uint16_t unreadable,
+                      uint32_t *errorline)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
     int32_t state = KUKP_S_COMPLETE;
-    while (skubsget(ctx, stream, line, kup_linesize) == 0) {
+    for (;;) {
+        const uint32_t status = skubsget(ctx, stream, line, kup_linesize);
+        if (status != 0) return status == SKUBA_EOF ? 0 : unreadable;
         parser.kupfslin++;
         kupforget(parser);
         void *tokens = kukpcreate(ctx, line, 1, KUKP_M_WORDS, kupfsm, &parser, state);
-        if (tokens == nullptr) return false;
+        if (tokens == nullptr) return KUP_NOMEM;
         state = kukosgstate(ctx, tokens);
         kukpdestroy(ctx, tokens);
-        if (parser.kupfsmer != 0) return false;
+        if (parser.kupfsmer != 0) return KUP_NOMEM;
         if (parser.kupfserr != 0) {
             state = KUKP_S_COMPLETE;
             parser.kupfserr = 0;
             if (*errorline == 0) *errorline = parser.kupfslin;
         }
         // No state to go on from, without an error of the text: the object is half made.
-        if (state > KUKP_S_LABEL) return false;
+        if (state > KUKP_S_LABEL) return KUP_NOMEM;
     }
-    return true;
 }
 
 // Reads one file, KUP_USER or KUP_GLOBAL, into its lists. Returns its status bits.
@@ -559,13 +549,14 @@ uint16_t kuppfl(kupct *prefs, uint16_t which)
     parser.kupfsctx = prefs;
     parser.kupfsmod = which;
     uint32_t errorline = 0;
-    const bool complete = kupreadlines(parser, stream, line.get(), &errorline);
+    const uint16_t status = kupreadlines(parser, stream, line.get(), missing, &errorline);
     kupdropparts(parser); // an entry that the end of the file cuts off
-    skubdestroy(ctx, stream);
-    if (!complete) return KUP_NOMEM;
+    // A close that failed leaves the record for a second one.
+    if (skubclose(ctx, stream) != 0) skubdestroy(ctx, stream);
+    if (status == KUP_NOMEM) return KUP_NOMEM;
     (user ? prefs->kupctuse : prefs->kupctgse) = errorline;
-    if (errorline == 0) return 0;
-    return user ? KUP_USERERR : KUP_GLOBALERR;
+    if (errorline == 0) return status;
+    return status | (user ? KUP_USERERR : KUP_GLOBALERR);
 }
 
 // ---- looking up ----
@@ -649,8 +640,9 @@ void *kupvalues(kux *ctx, void *values, bool copy)
     for (int32_t i = 0; i < record->nitems_kul && complete; i++) {
         const ku::access value(ctx, kuphandle(record, i));
         const char *text = value.text() == nullptr ? "" : value.text();
-        kuxhandle twin = kupapp(ctx, nullptr, 0, text, static_cast<uint32_t>(strlen(text)));
-        complete = twin != nullptr && kulpinsert(ctx, result, KUL_APPEND, twin) == 0;
+        kuxhandle twin = nullptr;
+        complete = kupapp(ctx, twin, 0, text, static_cast<uint32_t>(strlen(text)))
+                   && kulpinsert(ctx, result, KUL_APPEND, twin) == 0;
         if (!complete) kupfree(ctx, twin);
     }
     kulpunlock(ctx, values);
@@ -661,8 +653,9 @@ void *kupvalues(kux *ctx, void *values, bool copy)
 // A new entry with this name and no values. Null without memory.
 kuxhandle kupnewentry(kux *ctx, const char *name)
 {
-    kuxhandle copy = kupapp(ctx, nullptr, 0, name, static_cast<uint32_t>(strlen(name)));
-    kuxhandle entry = copy == nullptr ? nullptr : ctx->kuxrmalloc(ctx, sizeof(kuppf));
+    kuxhandle copy = nullptr;
+    const bool copied = kupapp(ctx, copy, 0, name, static_cast<uint32_t>(strlen(name)));
+    kuxhandle entry = copied ? ctx->kuxrmalloc(ctx, sizeof(kuppf)) : nullptr;
     if (entry != nullptr && kupstoreentry(ctx, entry, {nullptr, copy, nullptr})) return entry;
     kupfree(ctx, copy);
     kupfree(ctx, entry);

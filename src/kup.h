@@ -52,8 +52,8 @@ extern "C" {
 /* Status bits. */
 #define KUP_NOMEM 0x0002u        /* memory exhausted */
 #define KUP_NOTFOUND 0x0004u     /* kupget: no such entry; returned alone */
-#define KUP_NOGLOBALFILE 0x0010u /* the global file is missing or cannot be opened */
-#define KUP_NOUSERFILE 0x0020u   /* the user file is missing, cannot be opened or not be written */
+#define KUP_NOGLOBALFILE 0x0010u /* the global file is missing, or cannot be opened or read */
+#define KUP_NOUSERFILE 0x0020u   /* the user file is; kupwrite: it cannot be named or opened */
 #define KUP_GLOBALERR 0x0040u    /* the global file has a syntax error */
 #define KUP_USERERR 0x0080u      /* the user file has a syntax error */
 
@@ -87,7 +87,8 @@ typedef struct kuppf {
  *   prfctx  out: the preferences, the caller's, ended with kupclose
  * Returns 0, or bits of KUP_NOUSERFILE, KUP_NOGLOBALFILE, KUP_USERERR and
  * KUP_GLOBALERR; *prfctx is usable then. Out of memory: exactly KUP_NOMEM, with
- * *prfctx null. A file that cannot be opened clears the error stack's current level.
+ * *prfctx null. A file that cannot be opened clears the error stack's current level;
+ * of one that cannot be read to its end, the entries before the failure are there.
  */
 KU_API uint16_t kupopen(kux *kuxp, const char *prdnam, kupct **prfctx);
 

@@ -1,0 +1,484 @@
+// Preferences: both files, read, looked up, changed and written back.
+#include "kup.h"
+
+#include <algorithm>
+#include <map>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "kul.h"
+#include "support/context.h"
+#include "support/files.h"
+#include "support/random.h"
+#include "support/sweep.h"
+
+using namespace ku::test;
+using values = std::vector<std::string>;
+
+namespace
+{
+
+constexpr const char *userfile = "kuuprefs.xdb";
+constexpr const char *globalfile = "kugprefs.xdb";
+
+std::string times(int count, const std::string &text)
+{
+    std::string result;
+    while (count-- > 0) result += text;
+    return result;
+}
+
+// Both files in a directory of their own.
+struct home {
+    directory dir;
+    variable user{"KU_UPREFS", dir.path()};
+    variable global{"KU_GPREFS", dir.path()};
+};
+
+values listed(context &ctx, void *list)
+{
+    values result;
+    for (int32_t i = 0; list != nullptr && i < kulpnitems(ctx, list); i++)
+        result.push_back(text(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, i))));
+    return result;
+}
+
+std::string spell(const values &all)
+{
+    std::string result;
+    for (const std::string &each : all) result += "[" + each + "]";
+    return result;
+}
+
+// Preferences opened for a product named "prod", closed at the end.
+struct opened {
+    context &ctx;
+    kupct *prefs = nullptr;
+    uint16_t status;
+
+    explicit opened(context &with, const char *product = "prod")
+        : ctx(with), status(kupopen(ctx, product, &prefs))
+    {
+    }
+    opened(const opened &) = delete;
+    opened &operator=(const opened &) = delete;
+    ~opened() { EXPECT_EQ(kupclose(prefs), 0); }
+
+    std::string entries(void *list, const char *prefix) const
+    {
+        const spared undisturbed(ctx);
+        std::string result;
+        for (int32_t i = 0; i < kulpnitems(ctx, list); i++) {
+            auto entry = static_cast<kuxhandle>(kulpitem(ctx, list, i));
+            const kuppf record = *static_cast<kuppf *>(ctx->kuxrmlock(ctx, entry));
+            ctx->kuxrmunlock(ctx, entry);
+            result += prefix + (record.kuppfprd ? text(ctx, record.kuppfprd) + "." : "")
+                      + text(ctx, record.kuppfprf) + "=" + spell(listed(ctx, record.kuppfval))
+                      + "\n";
+        }
+        return result;
+    }
+    // All entries of a file, as read.
+    std::string user() const
+    {
+        return entries(prefs->kupctugn, "") + entries(prefs->kupctusp, "prod.")
+               + entries(prefs->kupcttmp, "");
+    }
+    std::string global() const
+    {
+        return entries(prefs->kupctggn, "") + entries(prefs->kupctgsp, "prod.");
+    }
+    uint16_t set(const char *name, const values &given, uint16_t flags)
+    {
+        void *list = nullptr;
+        {
+            const spared undisturbed(ctx);
+            list = kulpcreate(ctx, 0, nullptr);
+            for (const std::string &each : given)
+                kulpinsert(ctx, list, KUL_APPEND, relocatable(ctx, each));
+        }
+        const uint16_t result = kupset(prefs, name, list, flags);
+        for (int32_t i = 0; result != 0 && i < kulpnitems(ctx, list); i++) // still ours
+            ctx->kuxrmfree(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, i)));
+        kulpdestroy(ctx, list);
+        return result;
+    }
+    values get(const char *name, uint16_t flag, uint16_t *found = nullptr)
+    {
+        void *list = this;
+        const uint16_t result = kupget(prefs, name, flag, nullptr, &list);
+        const values got = listed(ctx, list);
+        kulpdestroy(ctx, list);
+        if (found != nullptr) *found = result;
+        return got;
+    }
+};
+
+TEST(Kup, ReaderMakesEntriesOfTokensAndLosesOnlyWhatAnErrorInterrupts)
+{
+    const struct {
+        const char *reason;
+        std::string text;
+        std::string entries;
+        uint32_t line = 0;                    // of the first error
+        const char *global_entries = nullptr; // in the global file, where they differ
+        uint32_t global_line = 0;
+    } rows[] = {
+        {"nothing", "", ""},
+        {"names are sorted without case", "b = 1\nC = 2\na = 3", "a=[3]\nb=[1]\nC=[2]\n"},
+        {"entries share a line", "a=1 b=2", "a=[1]\nb=[2]\n"},
+        {"lists", "x = (a, b)\ny = ()\nz\n=\n(c,\n 'd e')\n", "x=[a][b]\ny=\nz=[c][d e]\n"},
+        {"a comma wants a value", "x = (a, )\n", "", 1},
+        {"kinds", "PROD.x = 1\nother.y = 2\nz = 3\n", "z=[3]\nprod.x=[1]\nother.y=[2]\n", 0,
+         "z=[3]\nprod.x=[1]\n"},
+        {"a dropped entry takes no glue", "other.x = a-b\ny = 1\n", "y=[1]\nother.x=[a-b]\n", 0,
+         "y=[1]\n", 1},
+        {"adjacent tokens are one value", "x = a-b\ny = c:\\work\nz = (12abc, _foo, a'b')\n",
+         "x=[a-b]\ny=[c:\\work]\nz=[12abc][_foo][a'b']\n"},
+        {"nothing is glued to quotes", "x = 'a'b", "x=[a]\n"},
+        {"a value ends at punctuation", "x = a.b c = d\n", "x=[a]\n", 1},
+        {"a stray word takes the next line", "x = a b\ny = 2\nz = 3\n", "x=[a]\nz=[3]\n", 2},
+        {"quotes", "x = 'it''s'\ny = \"a\"\"b'\"\nz = ''\n", "x=[it's]\ny=[a\"b']\nz=[]\n"},
+        {"comments", "-- a\nx /* = \n ) */ = <<b>> 1 -- c\n", "x=[1]\n"},
+        {"a hint is no comment", "--+ a\nx = /*+ b */\n", "x=[/*+ b */]\n", 1},
+        {"values over lines", "x = 'one\ntwo'\ny = (\"a\n\nb\", c)\n",
+         "x=[one\ntwo]\ny=[a\n\nb][c]\n"},
+        {"later lines keep doubled quotes, lose leading ones", "x = 'a\nit''s\n\"b\nc'",
+         "x=[a\nit''s\nb\nc]\n"},
+        {"an unclosed text in the wrong place", "x = 1\n'a\nb' y\nz = 2", "x=[1]\nz=[2]\n", 3},
+        {"the end of the file", "x = 1\ny = ('a', 'b\n", "x=[1]\n"},
+        {"the first error counts", "=\nx = (a b\ny = 1\n)\n", "y=[1]\n", 1},
+        {"a general entry of the product's name", "Prod = 1\nx = 2\n", "x=[2]\n", 1},
+        {"the product's name, a list, no name", "prod = (1,\n2)\nx = 3\n", "x=[3]\n", 2},
+        {"a long line is several", "x = " + times(2000, "a") + "\ny = 1\nz = 2\n",
+         "x=[" + times(1019, "a") + "]\nz=[2]\n", 3},
+        {"but not to quotes", "x = '" + times(3000, "ab") + "'", "x=[" + times(3000, "ab") + "]\n"},
+    };
+    for (const char *language : {"ascii", "utf8", "iso-2022-kr"}) {
+        for (const auto &row : rows) {
+            SCOPED_TRACE(std::string(language) + ": " + row.reason);
+            const home files;
+            files.dir.write(userfile, row.text);
+            files.dir.write(globalfile, row.text);
+            context ctx(language);
+            opened file(ctx);
+            const uint32_t line = row.global_entries ? row.global_line : row.line;
+            EXPECT_EQ(file.user(), row.entries);
+            EXPECT_EQ(file.global(), row.global_entries ? row.global_entries : row.entries);
+            EXPECT_EQ(kuperrlin(file.prefs, KUP_USER), row.line);
+            EXPECT_EQ(kuperrlin(file.prefs, KUP_GLOBALERR), line);
+            EXPECT_EQ(file.status, (row.line ? KUP_USERERR : 0) | (line ? KUP_GLOBALERR : 0));
+        }
+    }
+}
+
+TEST(Kup, LinesOfMegabytesAreRead)
+{
+    const home files;
+    const std::string much = times(1 << 20, "ten bytes ");
+    const std::string value = times(1 << 16, "ten bytes ");
+    files.dir.write(userfile, "x = '" + value + "'\n/*" + much + "*/ y = 1\n");
+    files.dir.write(globalfile, much + "\nz = 1\n");
+    context ctx;
+    opened file(ctx);
+    EXPECT_EQ(file.status, KUP_GLOBALERR);
+    EXPECT_TRUE(file.user() == "x=[" + value + "]\ny=[1]\n");
+    EXPECT_EQ(file.global(), "z=[1]\n");
+    EXPECT_EQ(kuperrlin(file.prefs, KUP_USERERR | KUP_GLOBAL), 0u);
+    EXPECT_EQ(kuperrlin(file.prefs, KUP_SPECIFIC), 0u);
+}
+
+TEST(Kup, MissingFilesAreNormal)
+{
+    const home files;
+    context ctx;
+    kuxer0push(ctx, KU_CODE('a', 'b', 'c', 'd', 'e', 1));
+    {
+        const variable user("KU_UPREFS", nullptr);
+        const variable global("KU_GPREFS", times(512, "a"));
+        opened file(ctx, nullptr);
+        EXPECT_EQ(file.status, KUP_NOUSERFILE | KUP_NOGLOBALFILE);
+        EXPECT_EQ(kupwrite(file.prefs), KUP_NOUSERFILE);
+        EXPECT_EQ(ctx.errors().size(), 1u); // a name that cannot be built clears nothing
+    }
+    mkdir(files.dir.path(globalfile).c_str(), 0777);
+    opened file(ctx);
+    EXPECT_EQ(file.status, KUP_NOUSERFILE | KUP_NOGLOBALFILE);
+    EXPECT_EQ(file.user() + file.global(), "");
+    EXPECT_EQ(file.set("x", {"1"}, KUP_GENERAL), 0);
+    EXPECT_EQ(kupwrite(file.prefs), 0);
+    EXPECT_ERRORS(ctx, {});
+    EXPECT_EQ(files.dir.read(userfile), "x = 1\n");
+}
+
+// What a lookup of an entry answers that is in the places whose bits are set in `present`.
+uint16_t answer(const values (&places)[4], int present, uint16_t flag, values &model)
+{
+    uint16_t status = 0;
+    for (const uint16_t file : {KUP_USER, KUP_GLOBAL}) {
+        if ((flag & (KUP_USER | KUP_GLOBAL)) != 0 ? (flag & file) == 0 : status != 0) continue;
+        for (const uint16_t kind : {KUP_SPECIFIC, KUP_GENERAL}) {
+            const bool here = (status & file) != 0;
+            if ((flag & (KUP_SPECIFIC | KUP_GENERAL)) != 0 ? (flag & kind) == 0 : here) continue;
+            const int place = (file == KUP_GLOBAL ? 2 : 0) + (kind == KUP_GENERAL ? 1 : 0);
+            if ((present >> place & 1) == 0) continue;
+            status |= file | kind;
+            const bool sort = (flag & KUP_NOSORT) == 0;
+            const values before = model;
+            for (const std::string &each : places[place])
+                if (!sort || std::count(before.begin(), before.end(), each) == 0)
+                    model.push_back(each);
+            if (sort) std::sort(model.begin(), model.end());
+        }
+    }
+    return status == 0 ? KUP_NOTFOUND : status;
+}
+
+TEST(Kup, LookupFollowsThePrecedenceForEveryChoiceOfPlaces)
+{
+    const values places[] = {{"b", "a", "b"}, {"c", "a"}, {"d", "a"}, {"e", "b"}};
+    const char *lines[] = {"prod.X = (b, a, b)\n", "x = (c, a)\nw = 1\ny = 1\n",
+                           "prod.x = (d, a)\n", "w = 2\nx = (e, b)\n"};
+    for (int present = 0; present < 16; present++) {
+        const home files;
+        std::string texts[2];
+        for (int place = 0; place < 4; place++)
+            if ((present >> place & 1) != 0) texts[place / 2] += lines[place];
+        files.dir.write(userfile, texts[0]);
+        files.dir.write(globalfile, texts[1]);
+        context ctx;
+        opened file(ctx);
+        for (const uint16_t order : {KUP_NOSORT, 0u}) { // sorting changes the lists for good
+            for (uint16_t choice = 0; choice < 16; choice++) {
+                const auto flag = static_cast<uint16_t>(choice << 12 | order);
+                values model;
+                uint16_t found = 0;
+                const uint16_t status = answer(places, present, flag, model);
+                EXPECT_EQ(file.get("X", flag, &found), model) << present << ", flag " << flag;
+                EXPECT_EQ(found, status);
+            }
+        }
+    }
+}
+
+TEST(Kup, LookupAddsToTheCallersListAndSettingTakesHandlesBack)
+{
+    const home files;
+    files.dir.write(userfile, "x = (c, a)\nprod.x = (b)\ny = ()\n");
+    context ctx;
+    opened file(ctx);
+    void *list = kulpcreate(ctx, 0, nullptr);
+    EXPECT_EQ(kupget(file.prefs, "y", 0, list, nullptr), KUP_USER | KUP_GENERAL);
+    EXPECT_EQ(kupget(file.prefs, "none", 0, list, nullptr), KUP_NOTFOUND);
+    EXPECT_EQ(kupget(file.prefs, "x", KUP_GENERAL | KUP_NOSORT, list, nullptr), 0x6000);
+    EXPECT_EQ(listed(ctx, list), (values{"c", "a"}));
+
+    // Given back to both entries: its own are not freed, the general one gets copies.
+    kulpdelete(ctx, list, 0);
+    EXPECT_EQ(kupset(file.prefs, "X", list, KUP_SPECIFIC | KUP_GENERAL), 0);
+    EXPECT_EQ(file.user(), "x=[a]\ny=\nprod.x=[a]\n");
+    EXPECT_EQ(kupget(file.prefs, "x", KUP_GENERAL | KUP_SPECIFIC, list, nullptr), 0xE000);
+    EXPECT_EQ(listed(ctx, list), (values{"a"}));
+    kulpdestroy(ctx, list);
+
+    EXPECT_EQ(kupset(file.prefs, "x", nullptr, KUP_GENERAL), 0);
+    EXPECT_EQ(file.set("Y", {"1", "2"}, KUP_GENERAL), 0);
+    EXPECT_EQ(kupset(file.prefs, "z", nullptr, KUP_USER), 0);
+    EXPECT_EQ(file.user(), "x=\ny=[1][2]\nprod.x=[a]\n");
+
+    EXPECT_EQ(kupremove(file.prefs, "x", KUP_USER | KUP_GLOBAL), 1);
+    EXPECT_EQ(kupremove(file.prefs, "x", KUP_GENERAL), 1);
+    EXPECT_EQ(kupremove(file.prefs, "x", KUP_GLOBAL | KUP_GENERAL), 0);
+    EXPECT_EQ(kupremove(file.prefs, "X", KUP_USER | KUP_SPECIFIC | KUP_GENERAL), 0);
+    EXPECT_EQ(file.user(), "x=\ny=[1][2]\n");
+    EXPECT_EQ(kupclose(nullptr), 0);
+}
+
+TEST(Kup, ValuesAreQuotedWhereTheReaderWouldTakeThemForSomethingElse)
+{
+    const std::string full = times(1016, "a"); // with its name, a whole line buffer
+    const struct {
+        const char *language;
+        std::string value;
+        std::string written;
+    } rows[] = {
+        {"ascii", "80", "80"},
+        {"ascii", "c:\\a/b*/>>@!", "c:\\a/b*/>>@!"},
+        {"ascii", "", "\"\""},
+        {"ascii", "say \"x\"", "\"say \"\"x\"\"\""},
+        {"ascii", "it's", "\"it's\""},
+        {"ascii", "a/*b", "\"a/*b\""},
+        {"ascii", "a<<b", "\"a<<b\""},
+        {"ascii", full, full},
+        {"ascii", full + "a", "\"" + full + "a\""},
+        {"utf8", "\xC3\xA9", "\xC3\xA9"},
+        {"utf8", "\xE3\x80\x80\"", "\"\xE3\x80\x80\"\"\""},
+        {"sjis", "\x95\x5C", "\x95\x5C"},
+        {"iso-2022-kr", "\x0E\x30\x22\x0F\"", "\"\x0E\x30\x22\x0F\"\"\""},
+        {"iso-2022-kr", "\x0E\x30\x22", "\"\x0E\x30\x22\x0F\""}, // what follows stays readable
+    };
+    const auto written = [](const char *language, const std::string &value) {
+        const home files;
+        context ctx(language);
+        opened file(ctx);
+        EXPECT_EQ(file.set("name", {value}, KUP_GENERAL), 0);
+        EXPECT_EQ(kupwrite(file.prefs), 0);
+        return files.dir.read(userfile);
+    };
+    for (const auto &row : rows)
+        EXPECT_EQ(written(row.language, row.value), "name = " + row.written + "\n");
+    for (const char sign : std::string("=(),'-.\n\t\v "))
+        for (const char *language : {"ascii", "utf8"})
+            EXPECT_EQ(written(language, {'a', sign}), std::string("name = \"a") + sign + "\"\n");
+}
+
+// Random texts: pieces that mean something to the reader, and characters of the language.
+std::string nasty(dice &random, const values &pieces)
+{
+    std::string result;
+    for (uint32_t n = random.below(8); n > 0; n--) {
+        const std::string &piece = pieces[random.below(static_cast<uint32_t>(pieces.size()))];
+        result += random.one_in(200) ? times(300, piece) : piece;
+    }
+    // What cannot come back: quotes in a value of several lines, or longer than a line.
+    if (result.size() > 400 || result.find('\n') != std::string::npos)
+        std::erase_if(result, [](char c) { return c == '"' || c == '\''; });
+    return result;
+}
+
+TEST(Kup, WhatIsSetWrittenAndReadAgainIsTheSame)
+{
+    const std::pair<const char *, values> languages[] = {
+        {"ascii", {"\xE9", "\x01"}},
+        {"iso-8859-1", {"\xE9", "\xA0", "\xDF"}},
+        {"utf8", {"\xC3\xA9", "\xE3\x80\x80", "\xF0\x9F\x98\x80", "\xC3", "\xA9"}},
+        {"sjis", {"\x95\x5C", "\x83", "\xB1", "\x81\x40"}},
+        {"euc-jp", {"\xA4\xA2", "\xA1\xA1", "\x8E\xB1"}},
+        {"iso-2022-kr", {"\x0E\x30\x21\x0F-", "\x0E\x30\x29\x30\x22\x0F+"}},
+    };
+    dice random;
+    for (const auto &[language, characters] : languages) {
+        SCOPED_TRACE(std::string(language) + ", seed " + std::to_string(seed()));
+        values pieces = {"a", "Z",  "9",  "1e", ".", ",",  "(",  ")",   "=",
+                         "'", "\"", "-",  "--", "/", "/*", "*/", "<<",  ">>",
+                         " ", "\t", "\n", "!",  "+", "_",  "|",  "(+)", "''"};
+        pieces.insert(pieces.end(), characters.begin(), characters.end());
+        const home files;
+        files.dir.write(userfile, "other.z = (1, 'a b')\n");
+        context ctx(language);
+        std::map<std::pair<uint16_t, std::string>, values> model;
+        for (int round = 0; round < 12; round++) {
+            opened file(ctx);
+            ASSERT_EQ(file.status & ~KUP_NOGLOBALFILE, 0u);
+            for (int step = 0; step < 25; step++) {
+                const std::string name = times(1 + random.below(5), random.one_in(2) ? "n" : "N");
+                const uint16_t kind = random.one_in(2) ? KUP_SPECIFIC : KUP_GENERAL;
+                const std::pair key(kind, times(static_cast<int>(name.size()), "n"));
+                if (random.one_in(4)) {
+                    EXPECT_EQ(kupremove(file.prefs, name.c_str(), KUP_USER | kind), 0);
+                    model.erase(key);
+                    continue;
+                }
+                values given;
+                for (uint32_t n = random.below(5); n > 0; n--)
+                    given.push_back(nasty(random, pieces));
+                EXPECT_EQ(file.set(name.c_str(), given, kind), 0);
+                model[key] = given;
+            }
+            ASSERT_EQ(kupwrite(file.prefs), 0);
+            opened again(ctx);
+            ASSERT_EQ(again.user(), file.user()) << files.dir.read(userfile);
+            for (const auto &[key, given] : model)
+                ASSERT_EQ(again.get(key.second.c_str(), KUP_USER | KUP_NOSORT | key.first), given);
+        }
+        opened file(ctx, "OTHER");
+        EXPECT_EQ(file.get("z", KUP_SPECIFIC), (values{"1", "a b"}));
+    }
+}
+
+TEST(Kup, WritingKeepsOrderPrefixesPermissionsAndLinks)
+{
+    const home files;
+    files.dir.write("real", "-- c\nother.b = (1,2)\nProd.z = 3 prod.y = 4\nx=()\nother.a = 'b-c'");
+    ASSERT_EQ(symlink("real", files.dir.path(userfile).c_str()), 0);
+    ASSERT_EQ(chmod(files.dir.path("real").c_str(), 0640), 0);
+    context ctx;
+    opened file(ctx);
+    EXPECT_EQ(kupwrite(file.prefs), 0);
+    EXPECT_EQ(files.dir.read("real"), "x = ()\nprod.y = 4\nprod.z = 3\n"
+                                      "other.b = \n (1,\n  2)\nother.a = \"b-c\"\n");
+    struct stat status = {};
+    ASSERT_EQ(lstat(files.dir.path("real").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0640u);
+    EXPECT_EQ(files.dir.names(), (values{userfile, "real"}));
+}
+
+TEST(Kup, WritingThatFailsSaysSoAndLosesNothing)
+{
+    const home files;
+    context ctx;
+    opened file(ctx);
+    ASSERT_EQ(file.set("x", {"1"}, KUP_GENERAL), 0);
+    ASSERT_EQ(mkdir(files.dir.path(userfile).c_str(), 0777), 0);
+    EXPECT_EQ(kupwrite(file.prefs), KUP_NOUSERFILE);
+    EXPECT_ERRORS(ctx, {});
+    ASSERT_EQ(rmdir(files.dir.path(userfile).c_str()), 0);
+    ASSERT_EQ(symlink("/dev/full", files.dir.path(userfile).c_str()), 0);
+    EXPECT_EQ(kupwrite(file.prefs), 0);
+    EXPECT_ERRORS(ctx, {"skuba 5"});
+
+    sweep_system_calls(
+        [](context &swept) {
+            const home faulty;
+            const std::string before = "x = old\n" + times(40, "y = 1\n");
+            faulty.dir.write(userfile, before);
+            opened again(swept);
+            if (again.status != KUP_NOGLOBALFILE || kuxernerrors(swept) != 0) return false;
+            EXPECT_EQ(again.set("x", {"new"}, KUP_GENERAL), 0);
+            const uint16_t status = kupwrite(again.prefs);
+            const bool written = status == 0 && kuxernerrors(swept) == 0;
+            EXPECT_EQ(faulty.dir.read(userfile),
+                      (written ? "x = new\n" : "x = old\n") + times(40, "y = 1\n"));
+            EXPECT_EQ(faulty.dir.names(), (values{userfile}));
+            return written;
+        },
+        {EIO, ENOSPC});
+}
+
+TEST(Kup, AnAllocationThatFailsChangesNothing)
+{
+    const std::string before = "x = (1, 3)\nprod.x = ('a\nb', 1)\nother.y = 4\nz = 4-5\n";
+    for (const char *language : {"ascii", "utf8", "iso-2022-kr"})
+        sweep_allocations(
+            [&](context &ctx) {
+                const home files;
+                files.dir.write(userfile, before);
+                files.dir.write(globalfile, before);
+                opened file(ctx);
+                EXPECT_EQ(file.prefs == nullptr, file.status == KUP_NOMEM);
+                if (file.status != 0) return false; // or a stream without memory: no file
+                void *item = nullptr;
+                void *list = nullptr;
+                {
+                    const spared undisturbed(ctx);
+                    item = relocatable(ctx, "2");
+                    list = kulpcreate(ctx, 1, &item);
+                }
+                bool good = kupget(file.prefs, "x", 0xF000, list, nullptr) != KUP_NOMEM;
+                EXPECT_EQ(kulpnitems(ctx, list), good ? 4 : 1); // 1, 2, 3 and the text of two lines
+                kulpdestroy(ctx, list);
+                ctx->kuxrmfree(ctx, static_cast<kuxhandle>(item));
+                for (const char *name : {"x", "new"}) {
+                    const std::string entries = file.user();
+                    const bool set = file.set(name, {"5"}, KUP_SPECIFIC | KUP_GENERAL) == 0;
+                    EXPECT_TRUE(set || file.user() == entries);
+                    good = good && set;
+                }
+                const uint16_t status = kupwrite(file.prefs);
+                EXPECT_EQ(files.dir.read(userfile) == before, status != 0);
+                return good && status == 0;
+            },
+            language);
+}
+
+} // namespace

@@ -70,8 +70,9 @@ bool may_include(const fs::path &includer, const fs::path &included)
 {
     const std::string from = *includer.begin();
     const std::string to = *included.begin();
-    if (is_public(includer) || (from == "tools" && to != "tools")) return is_public(included);
-    if (from == "port" || from == "tools") return to == from;
+    if (is_public(includer) && !is_public(included)) return false;
+    if (from == "tools") return to == "tools" || is_public(included);
+    if (from == "port") return to == "port";
     if (from == "src") return to != "tools";
     static const std::regex low("(kux|kul|kuuq|liz|kudef|kuguard).*"); // context, lists, text
     return to == "sosd" || to == "port"

@@ -1,0 +1,232 @@
+/*
+ * c_client.c - a client in C99: includes every public header and uses each family once
+ */
+#include "c_client.h"
+
+#include <string.h>
+
+#include "ku.h"
+
+#define HOLDS(condition)                                                                           \
+    do {                                                                                           \
+        if (!(condition)) return #condition;                                                       \
+    } while (0)
+
+static int32_t by_text(kux *ctx, void *a, void *b, void *clientarg)
+{
+    (void)ctx;
+    (void)clientarg;
+    return strcmp(a, b);
+}
+
+static const char *use_context(kux *ctx, const char *directory)
+{
+    kuxa attrs;
+    kux *other;
+    (void)ctx;
+    (void)directory;
+    memset(&attrs, 0, sizeof attrs);
+    attrs.kuxamask = KUXA_ERSIZE;
+    attrs.kuxaersize = 2;
+    other = kuxcreate(&attrs);
+    HOLDS(other != NULL);
+    attrs.kuxamask = KUXA_ERSIZE | KUXA_VERSION;
+    HOLDS(kuxget(other, &attrs) == 0 && attrs.kuxaersize == 2);
+    HOLDS(strcmp(attrs.kuxaversion, "2.0.5.0.0") == 0);
+    HOLDS(kuxdestroy(other) == NULL);
+    return NULL;
+}
+
+static const char *use_errors(kux *ctx, const char *directory)
+{
+    char text[80];
+    char letters[5];
+    (void)directory;
+    kuxer2push(ctx, KUXNM_NORESIZE, "a", "bc");
+    HOLDS(kuxercode(ctx) == (kuxidbase("kuxnm") | 2));
+    HOLDS(kuxiddecode(kuxercode(ctx), letters) == 2 && memcmp(letters, "kuxnm", 5) == 0);
+    kuxerformat(ctx, kuxerget(ctx, 0), text, sizeof text, NULL);
+    HOLDS(strcmp(text, "kuxnm 2  a, bc") == 0);
+    kuxerclear(ctx);
+    HOLDS(kuxernerrors(ctx) == 0);
+    return NULL;
+}
+
+static const char *use_memory(kux *ctx, const char *directory)
+{
+    kuxhandle handle;
+    char *address;
+    (void)directory;
+    HOLDS(kuxmlbegin(ctx) == 0);
+    handle = kuxrlalloc(ctx, 8);
+    HOLDS(handle != NULL && kuxnlalloc(ctx, 8) != NULL);
+    address = kuxrmlock(ctx, handle);
+    HOLDS(address != NULL && address[7] == 0);
+    kuxrmunlock(ctx, handle);
+    kuxmlrollback(ctx);
+    address = kuxbmalloc(1);
+    HOLDS(address != NULL && address[0] == 0 && kuxbmfree(address) == NULL);
+    return NULL;
+}
+
+static uint32_t note_message(kux *ctx, kuxst *stream, const char *text)
+{
+    (void)ctx;
+    *(const char **)stream->streamdata_kuxst = text;
+    return 0;
+}
+
+static const char *use_properties_and_messages(kux *ctx, const char *directory)
+{
+    const char *shown = NULL;
+    kuxsta attrs;
+    kuxioa installed;
+    (void)directory;
+    HOLDS(kuxprset(ctx, kuxidencode("house", 1), &attrs, NULL) == 0);
+    HOLDS(kuxprget(ctx, kuxidencode("house", 1)) == &attrs);
+    memset(&attrs, 0, sizeof attrs);
+    attrs.mask_kuxsta = KUXSTA_MESSAGE | KUXSTA_STREAMDATA;
+    attrs.message_kuxsta = note_message;
+    attrs.streamdata_kuxsta = &shown;
+    installed.mask_kuxioa = KUXIOA_STDIO;
+    installed.stdio_kuxioa = kuxstcreate(ctx, &attrs);
+    HOLDS(installed.stdio_kuxioa != NULL && kuxioset(ctx, &installed) == 0);
+    HOLDS(kuxiomessage(ctx, "hello") == 0 && strcmp(shown, "hello") == 0);
+    HOLDS(kuxstdestroy(ctx, installed.stdio_kuxioa) == 0);
+    kuxprremove(ctx, KUXIO_PROPERTY);
+    return NULL;
+}
+
+static const char *use_text(kux *ctx, const char *directory)
+{
+    char upper[16] = "";
+    uint32_t written = 0;
+    int32_t order = LIZ_LESS;
+    (void)directory;
+    HOLDS(lizmcpy(ctx->kuxlangidh, &ctx->kuxlocglo, upper, sizeof upper, LIZ_MULTIBYTE, "abc1",
+                  KU_NTS, LIZ_MULTIBYTE, LIZ_UPPER, &written)
+          == LIZ_OK);
+    HOLDS(strcmp(upper, "ABC1") == 0 && written == 4);
+    HOLDS(lizmcmp(ctx->kuxlangidh, &ctx->kuxlocglo, upper, KU_NTS, LIZ_MULTIBYTE, "aBc1", KU_NTS,
+                  LIZ_MULTIBYTE, LIZ_NOCASE, &order)
+              == LIZ_OK
+          && order == LIZ_EQUAL);
+    HOLDS(lizcdigit(ctx->kuxlangidh, &ctx->kuxlocglo, upper + 3, 1, LIZ_MULTIBYTE) == 1);
+    return NULL;
+}
+
+static const char *use_streams(kux *ctx, const char *directory)
+{
+    char name[512];
+    char line[8];
+    uint32_t length = sizeof name - 1;
+    void *stream;
+    HOLDS(skubadir(ctx, "c.txt", directory, name, &length) == 0);
+    stream = skubopen(ctx, name, "w+");
+    HOLDS(stream != NULL && skubsput(ctx, stream, "one\ntwo") == 0);
+    HOLDS(skubposition(ctx, stream, 4) == 0 && skubsget(ctx, stream, line, sizeof line) == 0);
+    HOLDS(strcmp(line, "two") == 0 && skubclose(ctx, stream) == 0);
+    HOLDS(skubremove(ctx, name) == 0 && skubfexist(ctx, name) == 0);
+    return NULL;
+}
+
+static const char *use_lists(kux *ctx, const char *directory)
+{
+    void *words[] = {"pear", "fig", "apple"};
+    void *list = kulpcreate(ctx, 3, words);
+    int32_t index;
+    (void)directory;
+    HOLDS(list != NULL && kulpqsort(ctx, list, by_text, NULL) == 0);
+    HOLDS(strcmp(kulpfirst(ctx, list), "apple") == 0);
+    HOLDS(kulpsearch(ctx, list, "kiwi", by_text, NULL, 0, &index) == 0 && index == 2);
+    HOLDS(kulplock(ctx, list)->nitems_kul == 3 && kulpunlock(ctx, list) == NULL);
+    list = kulpdestroy(ctx, list);
+    HOLDS(list == NULL);
+    return NULL;
+}
+
+static const char *use_tokens(kux *ctx, const char *directory)
+{
+    kuka attrs;
+    void *both;
+    void *dialect;
+    void *second = NULL;
+    void *first = kukpcreate(ctx, "select a /* b", 0, KUKP_M_KEYWORDS, NULL, NULL, 0);
+    (void)directory;
+    HOLDS(first != NULL && kukosgstate(ctx, first) == KUKP_S_COMMENT);
+    HOLDS(kukongtype(ctx, first, 0) == KUKP_T_SELECT);
+    second = kukpcreate(ctx, "c */ d", 0, KUKP_M_KEYWORDS, NULL, NULL, KUKP_S_COMMENT);
+    both = kukeconcat(ctx, first, second, ' ');
+    HOLDS(both != NULL && kukemerge(ctx, both) == 0);
+    HOLDS(kukosgnumtokens(ctx, both) == 4 && kukongtype(ctx, both, 2) == KUKP_T_COMMENT);
+    memset(&attrs, 0, sizeof attrs);
+    attrs.mask_kuka = KUKA_TEXT | KUKA_MODE | KUKA_SERVER;
+    attrs.origtxp_kuka = "a *= b";
+    attrs.srvrtype_kuka = KUKA_SERVER_SS;
+    dialect = kukacreate(ctx, &attrs);
+    HOLDS(dialect != NULL && kukongtype(ctx, dialect, 1) == KUKA_T_LEFTOUTER);
+    kukpdestroy(ctx, dialect);
+    kukpdestroy(ctx, both);
+    kukpdestroy(ctx, second);
+    kukpdestroy(ctx, first);
+    return NULL;
+}
+
+static const char *use_preferences(kux *ctx, const char *directory)
+{
+    kupct *preferences = NULL;
+    void *values = kulpcreate(ctx, 0, NULL);
+    kuxhandle value = ctx->kuxrmalloc(ctx, 8);
+    (void)directory;
+    HOLDS(kupopen(ctx, "tool", &preferences) == (KUP_NOUSERFILE | KUP_NOGLOBALFILE));
+    kuxerclear(ctx);
+    strcpy(kuxrmlock(ctx, value), "blue");
+    kuxrmunlock(ctx, value);
+    HOLDS(kulpinsert(ctx, values, KUL_APPEND, value) == 0);
+    HOLDS(kupset(preferences, "colour", values, KUP_SPECIFIC) == 0);
+    HOLDS(kulpclear(ctx, values) == 0 && kupwrite(preferences) == 0);
+    HOLDS(kupclose(preferences) == 0);
+    HOLDS(kupopen(ctx, "TOOL", &preferences) == KUP_NOGLOBALFILE);
+    HOLDS(kupget(preferences, "Colour", 0, values, NULL) == (KUP_USER | KUP_SPECIFIC));
+    HOLDS(strcmp(kuxrmlock(ctx, kulpfirst(ctx, values)), "blue") == 0);
+    kuxrmunlock(ctx, kulpfirst(ctx, values));
+    kulpdestroy(ctx, values);
+    HOLDS(kupclose(preferences) == 0);
+    kuxerclear(ctx);
+    return NULL;
+}
+
+static const char *use_command_line(kux *ctx, const char *directory)
+{
+    kucla user;
+    void *arguments = kulpcreate(ctx, 0, NULL);
+    char *vector[] = {"tool", "user=scott"};
+    char *home;
+    (void)directory;
+    memset(&user, 0, sizeof user);
+    user.kuclakwd = "user";
+    HOLDS(kulpinsert(ctx, arguments, KUL_APPEND, &user) == 0);
+    HOLDS(kuclpa(ctx, 2, vector, arguments, 0) == NULL);
+    HOLDS(strcmp(kulpfirst(ctx, kuclgv(ctx, arguments, "USER")), "scott") == 0);
+    ctx->kuxnmfree(ctx, kulpfirst(ctx, user.kuclaval));
+    kulpdestroy(ctx, user.kuclaval);
+    kulpdestroy(ctx, arguments);
+    home = sku_gev(ctx, "KU_UPREFS");
+    HOLDS(home != NULL && strcmp(home, directory) == 0);
+    ctx->kuxnmfree(ctx, home);
+    return NULL;
+}
+
+const c_client_family c_client_families[] = {
+    {"context", use_context},
+    {"errors", use_errors},
+    {"memory", use_memory},
+    {"properties and messages", use_properties_and_messages},
+    {"text", use_text},
+    {"streams", use_streams},
+    {"lists", use_lists},
+    {"tokens", use_tokens},
+    {"preferences", use_preferences},
+    {"command line", use_command_line},
+    {NULL, NULL},
+};

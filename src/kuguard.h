@@ -12,9 +12,11 @@
 #include "kuxer.h"
 #include "kuxml.h"
 
-namespace ku {
+namespace ku
+{
 
-class unique {
+class unique
+{
 protected:
     unique() = default;
     ~unique() = default;
@@ -27,7 +29,8 @@ public:
 // An allocation frame: rolled back unless it was committed. Blocks made in it
 // come from the logged layer. A client may have switched logging off, and then
 // nothing is rolled back: what must not leak gets an `owned` besides.
-class frame : unique {
+class frame : unique
+{
 public:
     explicit frame(kux *ctx) : ctx_(ctx), open_(kuxmlbegin(ctx) == 0) {}
     ~frame()
@@ -47,7 +50,8 @@ private:
 };
 
 // A block of the context's plain memory: released unless it was kept.
-template <typename T> class owned : unique {
+template <typename T> class owned : unique
+{
 public:
     explicit owned(kux *ctx, T *block = nullptr) : ctx_(ctx), block_(block) {}
     ~owned() { reset(nullptr); }
@@ -79,11 +83,15 @@ inline void *allocate(kux *ctx, std::uint64_t count, std::uint64_t size)
     return ctx->kuxnmalloc(ctx, static_cast<std::uint32_t>(count * size));
 }
 
-template <typename T> T *allocate(kux *ctx) { return static_cast<T *>(allocate(ctx, 1, sizeof(T))); }
+template <typename T> T *allocate(kux *ctx)
+{
+    return static_cast<T *>(allocate(ctx, 1, sizeof(T)));
+}
 
 // Address of a relocatable handle while it is in scope: a short dereference
 // where the handle's state allows it, else a lock. Null when access failed.
-class access : unique {
+class access : unique
+{
 public:
     access(kux *ctx, kuxhandle handle)
         : ctx_(ctx), handle_(handle),
@@ -111,7 +119,8 @@ private:
 };
 
 // Errors pushed in scope go to a level of their own and are dropped at its end.
-class aside : unique {
+class aside : unique
+{
 public:
     explicit aside(kux *ctx) : ctx_(ctx), saved_(kuxersavestack(ctx) == 0) {}
     ~aside()

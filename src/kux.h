@@ -32,8 +32,10 @@ typedef struct kudateconv kudateconv; /* date-conversion context, opaque */
 
 /* ---- error numbers ---- */
 
-#define KUXAA_DATE KU_CODE('k', 'u', 'x', 'a', 'a', 2)   /* a date conversion failed; parameter: why */
-#define KUXRM_REFUSED KU_CODE('k', 'u', 'x', 'r', 'm', 2) /* kuxset cannot change the level capacity;
+#define KUXAA_DATE                                                                                 \
+    KU_CODE('k', 'u', 'x', 'a', 'a', 2) /* a date conversion failed; parameter: why */
+#define KUXRM_REFUSED                                                                              \
+    KU_CODE('k', 'u', 'x', 'r', 'm', 2) /* kuxset cannot change the level capacity;
                                                             parameter "error stack size"; also what
                                                             kuxmlinit returns without memory */
 
@@ -79,49 +81,49 @@ typedef struct kuxdacx {
 } kuxdacx;
 
 struct kux {
-    int32_t kuxersize;                /* records per error-stack level; fixed at creation */
-    int32_t kuxernstacks;             /* levels in use, at least 1 */
-    int32_t kuxermaxstacks;           /* slots of the level array */
-    kuxes **kuxerstacks;              /* the levels; the last in use is the current one */
-    kuxerformatfn kuxerformat;        /* error formatter */
-    kuxnmallocfn kuxnmalloc;          /* plain memory: allocate */
-    kuxnmfreefn kuxnmfree;            /* plain memory: release */
-    kuxnmreallocfn kuxnmrealloc;      /* plain memory: resize */
-    void *kuxnmclientdata;            /* the client's, for its plain-memory callbacks */
-    kuxrmallocfn kuxrmalloc;          /* relocatable memory: allocate */
-    kuxrmfreefn kuxrmfree;            /* relocatable memory: release */
-    kuxrmreallocfn kuxrmrealloc;      /* relocatable memory: resize */
-    kuxrmaccessfn kuxrmlock;          /* relocatable memory: lock, yields the address */
-    kuxrmaccessfn kuxrmunlock;        /* relocatable memory: unlock */
-    kuxrmaccessfn kuxrmbeginderef;    /* relocatable memory: begin a short dereference */
-    kuxrmaccessfn kuxrmendderef;      /* relocatable memory: end it */
-    kuxrmgetstatefn kuxrmgetstate;    /* relocatable memory: state of a handle */
-    void *kuxrmclientdata;            /* the client's, for its relocatable-memory callbacks */
-    int32_t kuxmldisabled;            /* nested requests to switch the logs off; 0: logging */
-    int32_t kuxnlnrecords;            /* plain-memory log: records in use */
-    int32_t kuxnlsize;                /* plain-memory log: records there is room for */
-    kuxnl *kuxnllog;                  /* plain-memory log */
-    int32_t kuxrlnrecords;            /* relocatable-memory log: records in use */
-    int32_t kuxrlsize;                /* relocatable-memory log: records there is room for */
-    kuxrl *kuxrllog;                  /* relocatable-memory log */
-    unsigned char *kuxmmostack[5];    /* memory-owner tags; not used by the library */
-    int32_t kuxmmnowners;             /* entries in kuxmmostack */
-    unsigned char *kuxmtstack[5];     /* memory-type tags; not used by the library */
-    int32_t kuxmtntypes;              /* entries in kuxmtstack */
-    int32_t kuxprsize;                /* property table: records there is room for */
-    int32_t kuxprnprops;              /* property table: records in use */
-    kuxpr *kuxprlist;                 /* property table, in insertion order */
-    kulang kuxlbuffer;                /* storage of the language handle */
-    kulang *kuxlangidh;               /* the language handle: points to kuxlbuffer */
-    kuapp *kuxuiapp;                  /* the client's application handle, or null; borrowed */
-    kudateconv *kuxdcxdef;            /* date-conversion context; owned */
-    kuxdacx *kuxdacxp;                /* its error context; owned */
-    unsigned char *kuxtokbuf;         /* scratch buffer of the tokenizer; owned */
-    uint32_t kuxtoklen;               /* its size in bytes; 0: no buffer */
-    kulocglo kuxlocglo;               /* locale global area */
-    void *kuxstdin;                   /* stream on standard input; inert */
-    void *kuxstdout;                  /* stream on standard output; inert */
-    void *kuxstderr;                  /* stream on standard error; inert */
+    int32_t kuxersize;             /* records per error-stack level; fixed at creation */
+    int32_t kuxernstacks;          /* levels in use, at least 1 */
+    int32_t kuxermaxstacks;        /* slots of the level array */
+    kuxes **kuxerstacks;           /* the levels; the last in use is the current one */
+    kuxerformatfn kuxerformat;     /* error formatter */
+    kuxnmallocfn kuxnmalloc;       /* plain memory: allocate */
+    kuxnmfreefn kuxnmfree;         /* plain memory: release */
+    kuxnmreallocfn kuxnmrealloc;   /* plain memory: resize */
+    void *kuxnmclientdata;         /* the client's, for its plain-memory callbacks */
+    kuxrmallocfn kuxrmalloc;       /* relocatable memory: allocate */
+    kuxrmfreefn kuxrmfree;         /* relocatable memory: release */
+    kuxrmreallocfn kuxrmrealloc;   /* relocatable memory: resize */
+    kuxrmaccessfn kuxrmlock;       /* relocatable memory: lock, yields the address */
+    kuxrmaccessfn kuxrmunlock;     /* relocatable memory: unlock */
+    kuxrmaccessfn kuxrmbeginderef; /* relocatable memory: begin a short dereference */
+    kuxrmaccessfn kuxrmendderef;   /* relocatable memory: end it */
+    kuxrmgetstatefn kuxrmgetstate; /* relocatable memory: state of a handle */
+    void *kuxrmclientdata;         /* the client's, for its relocatable-memory callbacks */
+    int32_t kuxmldisabled;         /* nested requests to switch the logs off; 0: logging */
+    int32_t kuxnlnrecords;         /* plain-memory log: records in use */
+    int32_t kuxnlsize;             /* plain-memory log: records there is room for */
+    kuxnl *kuxnllog;               /* plain-memory log */
+    int32_t kuxrlnrecords;         /* relocatable-memory log: records in use */
+    int32_t kuxrlsize;             /* relocatable-memory log: records there is room for */
+    kuxrl *kuxrllog;               /* relocatable-memory log */
+    unsigned char *kuxmmostack[5]; /* memory-owner tags; not used by the library */
+    int32_t kuxmmnowners;          /* entries in kuxmmostack */
+    unsigned char *kuxmtstack[5];  /* memory-type tags; not used by the library */
+    int32_t kuxmtntypes;           /* entries in kuxmtstack */
+    int32_t kuxprsize;             /* property table: records there is room for */
+    int32_t kuxprnprops;           /* property table: records in use */
+    kuxpr *kuxprlist;              /* property table, in insertion order */
+    kulang kuxlbuffer;             /* storage of the language handle */
+    kulang *kuxlangidh;            /* the language handle: points to kuxlbuffer */
+    kuapp *kuxuiapp;               /* the client's application handle, or null; borrowed */
+    kudateconv *kuxdcxdef;         /* date-conversion context; owned */
+    kuxdacx *kuxdacxp;             /* its error context; owned */
+    unsigned char *kuxtokbuf;      /* scratch buffer of the tokenizer; owned */
+    uint32_t kuxtoklen;            /* its size in bytes; 0: no buffer */
+    kulocglo kuxlocglo;            /* locale global area */
+    void *kuxstdin;                /* stream on standard input; inert */
+    void *kuxstdout;               /* stream on standard output; inert */
+    void *kuxstderr;               /* stream on standard error; inert */
 };
 
 /* Bits of kuxamask: which fields of kuxa are given or wanted. */
@@ -149,29 +151,29 @@ struct kux {
 
 /* Attributes of a context. */
 typedef struct kuxa {
-    uint32_t kuxamask;                /* which of the following fields are valid */
-    int32_t kuxaersize;               /* records per error-stack level; below 1 counts as 1 */
-    kuxerformatfn kuxaerformat;       /* error formatter */
-    kuxnmallocfn kuxanmalloc;         /* plain memory: allocate */
-    kuxnmfreefn kuxanmfree;           /* plain memory: release */
-    kuxnmreallocfn kuxanmrealloc;     /* plain memory: resize */
-    void *kuxanmclientdata;           /* the client's, for its plain-memory callbacks */
-    kuxrmallocfn kuxarmalloc;         /* relocatable memory: allocate */
-    kuxrmfreefn kuxarmfree;           /* relocatable memory: release */
-    kuxrmreallocfn kuxarmrealloc;     /* relocatable memory: resize */
-    kuxrmaccessfn kuxarmlock;         /* relocatable memory: lock */
-    kuxrmaccessfn kuxarmunlock;       /* relocatable memory: unlock */
-    kuxrmaccessfn kuxarmbeginderef;   /* relocatable memory: begin a short dereference */
-    kuxrmaccessfn kuxarmendderef;     /* relocatable memory: end it */
-    kuxrmgetstatefn kuxarmgetstate;   /* relocatable memory: state of a handle */
-    void *kuxarmclientdata;           /* the client's, for its relocatable-memory callbacks */
-    kuapp *kuxauiapp;                 /* application handle */
-    kudateconv *kuxadcxdef;           /* date-conversion context; read only */
-    const char *kuxaversion;          /* version text of the library, constant; read only */
-    kulang *kuxalangidh;              /* language handle; read only */
-    void *kuxastdin;                  /* not looked at by any operation */
-    void *kuxastdout;                 /* not looked at by any operation */
-    void *kuxastderr;                 /* not looked at by any operation */
+    uint32_t kuxamask;              /* which of the following fields are valid */
+    int32_t kuxaersize;             /* records per error-stack level; below 1 counts as 1 */
+    kuxerformatfn kuxaerformat;     /* error formatter */
+    kuxnmallocfn kuxanmalloc;       /* plain memory: allocate */
+    kuxnmfreefn kuxanmfree;         /* plain memory: release */
+    kuxnmreallocfn kuxanmrealloc;   /* plain memory: resize */
+    void *kuxanmclientdata;         /* the client's, for its plain-memory callbacks */
+    kuxrmallocfn kuxarmalloc;       /* relocatable memory: allocate */
+    kuxrmfreefn kuxarmfree;         /* relocatable memory: release */
+    kuxrmreallocfn kuxarmrealloc;   /* relocatable memory: resize */
+    kuxrmaccessfn kuxarmlock;       /* relocatable memory: lock */
+    kuxrmaccessfn kuxarmunlock;     /* relocatable memory: unlock */
+    kuxrmaccessfn kuxarmbeginderef; /* relocatable memory: begin a short dereference */
+    kuxrmaccessfn kuxarmendderef;   /* relocatable memory: end it */
+    kuxrmgetstatefn kuxarmgetstate; /* relocatable memory: state of a handle */
+    void *kuxarmclientdata;         /* the client's, for its relocatable-memory callbacks */
+    kuapp *kuxauiapp;               /* application handle */
+    kudateconv *kuxadcxdef;         /* date-conversion context; read only */
+    const char *kuxaversion;        /* version text of the library, constant; read only */
+    kulang *kuxalangidh;            /* language handle; read only */
+    void *kuxastdin;                /* not looked at by any operation */
+    void *kuxastdout;               /* not looked at by any operation */
+    void *kuxastderr;               /* not looked at by any operation */
 } kuxa;
 
 /* ---- operations ---- */

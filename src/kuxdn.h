@@ -13,8 +13,9 @@
 extern "C" {
 #endif
 
-#define KUXNM_NOMEM KU_CODE('k', 'u', 'x', 'n', 'm', 1)  /* no memory for a block */
-#define KUXNM_NORESIZE KU_CODE('k', 'u', 'x', 'n', 'm', 2) /* no memory to resize a block; also what
+#define KUXNM_NOMEM KU_CODE('k', 'u', 'x', 'n', 'm', 1) /* no memory for a block */
+#define KUXNM_NORESIZE                                                                             \
+    KU_CODE('k', 'u', 'x', 'n', 'm', 2) /* no memory to resize a block; also what
                                                              kuxprinit returns without memory */
 
 /* A zero-filled block of `size` bytes (0 counts as 1); or null with KUXNM_NOMEM pushed. */

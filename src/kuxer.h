@@ -17,15 +17,17 @@
 extern "C" {
 #endif
 
-#define KUXER_GENERIC KU_CODE('k', 'u', 'x', 'e', 'r', 1)  /* kuxerinit has no memory (returned); also
+#define KUXER_GENERIC                                                                              \
+    KU_CODE('k', 'u', 'x', 'e', 'r', 1) /* kuxerinit has no memory (returned); also
                                                              the message that wraps an error
                                                              without a message of its own */
-#define KUXER_NOLEVEL KU_CODE('k', 'u', 'x', 'e', 'r', 2)  /* a level cannot be saved: no memory */
-#define KUXER_LAST KU_CODE('k', 'u', 'x', 'e', 'r', 3)     /* only one level: nothing to restore */
-#define KUXER_CUT KU_CODE('k', 'u', 'x', 'e', 'r', 4)      /* message text cut; never pushed */
+#define KUXER_NOLEVEL KU_CODE('k', 'u', 'x', 'e', 'r', 2)   /* a level cannot be saved: no memory */
+#define KUXER_LAST KU_CODE('k', 'u', 'x', 'e', 'r', 3)      /* only one level: nothing to restore */
+#define KUXER_CUT KU_CODE('k', 'u', 'x', 'e', 'r', 4)       /* message text cut; never pushed */
 #define KUXER_NOMESSAGE KU_CODE('k', 'u', 'x', 'e', 'r', 5) /* no such message; never pushed */
 
-#define KUXER_TEXTMAX 512u /* longest message text or plain text that kuxerfmtmsg works with, in bytes */
+#define KUXER_TEXTMAX                                                                              \
+    512u /* longest message text or plain text that kuxerfmtmsg works with, in bytes */
 
 /* Error record. */
 struct kuxer {
@@ -141,8 +143,8 @@ KU_API void kuxergmsg(kux *ctx, uint32_t code, const char *type, char *buffer, u
  * Parameters are cut at a whole character; other text that does not fit makes
  * the attempt fail. Allocates nothing of its own.
  */
-KU_API void kuxerfmtmsg(kux *ctx, kuxer *record, const char *type, char *buffer,
-                        uint32_t *length, int32_t *truncated);
+KU_API void kuxerfmtmsg(kux *ctx, kuxer *record, const char *type, char *buffer, uint32_t *length,
+                        int32_t *truncated);
 
 /*
  * Sets up the stack of a new context: one empty level. Returns 0, or

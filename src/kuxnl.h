@@ -21,8 +21,8 @@ extern "C" {
 
 /* Log record. */
 struct kuxnl {
-    void *kuxnlptr;     /* the block; no meaning in a mark */
-    uint8_t kuxnltype;  /* 0 frame mark, 1 allocated, 2 released, 3 allocated and later released */
+    void *kuxnlptr;    /* the block; no meaning in a mark */
+    uint8_t kuxnltype; /* 0 frame mark, 1 allocated, 2 released, 3 allocated and later released */
 };
 
 /* Allocates `size` bytes; the block, or null (KUXML_FULL pushed when the log was full). */

@@ -24,9 +24,9 @@ typedef void (*kuxpritfn)(kux *ctx, uint32_t name, void *value, void *clientarg)
 
 /* Property record. */
 struct kuxpr {
-    uint32_t kuxprname;        /* the name */
-    void *kuxprvalue;          /* the value */
-    kuxprfreefn kuxprfreefun;  /* release function, or null */
+    uint32_t kuxprname;       /* the name */
+    void *kuxprvalue;         /* the value */
+    kuxprfreefn kuxprfreefun; /* release function, or null */
 };
 
 /*

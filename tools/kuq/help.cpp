@@ -34,7 +34,7 @@ const command *find_command(const std::string &name)
 
 std::string required(application &app, const arguments &given, const char *keyword)
 {
-    const std::string value = given.value(keyword);
+    std::string value = given.value(keyword);
     if (value.empty()) kuxer1push(app.ctx(), KUQAA_MISSING, keyword);
     return value;
 }

@@ -190,7 +190,8 @@ class checked_directory
 public:
     explicit checked_directory(const fs::path &file)
     {
-        std::string pattern = std::string(std::getenv("TMP")) + "/kuqXXXXXX";
+        const char *temporary = std::getenv("TMP");
+        std::string pattern = std::string(temporary == nullptr ? "/tmp" : temporary) + "/kuqXXXXXX";
         if (mkdtemp(pattern.data()) == nullptr) return;
         directory_ = pattern;
         std::error_code error;

@@ -176,6 +176,13 @@ struct traits {
 const traits &unicode_traits(std::uint32_t code); // of a code point, or of anything at all
 const traits &traits_of(const kucharset &set, std::uint32_t value); // of a multibyte set's value
 
+// U+0080 to U+07FF: the two bytes of upper and lower case as they lie in memory, 0
+// where it has not two; the folded code point.
+struct pair_tables {
+    std::uint16_t upper[0x800], lower[0x800], fold[0x800];
+};
+const pair_tables &utf8_pairs();
+
 // The same for a few code points without a table: asks the C library.
 void ask_traits(const std::uint16_t *codes, std::size_t count, traits *found);
 

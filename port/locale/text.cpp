@@ -2,9 +2,14 @@
 //
 // Every loop is written once, over a set's decode, and made for each set by the
 // compiler. In front of the multibyte loops stand runs of ASCII, eight bytes at
-// a time: most text of most users. The shift-sensitive set goes by the cursor's
-// rules, one character at a time; nobody has megabytes of it.
+// a time: most text of most users. UTF-8 has more: counting checks 64 bytes at
+// once, and case of two-byte characters is one look-up. The shift-sensitive set
+// goes by the cursor's rules, one character at a time; nobody has megabytes of it.
+//
+// Words of eight bytes are taken apart from the low end: little-endian hosts only.
+#include <bit>
 #include <cstring>
+#include <type_traits>
 
 #include "charset_internal.h"
 
@@ -27,7 +32,24 @@ std::uint64_t load(const byte *at)
     return word;
 }
 
-// ---- calls a function with the set of a language ----
+// How many of the eight bytes, from the first on, are ASCII.
+std::size_t ascii_prefix(std::uint64_t word)
+{
+    return static_cast<std::size_t>(std::countr_zero(word & high_bits)) / 8;
+}
+
+// Bit 7 of every byte that is a letter from `first` to `last`, of eight ASCII bytes.
+std::uint64_t letters(std::uint64_t word, byte first, byte last)
+{
+    const std::uint64_t from_first = word + (0x80u - first) * every;
+    const std::uint64_t past_last = word + (0x7Fu - last) * every;
+    return (from_first ^ past_last) & high_bits;
+}
+
+std::uint64_t ascii_lower(std::uint64_t word) { return word | letters(word, 'A', 'Z') >> 2; }
+std::uint64_t ascii_upper(std::uint64_t word) { return word ^ letters(word, 'a', 'z') >> 2; }
+
+// ---- reading whole texts ----
 
 template <typename Set> struct whole {
     // For texts that end where they end: what is cut off is raw bytes.
@@ -76,22 +98,102 @@ template <typename Set> struct reader {
 
 // ---- scans ----
 
+constexpr std::size_t block_bytes = 64;
+
+bool ascii_block(const byte *at)
+{
+    std::uint64_t any = 0;
+    for (std::size_t i = 0; i < block_bytes; i += 8) any |= load(at + i);
+    return (any & high_bits) == 0;
+}
+
+// A character that begins in the last three bytes before `at` and goes on there: how
+// many bytes back; else 0.
+std::size_t unfinished(const byte *at)
+{
+    if (at[-1] >= 0xC0) return 1;
+    if (at[-2] >= 0xE0) return 2;
+    return at[-3] >= 0xF0 ? 3 : 0;
+}
+
+// 64 bytes of UTF-8 at once: whether every byte is what the three before it call
+// for, and how many characters begin among them. The last may go on past the end.
+bool well_formed_block(const byte *at, std::size_t *begun)
+{
+    if (ascii_block(at) && unfinished(at) == 0) {
+        *begun = block_bytes;
+        return true;
+    }
+    typedef byte lanes __attribute__((vector_size(16)));
+    lanes wrong = {}, beginnings = {};
+    for (std::size_t i = 0; i < block_bytes; i += sizeof(lanes)) {
+        lanes now, before, second, third; // the byte, and those 1, 2 and 3 before it
+        std::memcpy(&now, at + i, sizeof now);
+        std::memcpy(&before, at + i - 1, sizeof before);
+        std::memcpy(&second, at + i - 2, sizeof second);
+        std::memcpy(&third, at + i - 3, sizeof third);
+        const lanes further = reinterpret_cast<lanes>((now & 0xC0) == 0x80);
+        const lanes below_90 = reinterpret_cast<lanes>(now < 0x90);
+        const lanes below_a0 = reinterpret_cast<lanes>(now < 0xA0);
+        wrong |= further
+                 ^ reinterpret_cast<lanes>((before >= 0xC0) | (second >= 0xE0) | (third >= 0xF0));
+        wrong |= reinterpret_cast<lanes>(((now & 0xFE) == 0xC0) | (now >= 0xF5));
+        wrong |= reinterpret_cast<lanes>(before == 0xE0) & below_a0;  // overlong
+        wrong |= reinterpret_cast<lanes>(before == 0xED) & ~below_a0; // surrogates
+        wrong |= reinterpret_cast<lanes>(before == 0xF0) & below_90;
+        wrong |= reinterpret_cast<lanes>(before == 0xF4) & ~below_90; // above U+10FFFF
+        beginnings += ~further & 1;
+    }
+    std::uint64_t halves[2];
+    std::memcpy(halves, &wrong, sizeof halves);
+    if ((halves[0] | halves[1]) != 0) return false;
+    // Each lane counts to 4 at most: the sum of 16 fits the top byte.
+    std::memcpy(halves, &beginnings, sizeof halves);
+    *begun = static_cast<std::size_t>((halves[0] + halves[1]) * every >> 56);
+    return true;
+}
+
+// Counts whole blocks from a character on that has three good bytes before it, and
+// ends at a character again.
+extent scan_blocks(const byte *text, std::size_t n, extent from, std::size_t most)
+{
+    extent done = from;
+    for (std::size_t begun; n - done.bytes >= block_bytes && most - done.characters >= block_bytes
+                            && well_formed_block(text + done.bytes, &begun);) {
+        done.bytes += block_bytes;
+        done.characters += begun;
+    }
+    if (done.bytes == from.bytes) return from;
+    const std::size_t back = unfinished(text + done.bytes);
+    return {done.bytes - back, done.characters - (back != 0 ? 1 : 0)};
+}
+
 // Up to `most` characters of n bytes, none of them a NUL.
 template <typename Set> extent scan(const byte *text, std::size_t n, bool ends, std::size_t most)
 {
-    std::size_t at = 0, characters = 0;
-    while (at < n && characters < most) {
-        if (n - at >= 8 && most - characters >= 8 && (load(text + at) & high_bits) == 0) {
-            at += 8;
-            characters += 8;
+    constexpr std::size_t enough = 3; // good bytes in front of a block
+    extent done = {0, 0};
+    std::size_t blocks_from = enough;
+    while (done.bytes < n && done.characters < most) {
+        if (std::is_same_v<Set, utf8_set> && done.bytes >= blocks_from) {
+            done = scan_blocks(text, n, done, most);
+            blocks_from = done.bytes + block_bytes; // past what is malformed, or the end is near
             continue;
         }
-        const character now = Set::decode(text + at, n - at);
+        const std::size_t left = n - done.bytes;
+        if (left >= 8 && most - done.characters >= 8) {
+            const std::size_t run = ascii_prefix(load(text + done.bytes));
+            done.bytes += run;
+            done.characters += run;
+            if (run != 0) continue;
+        }
+        const character now = Set::decode(text + done.bytes, left);
         if (now.width == 0 && !ends) break;
-        at += now.width != 0 ? now.width : 1;
-        characters++;
+        if (now.width == 0 || is_raw(now.value)) blocks_from = done.bytes + 1 + enough;
+        done.bytes += now.width != 0 ? now.width : 1;
+        done.characters++;
     }
-    return {at, characters};
+    return done;
 }
 
 extent scan_shifted(const kulang &lang, const void *bytes, std::size_t limit, std::size_t most)
@@ -234,50 +336,122 @@ int wide_compare_nocase(const kulang &lang, std::uint32_t a, std::uint32_t b)
 namespace
 {
 
-// Bit 7 of every byte that is a letter from `first` to `last`, of eight ASCII bytes.
-std::uint64_t letters(std::uint64_t word, byte first, byte last)
-{
-    const std::uint64_t from_first = word + (0x80u - first) * every;
-    const std::uint64_t past_last = word + (0x7Fu - last) * every;
-    return (from_first ^ past_last) & high_bits;
-}
-
 struct to_lower {
-    static std::uint64_t ascii(std::uint64_t word) { return word | letters(word, 'A', 'Z') >> 2; }
+    static std::uint64_t ascii(std::uint64_t word) { return ascii_lower(word); }
     static std::uint32_t wide(const kulang &lang, std::uint32_t v) { return wide_lower(lang, v); }
+    static const std::uint16_t *pairs() { return utf8_pairs().lower; }
 };
 
 struct to_upper {
-    static std::uint64_t ascii(std::uint64_t word) { return word ^ letters(word, 'a', 'z') >> 2; }
+    static std::uint64_t ascii(std::uint64_t word) { return ascii_upper(word); }
     static std::uint32_t wide(const kulang &lang, std::uint32_t v) { return wide_upper(lang, v); }
+    static const std::uint16_t *pairs() { return utf8_pairs().upper; }
 };
+
+// What has been read of a source and written of a target.
+struct progress {
+    std::size_t at;
+    std::size_t written;
+};
+
+// The ASCII that eight bytes begin with. Writes eight bytes: what is too many is
+// written over by what comes next.
+template <typename Case>
+std::size_t map_ascii_run(byte *to, std::size_t room, const byte *from, std::size_t n)
+{
+    if (n < 8 || room < 8) return 0;
+    const std::uint64_t word = load(from), mapped = Case::ascii(word & ~high_bits);
+    std::memcpy(to, &mapped, sizeof mapped);
+    return ascii_prefix(word);
+}
+
+// Index of a two-byte character in tables of U+0000 to U+07FF; 0 where there is none.
+std::uint32_t pair_index(const byte *at)
+{
+    const bool pair = within(at[0], 0xC2, 0xDF) && within(at[1], 0x80, 0xBF);
+    return pair ? (at[0] & 0x1Fu) << 6 | (at[1] & 0x3Fu) : 0;
+}
+
+// Two-byte characters whose case has two bytes too. Bytes done.
+std::size_t map_pair_run(const std::uint16_t *pairs, byte *to, std::size_t room, const byte *from,
+                         std::size_t n)
+{
+    const std::size_t most = n < room ? n : room;
+    std::size_t done = 0;
+    while (most - done >= 2) {
+        const std::uint16_t mapped = pairs[pair_index(from + done)];
+        if (mapped == 0) break;
+        std::memcpy(to + done, &mapped, sizeof mapped);
+        done += 2;
+    }
+    return done;
+}
+
+// No letter has case from the radicals on to the Cyrillic supplements, and from the
+// Hangul syllables to the presentation forms.
+bool caseless(std::uint32_t code)
+{
+    return (code >= 0x2E80 && code < 0xA640) || (code >= 0xAC00 && code < 0xFB00);
+}
+
+// Three-byte characters without case. Bytes done.
+std::size_t copy_caseless_run(byte *to, std::size_t room, const byte *from, std::size_t n)
+{
+    const std::size_t most = n < room ? n : room;
+    std::size_t done = 0;
+    while (most - done >= 4 && from[done] >= 0xE2) {
+        const character now = utf8_set::decode(from + done, most - done);
+        if (now.width != 3 || !caseless(now.value)) break;
+        std::memcpy(to + done, from + done, 4);
+        done += 3;
+    }
+    return done;
+}
+
+// Writes one character as its case has it; false when there is no room.
+template <typename Set, typename Case>
+bool map_one(const kulang &lang, byte *to, std::size_t room, const byte *from, std::size_t n,
+             progress *done)
+{
+    const character now = whole<Set>::decode(from + done->at, n - done->at);
+    byte bytes[4] = {};
+    std::memcpy(bytes, from + done->at, now.width);
+    std::uint32_t width = now.width;
+    const bool kept = is_raw(now.value) || now.value == 0
+                      || (std::is_same_v<Set, utf8_set> && caseless(now.value));
+    const std::uint32_t mapped = kept ? now.value : Case::wide(lang, now.value);
+    if (mapped != now.value) width = encode(*lang.charset_kulang, mapped, bytes);
+    if (width > room - done->written) return false;
+    std::memcpy(to + done->written, bytes, width);
+    done->at += now.width;
+    done->written += width;
+    return true;
+}
 
 template <typename Set, typename Case>
 std::size_t map_text(const kulang &lang, byte *to, std::size_t room, const byte *from,
                      std::size_t n)
 {
-    std::size_t at = 0, written = 0;
-    while (at < n) {
-        if (n - at >= 8 && room - written >= 8) {
-            const std::uint64_t word = load(from + at);
-            if ((word & high_bits) == 0) {
-                const std::uint64_t mapped = Case::ascii(word);
-                std::memcpy(to + written, &mapped, sizeof mapped);
-                at += 8;
-                written += 8;
-                continue;
-            }
+    const std::uint16_t *pairs = std::is_same_v<Set, utf8_set> ? Case::pairs() : nullptr;
+    progress done = {0, 0};
+    while (done.at < n) {
+        const std::size_t ascii = map_ascii_run<Case>(to + done.written, room - done.written,
+                                                      from + done.at, n - done.at);
+        done.at += ascii;
+        done.written += ascii;
+        if (ascii == 8) continue;
+        if (pairs != nullptr) {
+            std::size_t run = map_pair_run(pairs, to + done.written, room - done.written,
+                                           from + done.at, n - done.at);
+            run += copy_caseless_run(to + done.written + run, room - done.written - run,
+                                     from + done.at + run, n - done.at - run);
+            done.at += run;
+            done.written += run;
+            if (run != 0) continue;
         }
-        const character now = whole<Set>::decode(from + at, n - at);
-        byte bytes[4] = {from[at]};
-        const std::uint32_t mapped = Case::wide(lang, now.value);
-        const std::uint32_t width = mapped == 0 ? 1 : encode(*lang.charset_kulang, mapped, bytes);
-        if (width > room - written) break;
-        std::memcpy(to + written, bytes, width);
-        at += now.width;
-        written += width;
+        if (done.at < n && !map_one<Set, Case>(lang, to, room, from, n, &done)) break;
     }
-    return written;
+    return done.written;
 }
 
 // Shift bytes are copied as they come; no mapping changes a width.
@@ -357,6 +531,73 @@ int compare_readers(const kulang &lang, Reader first, Reader second)
     }
 }
 
+// The first bytes of two texts in UTF-8 that differ, back at a character.
+std::size_t common_prefix(const byte *a, const byte *b, std::size_t n)
+{
+    std::size_t at = 0;
+    while (n - at >= 8 && load(a + at) == load(b + at)) at += 8;
+    while (at < n && a[at] == b[at]) at++;
+    // Any byte but a further one begins a character; no character has more than three.
+    for (std::size_t back = 1; back <= 3 && back <= at; back++) {
+        if (!within(a[at - back], 0x80, 0xBF)) return at - back;
+    }
+    return at;
+}
+
+int compare_utf8(const kulang &lang, const byte *a, std::size_t an, const byte *b, std::size_t bn)
+{
+    const std::size_t same = common_prefix(a, b, an < bn ? an : bn);
+    return compare_readers<by_value>(lang, reader<utf8_set>{a + same, an - same},
+                                     reader<utf8_set>{b + same, bn - same});
+}
+
+// Two-byte characters that are equal without case. Bytes done.
+std::size_t equal_pair_run(const std::uint16_t *fold, const byte *a, const byte *b, std::size_t n)
+{
+    std::size_t done = 0;
+    while (n - done >= 2) {
+        const std::uint32_t first = pair_index(a + done), second = pair_index(b + done);
+        if (first == 0 || second == 0 || fold[first] != fold[second]) break;
+        done += 2;
+    }
+    return done;
+}
+
+int compare_utf8_nocase(const kulang &lang, const byte *a, std::size_t an, const byte *b,
+                        std::size_t bn)
+{
+    const std::uint16_t *fold = utf8_pairs().fold;
+    reader<utf8_set> first = {a, an}, second = {b, bn};
+    const auto pass = [&first, &second](std::size_t bytes) {
+        first = {first.at + bytes, first.left - bytes};
+        second = {second.at + bytes, second.left - bytes};
+    };
+    while (first.left >= 8 && second.left >= 8) {
+        const std::uint64_t left = load(first.at), right = load(second.at);
+        const std::uint64_t different =
+            ascii_upper(left & ~high_bits) ^ ascii_upper(right & ~high_bits);
+        const std::size_t ascii = ascii_prefix(left | right);
+        const std::size_t equal = static_cast<std::size_t>(std::countr_zero(different)) / 8;
+        pass(ascii < equal ? ascii : equal);
+        if (ascii == 8 && equal == 8) continue;
+        if (equal < ascii) break;
+        const std::size_t least = first.left < second.left ? first.left : second.left;
+        const std::size_t pairs = equal_pair_run(fold, first.at, second.at, least);
+        pass(pairs);
+        if (pairs != 0) continue;
+        character now = {}, other = {};
+        const reader<utf8_set> from = first, beside = second;
+        first.next(&now);
+        second.next(&other);
+        if (now.value == other.value) continue;
+        if (wide_compare_nocase(lang, now.value, other.value) == 0) continue;
+        first = from;
+        second = beside;
+        break;
+    }
+    return compare_readers<by_folding>(lang, first, second);
+}
+
 int longer(int order, std::size_t an, std::size_t bn)
 {
     return order != 0 || an == bn ? order : sign(an < bn);
@@ -367,7 +608,8 @@ int compare_any(const kulang &lang, const byte *a, std::size_t an, const byte *b
 {
     switch (lang.charset_kulang->kind_kucharset) {
     case kind_utf8:
-        return compare_readers<Order>(lang, reader<utf8_set>{a, an}, reader<utf8_set>{b, bn});
+        if (std::is_same_v<Order, by_folding>) return compare_utf8_nocase(lang, a, an, b, bn);
+        return compare_utf8(lang, a, an, b, bn);
     case kind_sjis:
         return compare_readers<Order>(lang, reader<sjis_set>{a, an}, reader<sjis_set>{b, bn});
     case kind_eucjp:

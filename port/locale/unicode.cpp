@@ -172,6 +172,34 @@ const traits &unicode_traits(std::uint32_t code)
     return code < end ? in_range<plane_4, end, 64>(code) : no_traits;
 }
 
+namespace
+{
+
+std::uint16_t pair_of(std::uint32_t code)
+{
+    byte bytes[4];
+    std::uint16_t pair = 0;
+    if (encode_utf8(code, bytes) == sizeof pair) std::memcpy(&pair, bytes, sizeof pair);
+    return pair;
+}
+
+} // namespace
+
+const pair_tables &utf8_pairs()
+{
+    static const pair_tables tables = [] {
+        pair_tables made = {};
+        for (std::uint32_t code = 0x80; code < 0x800; code++) {
+            const traits &known = unicode_traits(code);
+            made.upper[code] = pair_of(code + known.upper);
+            made.lower[code] = pair_of(code + known.lower);
+            made.fold[code] = static_cast<std::uint16_t>(code + known.fold);
+        }
+        return made;
+    }();
+    return tables;
+}
+
 void ask_traits(const std::uint16_t *codes, std::size_t count, traits *found)
 {
     const c_locale lib;

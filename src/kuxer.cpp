@@ -16,6 +16,7 @@
 #include "kuxer.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -380,7 +381,8 @@ uint32_t kuxerdformat(kux *, kuxer *record, char *buffer, uint32_t size, int32_t
 
     const unsigned number = kuxiddecode(record->kuxercode, buffer);
     char *end = buffer + 5;
-    end += std::snprintf(end, kuxer_plainmin - 5, " %u", number);
+    *end++ = ' ';
+    end = std::to_chars(end, buffer + kuxer_plainmin, number).ptr;
     int64_t room = static_cast<int64_t>(size) - (end - buffer + 1);
     for (int32_t index = 0; index < record->kuxernparams && room >= 0; index++) {
         end = kuxerappend(end, index == 0 ? "  " : ", ", 2, room);

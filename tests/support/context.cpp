@@ -271,15 +271,16 @@ context::~context()
     fail_from_now(0);
     fail_access_from_now(0);
     fail_one_in(0);
+    const int token_buffer = ctx_->kuxtoklen != 0 ? 1 : 0; // the context's own, made when needed
+    const int left = live() - created_ - token_buffer;
     if (!testing::Test::HasFatalFailure()) { // else the test has given up half-way
-        const int token_buffer = ctx_->kuxtoklen != 0 ? 1 : 0;
-        EXPECT_EQ(live(), created_ + token_buffer) << "bytes:" << memory_->sizes();
+        EXPECT_EQ(left, 0) << "blocks left, bytes:" << memory_->sizes();
         EXPECT_FALSE(memory_->locked());
         EXPECT_TRUE(asked_ || kuxernerrors(ctx_) == 0)
             << "nobody asked for " << testing::PrintToString(stack(ctx_));
     }
     kuxdestroy(ctx_);
-    EXPECT_TRUE(live() == 0 || testing::Test::HasFailure()) << "bytes:" << memory_->sizes();
+    EXPECT_EQ(live(), left) << "the context's own blocks left, bytes:" << memory_->sizes();
 }
 
 int context::live() const { return memory_->live(); }

@@ -157,6 +157,17 @@ std::uint32_t kukogrowbuffer(kux *ctx, std::uint32_t size)
     return code != 0 ? code : kukorefuse(ctx, KUKAA_TOKEN);
 }
 
+// Writes the stretch with the shift bytes that it needs, kukostretch::bytes in all.
+void kukowrite(const kux *ctx, const kuk &object, const kukostretch &stretch, void *target)
+{
+    const kulang &lang = *ctx->kuxlangidh;
+    const std::uint32_t length = stretch.end - stretch.begin;
+    auto *to = static_cast<unsigned char *>(target);
+    if (stretch.shifted_begin) *to++ = lang.shiftout_kulang;
+    std::memcpy(to, object.origtxp_kuk + stretch.begin, length);
+    if (stretch.shifted_end) to[length] = lang.shiftin_kulang;
+}
+
 // A copy of the stretch that stands alone, in the token buffer.
 std::uint32_t kukocopyalone(kux *ctx, const kuk &object, const kukostretch &stretch)
 {
@@ -166,12 +177,8 @@ std::uint32_t kukocopyalone(kux *ctx, const kuk &object, const kukostretch &stre
         + (stretch.end - stretch.begin);
     if (size > UINT32_MAX) return kukorefuse(ctx, KUKAA_TOKEN);
     const std::uint32_t status = kukogrowbuffer(ctx, static_cast<std::uint32_t>(size));
-    if (status != 0) return status;
-    unsigned char *to = ctx->kuxtokbuf;
-    if (stretch.shifted_begin) *to++ = lang.shiftout_kulang;
-    std::memcpy(to, object.origtxp_kuk + stretch.begin, stretch.end - stretch.begin);
-    if (stretch.shifted_end) to[stretch.end - stretch.begin] = lang.shiftin_kulang;
-    return 0;
+    if (status == 0) kukowrite(ctx, object, stretch, ctx->kuxtokbuf);
+    return status;
 }
 
 } // namespace
@@ -560,16 +567,18 @@ std::uint32_t kukorassemble(kux *ctx, void *kukh, std::int32_t start, std::int32
     if (object->origtxp_kuk == nullptr) return 0;
 
     const kukostretch stretch = kukostretchof(ctx, *object, range.begin, range.end);
-    const std::uint32_t length = stretch.end - stretch.begin;
-    if (stretch.alone() && (kukosinglebyte(ctx) || length <= bufl)) {
-        const std::uint32_t copied = std::min(length, bufl);
-        std::memcpy(bufp, object->origtxp_kuk + stretch.begin, copied);
-        return copied;
+    if (stretch.bytes() <= bufl) {
+        kukowrite(ctx, *object, stretch, bufp);
+        return stretch.bytes();
+    }
+    if (kukosinglebyte(ctx)) {
+        std::memcpy(bufp, object->origtxp_kuk + stretch.begin, bufl);
+        return bufl;
     }
     kucursor source = kukoopen(ctx, *object, stretch.begin);
     kucursor target = kukotarget(ctx, bufp, bufl);
     std::uint32_t stored = 0;
-    while (locale::offset(source) < length) {
+    while (locale::offset(source) < stretch.end - stretch.begin) {
         const std::uint32_t written = locale::copy_character(target, source, bufl - stored);
         if (written == 0) break;
         stored += written;

@@ -60,8 +60,9 @@ void BM_kuclpa(benchmark::State &state)
 }
 BENCHMARK(BM_kuclpa);
 
-// Options are described once, as for our side; GLib moves pointers within the
-// vector, so that each parse gets a fresh one.
+// The context is made once, as our definitions are. It moves the pointers of the
+// vector, so that each parse gets a fresh one, and it releases the strings of the
+// parse before.
 void BM_goption(benchmark::State &state)
 {
     std::array<gchar *, count> values{};
@@ -80,12 +81,10 @@ void BM_goption(benchmark::State &state)
         int argc = count + 1;
         char **vector = argv.data();
         if (!g_option_context_parse(context, &argc, &vector, nullptr)) std::abort();
-        for (gchar *&value : values) {
+        for (const gchar *value : values)
             if (value == nullptr) std::abort();
-            g_free(value);
-            value = nullptr;
-        }
     }
+    for (gchar *value : values) g_free(value);
     g_option_context_free(context);
 }
 BENCHMARK(BM_goption);

@@ -20,10 +20,12 @@
 // the error stack of its own, which is dropped.
 #include "kucl.h"
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "kuguard.h"
 #include "kuka.h"
@@ -214,11 +216,13 @@ struct kucls {
     std::uint32_t kuclscto;        // ... offset in the text
     std::uint32_t kuclsctl;        // ... length
     const unsigned char *kuclsctx; // ... text
-    char *kuclskwd;                // the pending keyword, owned, or null
+    const char *kuclskwd;          // the pending keyword, or null; not terminated
     std::uint32_t kuclskwl;        // its length
-    char *kuclsval;                // the value just collected, owned, or null
+    const char *kuclsval;          // the value just collected; not terminated
     std::uint32_t kuclsvln;        // its length
     void *kuclslst;                // the values collected, owned, or null
+    char *keywordcopy;             // copies of keyword and value, owned; null where the text itself
+    char *valuecopy; // holds them, as it does unless characters depend on a shift state
 };
 
 enum kuclstate : std::uint32_t {
@@ -261,8 +265,9 @@ void kuclfreetext(kux *ctx, char **text)
 // Forgets keyword and values.
 void kuclforget(kux *ctx, kucls &parser)
 {
-    kuclfreetext(ctx, &parser.kuclskwd);
-    kuclfreetext(ctx, &parser.kuclsval);
+    kuclfreetext(ctx, &parser.keywordcopy);
+    kuclfreetext(ctx, &parser.valuecopy);
+    parser.kuclskwd = nullptr;
     parser.kuclslst = kuclfreevalues(ctx, parser.kuclslst);
 }
 
@@ -275,13 +280,15 @@ char *kuclduplicate(kux *ctx, const char *text, std::size_t length)
     return copy;
 }
 
-// Appends a text to a list of values, made when missing; the text is taken over
-// on success. False without memory.
-bool kuclappend(kux *ctx, void **values, char *text)
+// Appends a copy of a text to a list of values, made when missing; false without memory.
+bool kuclappend(kux *ctx, void **values, const char *text, std::size_t length)
 {
-    if (text == nullptr) return false;
     if (*values == nullptr) *values = kulpcreate(ctx, 0, nullptr);
-    return *values != nullptr && kulpinsert(ctx, *values, KUL_APPEND, text) == 0;
+    if (*values == nullptr) return false;
+    ku::owned<char> copy(ctx, kuclduplicate(ctx, text, length));
+    if (!copy || kulpinsert(ctx, *values, KUL_APPEND, copy.get()) != 0) return false;
+    static_cast<void>(copy.keep());
+    return true;
 }
 
 // ---- definitions ----
@@ -295,24 +302,39 @@ bool kuclsametext(const kulang &lang, const char *a, std::size_t alength, const 
     return alength == blength && locale::bytes_compare_nocase(lang, a, b, alength) == 0;
 }
 
-bool kuclhaskeyword(const kulang &lang, const kucla &argument, const char *keyword,
-                    std::size_t length)
+struct kuclkeyword {
+    const char *text;
+    std::size_t length; // in bytes, those that take part
+};
+
+// Most keywords differ in their first characters, two ASCII ones as a rule.
+bool kucldiffers(const kulang &lang, const char *a, const char *b)
 {
-    if (keyword == nullptr || argument.kuclakwd == nullptr) return false;
-    return kuclsametext(lang, argument.kuclakwd, strnlen(argument.kuclakwd, kucl_keywordmax),
-                        keyword, length, true);
+    const auto first = static_cast<unsigned char>(*a);
+    const auto second = static_cast<unsigned char>(*b);
+    return lang.shiftsensitive_kulang == 0 && first < 0x80 && second < 0x80
+           && lang.fold_kulang[first] != lang.fold_kulang[second];
 }
 
-// The first definition with one of the flags or with the keyword; null: none.
-kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const char *keyword)
+bool kuclhaskeyword(const kulang &lang, const kucla &argument, const kuclkeyword &keyword)
+{
+    if (argument.kuclakwd == nullptr) return false;
+    if (keyword.length == 0) return *argument.kuclakwd == '\0';
+    if (kucldiffers(lang, argument.kuclakwd, keyword.text)) return false;
+    return kuclsametext(lang, argument.kuclakwd, strnlen(argument.kuclakwd, kucl_keywordmax),
+                        keyword.text, keyword.length, true);
+}
+
+// The first definition with one of the flags or, if not null, with the keyword; null: none.
+kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const kuclkeyword *keyword)
 {
     const kulang &lang = *ctx->kuxlangidh;
-    const std::size_t length = keyword != nullptr ? strnlen(keyword, kucl_keywordmax) : 0;
     const kul *list = kulplock(ctx, inp);
     kucla *found = nullptr;
     for (std::int32_t i = 0; i < list->nitems_kul && found == nullptr; i++) {
         auto *argument = static_cast<kucla *>(list->items_kul[i]);
-        if ((argument->kuclaflg & flags) != 0 || kuclhaskeyword(lang, *argument, keyword, length))
+        if ((argument->kuclaflg & flags) != 0
+            || (keyword != nullptr && kuclhaskeyword(lang, *argument, *keyword)))
             found = argument;
     }
     kulpunlock(ctx, inp);
@@ -322,7 +344,9 @@ kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const char *keyword)
 // The definition with the pending keyword, added when there is none; null without memory.
 kucla *kuclfas(kux *ctx, kucls &parser)
 {
-    kucla *argument = kuclgas(ctx, parser.kuclsinp, 0, parser.kuclskwd);
+    const kuclkeyword wanted{parser.kuclskwd,
+                             std::min<std::size_t>(parser.kuclskwl, kucl_keywordmax)};
+    kucla *argument = kuclgas(ctx, parser.kuclsinp, 0, &wanted);
     if (argument != nullptr) return argument;
     ku::owned<kucla> added(ctx, ku::allocate<kucla>(ctx));
     if (!added) return nullptr;
@@ -440,13 +464,11 @@ void kuclpna(kux *ctx, kucls &parser)
 void kuclanv(kux *ctx, kucls &parser)
 {
     if (parser.kuclserr != nullptr) return;
-    if (std::strcmp(parser.kuclsval, "?") == 0 || std::strcmp(parser.kuclsval, "-?") == 0)
+    const std::string_view value(parser.kuclsval, parser.kuclsvln);
+    if (value == "?" || value == "-?")
         kuclfail(ctx, parser, nullptr, KUCLE_HELP);
-    else if (kuclappend(ctx, &parser.kuclslst, parser.kuclsval))
-        parser.kuclsval = nullptr;
-    else
+    else if (!kuclappend(ctx, &parser.kuclslst, value.data(), value.size()))
         kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
-    kuclfreetext(ctx, &parser.kuclsval);
 }
 
 // ---- the token state machine ----
@@ -472,28 +494,26 @@ bool kuclabuts(kux *ctx, const kucls &parser, void *tokens)
     return kukonwlen(ctx, tokens, parser.kuclsctk - 1) == 0;
 }
 
-// Takes the text of the tokens from `first` to before `behind` as the value,
-// without a pair of quotes around it.
+// Makes the text of the tokens from `first` to before `behind` the value, without
+// a pair of quotes around it.
 void kucltake(kux *ctx, kucls &parser, void *tokens, std::int32_t first, std::int32_t behind)
 {
-    const std::uint32_t length =
-        first < behind ? kukorlen(ctx, tokens, first, behind - 1, KUKO_BOTH) : 0;
-    auto *value = static_cast<char *>(ku::allocate(ctx, std::uint64_t{length} + 1, 1));
-    kuclfreetext(ctx, &parser.kuclsval);
-    parser.kuclsval = value;
-    parser.kuclsvln = length;
-    if (value == nullptr) {
-        kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
-        return;
+    kuclfreetext(ctx, &parser.valuecopy);
+    parser.kuclsval = "";
+    parser.kuclsvln = 0;
+    if (first >= behind) return;
+    const std::uint32_t length = kukorlen(ctx, tokens, first, behind - 1, KUKO_BOTH);
+    const char *value = kukosgtext(ctx, tokens) + kukongoffset(ctx, tokens, first);
+    if (ctx->kuxlangidh->shiftsensitive_kulang != 0) {
+        parser.valuecopy = static_cast<char *>(ku::allocate(ctx, std::uint64_t{length} + 1, 1));
+        if (parser.valuecopy == nullptr) return kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
+        kukorassemble(ctx, tokens, first, behind - 1, KUKO_BOTH, parser.valuecopy, length);
+        value = parser.valuecopy;
     }
-    if (length > 0) kukorassemble(ctx, tokens, first, behind - 1, KUKO_BOTH, value, length);
     const bool quoted = length >= 2 && value[0] == value[length - 1]
                         && kuclisquote(static_cast<unsigned char>(value[0]));
-    if (quoted) {
-        parser.kuclsvln -= 2;
-        std::memmove(value, value + 1, parser.kuclsvln);
-    }
-    value[parser.kuclsvln] = '\0';
+    parser.kuclsval = quoted ? value + 1 : value;
+    parser.kuclsvln = quoted ? length - 2 : length;
 }
 
 // Collects a value: tokens side by side up to one of two terminators, which is
@@ -532,7 +552,8 @@ void kuclatargument(kux *ctx, kucls &parser, void *tokens)
     }
     parser.kuclskwd = parser.kuclsval;
     parser.kuclskwl = parser.kuclsvln;
-    parser.kuclsval = nullptr;
+    parser.keywordcopy = parser.valuecopy;
+    parser.valuecopy = nullptr;
     parser.kuclstat = kucl_keyword;
 }
 
@@ -757,14 +778,11 @@ void kuclcommandfile(kux *ctx, kucls &parser, void *extras, bool quote)
 bool kucldfa(kux *ctx, kucla *argument)
 {
     if (argument->kuclaval != nullptr || argument->kucladef == nullptr) return true;
-    ku::owned<char> value(ctx,
-                          kuclduplicate(ctx, argument->kucladef, std::strlen(argument->kucladef)));
     void *values = nullptr;
-    if (!kuclappend(ctx, &values, value.get())) {
+    if (!kuclappend(ctx, &values, argument->kucladef, std::strlen(argument->kucladef))) {
         kulpdestroy(ctx, values);
         return false;
     }
-    static_cast<void>(value.keep());
     argument->kuclaval = values;
     return true;
 }
@@ -829,7 +847,9 @@ char *kuclmo(kux *ctx, std::int32_t argc, char *const *argv)
 
 void *kuclgv(kux *ctx, void *inp, const char *kwd)
 {
-    const kucla *argument = kuclgas(ctx, inp, 0, kwd);
+    if (kwd == nullptr) return nullptr;
+    const kuclkeyword wanted{kwd, strnlen(kwd, kucl_keywordmax)};
+    const kucla *argument = kuclgas(ctx, inp, 0, &wanted);
     return argument != nullptr ? argument->kuclaval : nullptr;
 }
 

@@ -191,13 +191,13 @@ std::int32_t ku::token_count(kux *ctx, const kuk *object)
     return kulpnitems(ctx, object->origtklh_kuk);
 }
 
-kukn *ku::token_at(kux *ctx, const kuk *object, std::int32_t index)
+kukn *ku::token_at(kux *, const kuk *object, std::int32_t index)
 {
-    if (index < 0 || index >= token_count(ctx, object)) return nullptr;
-    const kul *list = kulplock(ctx, object->origtklh_kuk);
-    auto *token = static_cast<kukn *>(list->items_kul[index]);
-    kulpunlock(ctx, object->origtklh_kuk);
-    return token;
+    if (object == nullptr || object->origtklh_kuk == nullptr) return nullptr;
+    // Only a look, and at what nothing changes meanwhile: no lock is needed.
+    const auto *list = static_cast<const kul *>(object->origtklh_kuk);
+    return index >= 0 && index < list->nitems_kul ? static_cast<kukn *>(list->items_kul[index])
+                                                  : nullptr;
 }
 
 void ku::token_release(kux *ctx, kukn *token)

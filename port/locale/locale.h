@@ -142,6 +142,18 @@ int compare_text(const kulang &lang, const void *a, std::size_t an, const void *
 int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const void *b,
                         std::size_t bn);
 
+// What two texts begin with in common, by value or without case, as far as that
+// is quick to see: it may end anywhere before the first difference, and does
+// before a NUL, a malformed character and the last few bytes. UTF-8 only; nothing
+// in other sets.
+struct common {
+    std::size_t a_bytes;
+    std::size_t b_bytes;
+    std::size_t characters;
+};
+common pass_common(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn,
+                   bool nocase);
+
 // Appends source (NUL-terminated, or `n` bytes) to a NUL-terminated target that has room;
 // joins shifted runs. Returns the target's new length in bytes.
 std::size_t concatenate(const kulang &lang, char *target, const char *source);

@@ -635,6 +635,71 @@ int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const
     return compare_any<by_folding>(lang, bytes_of(a), an, bytes_of(b), bn);
 }
 
+// ---- what texts have in common ----
+
+namespace
+{
+
+// Two texts in UTF-8 and how far they were found to be alike.
+struct twins {
+    reader<utf8_set> a, b;
+    std::size_t characters = 0;
+
+    void pass(std::size_t bytes, std::size_t passed)
+    {
+        a = {a.at + bytes, a.left - bytes};
+        b = {b.at + bytes, b.left - bytes};
+        characters += passed;
+    }
+
+    // Equal ASCII bytes but NULs, of the next eight.
+    std::size_t ascii(bool nocase) const
+    {
+        const std::uint64_t left = load(a.at), right = load(b.at);
+        const std::uint64_t different =
+            nocase ? ascii_upper(left & ~high_bits) ^ ascii_upper(right & ~high_bits)
+                   : left ^ right;
+        const std::uint64_t nul = left - every; // bit 7 at a NUL, and at some bytes above it
+        const std::uint64_t stop = different | ((left | right | nul) & high_bits);
+        return static_cast<std::size_t>(std::countr_zero(stop)) / 8;
+    }
+
+    // One well-formed character beyond ASCII on each side, if they are alike.
+    bool pass_character(const kulang &lang, bool nocase)
+    {
+        const character one = utf8_set::decode(a.at, a.left),
+                        other = utf8_set::decode(b.at, b.left);
+        if (one.width < 2 || other.width < 2) return false;
+        const bool alike = one.value == other.value
+                           || (nocase && wide_compare_nocase(lang, one.value, other.value) == 0);
+        if (!alike) return false;
+        a = {a.at + one.width, a.left - one.width};
+        b = {b.at + other.width, b.left - other.width};
+        characters++;
+        return true;
+    }
+};
+
+} // namespace
+
+common pass_common(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn,
+                   bool nocase)
+{
+    if (lang.charset_kulang->kind_kucharset != kind_utf8) return {0, 0, 0};
+    const std::uint16_t *fold = nocase ? utf8_pairs().fold : nullptr;
+    twins both = {{bytes_of(a), an}, {bytes_of(b), bn}};
+    while (both.a.left >= 8 && both.b.left >= 8) {
+        const std::size_t ascii = both.ascii(nocase);
+        both.pass(ascii, ascii);
+        if (ascii == 8) continue;
+        const std::size_t least = both.a.left < both.b.left ? both.a.left : both.b.left;
+        const std::size_t pairs = nocase ? equal_pair_run(fold, both.a.at, both.b.at, least) : 0;
+        both.pass(pairs, pairs / 2);
+        if (pairs == 0 && !both.pass_character(lang, nocase)) break;
+    }
+    return {an - both.a.left, bn - both.b.left, both.characters};
+}
+
 // ---- joining ----
 
 namespace

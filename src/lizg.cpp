@@ -10,7 +10,7 @@
 // and after each step, and boffset_lizg counts them. For SO x y SI it is 4 after
 // the one character.
 //
-// Matching runs eight ASCII bytes at a time where both sides have them.
+// Matching two texts of bytes passes over what they have in common in bulk.
 #include "lizg.h"
 
 #include "liz_internal.h"
@@ -22,10 +22,6 @@ namespace ku::liz
 
 namespace
 {
-
-constexpr std::uint64_t high_bits = 0x8080808080808080u;
-constexpr std::uint64_t low_bits = 0x0101010101010101u;
-constexpr std::uint32_t word_bytes = 8;
 
 std::uint32_t next_unit(const kulang &lang, lizg &scan)
 {
@@ -65,14 +61,6 @@ std::uint32_t next_character(lizg &scan)
     return value;
 }
 
-// Lower case of the ASCII capitals among eight ASCII bytes.
-std::uint64_t ascii_lower(std::uint64_t word)
-{
-    const std::uint64_t from_a = word + low_bits * (0x80 - 'A');
-    const std::uint64_t past_z = word + low_bits * (0x80 - 'Z' - 1);
-    return word | (((from_a & ~past_z) & high_bits) >> 2);
-}
-
 // Bytes that may be looked at beyond the next character: their length was given.
 bool plain_bytes(const kulang &lang, const lizg &scan)
 {
@@ -81,20 +69,29 @@ bool plain_bytes(const kulang &lang, const lizg &scan)
            && lang.shiftsensitive_kulang == 0;
 }
 
-// Eight bytes at the scan's place, all ASCII and none NUL; false when there are not.
-bool ascii_word(const lizg &scan, std::uint64_t &word)
+std::size_t bytes_left(const kucursor &cursor)
 {
-    const kucursor &cursor = scan.osctx_lizg;
-    if (cursor.size_kucursor - locale::offset(cursor) < word_bytes) return false;
-    std::memcpy(&word, cursor.position_kucursor, word_bytes);
-    return ((word | (word - low_bits)) & high_bits) == 0;
+    const std::size_t passed = locale::offset(cursor);
+    return cursor.size_kucursor > passed ? cursor.size_kucursor - passed : 0;
 }
 
-void pass_ascii(lizg &scan, std::uint32_t bytes)
+void pass(lizg &scan, std::size_t bytes, std::size_t characters)
 {
     scan.osctx_lizg.position_kucursor += bytes;
-    scan.boffset_lizg += bytes;
-    scan.lcnum_lizg += static_cast<std::int32_t>(bytes);
+    scan.boffset_lizg += static_cast<std::uint32_t>(bytes);
+    scan.lcnum_lizg += static_cast<std::int32_t>(characters);
+}
+
+// What two scans of bytes have in common, as far as it goes in bulk.
+void pass_common(const kulang &lang, lizg &first, lizg &second, std::int32_t option)
+{
+    const kucursor &a = first.osctx_lizg;
+    const kucursor &b = second.osctx_lizg;
+    const locale::common same =
+        locale::pass_common(lang, a.position_kucursor, bytes_left(a), b.position_kucursor,
+                            bytes_left(b), option == LIZ_NOCASE);
+    pass(first, same.a_bytes, same.characters);
+    pass(second, same.b_bytes, same.characters);
 }
 
 } // namespace
@@ -145,16 +142,9 @@ int compare_values(const kulang &lang, std::uint32_t a, std::uint32_t b, std::in
 
 verdict match(const kulang &lang, lizg &first, lizg &second, std::int32_t option)
 {
-    const bool by_words = plain_bytes(lang, first) && plain_bytes(lang, second);
-    const bool fold = option == LIZ_NOCASE;
+    const bool in_bulk = plain_bytes(lang, first) && plain_bytes(lang, second);
     for (;;) {
-        std::uint64_t aword;
-        std::uint64_t bword;
-        while (by_words && ascii_word(first, aword) && ascii_word(second, bword)
-               && (aword == bword || (fold && ascii_lower(aword) == ascii_lower(bword)))) {
-            pass_ascii(first, word_bytes);
-            pass_ascii(second, word_bytes);
-        }
+        if (in_bulk) pass_common(lang, first, second, option);
         const std::uint32_t a = next(lang, first);
         const std::uint32_t b = next(lang, second);
         if (b == 0) return {a == 0 ? LIZ_EQUAL : LIZ_GREATER, 1};

@@ -348,12 +348,6 @@ struct to_upper {
     static const std::uint16_t *pairs() { return utf8_pairs().upper; }
 };
 
-// What has been read of a source and written of a target.
-struct progress {
-    std::size_t at;
-    std::size_t written;
-};
-
 // The ASCII that eight bytes begin with. Writes eight bytes: what is too many is
 // written over by what comes next.
 template <typename Case>
@@ -365,11 +359,13 @@ std::size_t map_ascii_run(byte *to, std::size_t room, const byte *from, std::siz
     return ascii_prefix(word);
 }
 
-// Index of a two-byte character in tables of U+0000 to U+07FF; 0 where there is none.
+// Index of a two-byte character in tables of U+0000 to U+07FF, which hold 0 below
+// U+0080; there too for anything else.
 std::uint32_t pair_index(const byte *at)
 {
-    const bool pair = within(at[0], 0xC2, 0xDF) && within(at[1], 0x80, 0xBF);
-    return pair ? (at[0] & 0x1Fu) << 6 | (at[1] & 0x3Fu) : 0;
+    std::uint16_t both; // the first byte is the low one
+    std::memcpy(&both, at, sizeof both);
+    return (both & 0xC0E0) == 0x80C0 ? (both & 0x1Fu) << 6 | (both >> 8 & 0x3Fu) : 0;
 }
 
 // Two-byte characters whose case has two bytes too. Bytes done.
@@ -408,50 +404,58 @@ std::size_t copy_caseless_run(byte *to, std::size_t room, const byte *from, std:
     return done;
 }
 
-// Writes one character as its case has it; false when there is no room.
+// Bytes read of a source and written of a target; none when there is no room.
+struct taken {
+    std::size_t read;
+    std::size_t written;
+};
+
+// Writes one character as its case has it.
 template <typename Set, typename Case>
-bool map_one(const kulang &lang, byte *to, std::size_t room, const byte *from, std::size_t n,
-             progress *done)
+taken map_one(const kulang &lang, byte *to, std::size_t room, const byte *from, std::size_t n)
 {
-    const character now = whole<Set>::decode(from + done->at, n - done->at);
+    const character now = whole<Set>::decode(from, n);
     byte bytes[4] = {};
-    std::memcpy(bytes, from + done->at, now.width);
+    std::memcpy(bytes, from, now.width);
     std::uint32_t width = now.width;
     const bool kept = is_raw(now.value) || now.value == 0
                       || (std::is_same_v<Set, utf8_set> && caseless(now.value));
     const std::uint32_t mapped = kept ? now.value : Case::wide(lang, now.value);
     if (mapped != now.value) width = encode(*lang.charset_kulang, mapped, bytes);
-    if (width > room - done->written) return false;
-    std::memcpy(to + done->written, bytes, width);
-    done->at += now.width;
-    done->written += width;
-    return true;
+    if (width > room) return {0, 0};
+    std::memcpy(to, bytes, width);
+    return {now.width, width};
 }
 
 template <typename Set, typename Case>
-std::size_t map_text(const kulang &lang, byte *to, std::size_t room, const byte *from,
+std::size_t map_text(const kulang &lang, byte *target, std::size_t room, const byte *from,
                      std::size_t n)
 {
     const std::uint16_t *pairs = std::is_same_v<Set, utf8_set> ? Case::pairs() : nullptr;
-    progress done = {0, 0};
-    while (done.at < n) {
-        const std::size_t ascii = map_ascii_run<Case>(to + done.written, room - done.written,
-                                                      from + done.at, n - done.at);
-        done.at += ascii;
-        done.written += ascii;
+    byte *to = target;
+    const auto pass = [&](std::size_t read, std::size_t written) {
+        from += read;
+        n -= read;
+        to += written;
+        room -= written;
+    };
+    while (n != 0) {
+        const std::size_t ascii = map_ascii_run<Case>(to, room, from, n);
+        pass(ascii, ascii);
         if (ascii == 8) continue;
-        if (pairs != nullptr) {
-            std::size_t run = map_pair_run(pairs, to + done.written, room - done.written,
-                                           from + done.at, n - done.at);
-            run += copy_caseless_run(to + done.written + run, room - done.written - run,
-                                     from + done.at + run, n - done.at - run);
-            done.at += run;
-            done.written += run;
-            if (run != 0) continue;
+        if (std::is_same_v<Set, utf8_set>) {
+            const std::size_t two = map_pair_run(pairs, to, room, from, n);
+            pass(two, two);
+            const std::size_t three = copy_caseless_run(to, room, from, n);
+            pass(three, three);
+            if (two + three != 0) continue;
         }
-        if (done.at < n && !map_one<Set, Case>(lang, to, room, from, n, &done)) break;
+        if (n == 0) break;
+        const taken one = map_one<Set, Case>(lang, to, room, from, n);
+        if (one.read == 0) break;
+        pass(one.read, one.written);
     }
-    return done.written;
+    return static_cast<std::size_t>(to - target);
 }
 
 // Shift bytes are copied as they come; no mapping changes a width.
@@ -556,8 +560,8 @@ std::size_t equal_pair_run(const std::uint16_t *fold, const byte *a, const byte 
 {
     std::size_t done = 0;
     while (n - done >= 2) {
-        const std::uint32_t first = pair_index(a + done), second = pair_index(b + done);
-        if (first == 0 || second == 0 || fold[first] != fold[second]) break;
+        const std::uint16_t folded = fold[pair_index(a + done)];
+        if (folded == 0 || folded != fold[pair_index(b + done)]) break;
         done += 2;
     }
     return done;

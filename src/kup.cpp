@@ -29,12 +29,15 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <functional>
 #include <string_view>
 
 #include "kuguard.h"
 #include "kuko.h"
 #include "kukp.h"
 #include "kul.h"
+#include "kul_internal.h"
+#include "kuuq.h"
 #include "port/locale/locale.h"
 #include "skub.h"
 #include "skub_internal.h"
@@ -45,6 +48,7 @@ namespace
 
 constexpr uint32_t kup_linesize = 1024;     // line buffer, and file name when reading, in bytes
 constexpr uint32_t kup_writenamesize = 512; // file name when writing, in bytes
+constexpr int32_t kup_longlist = 64;        // items from which a list being read grows by halves
 
 // ---- texts and entries in relocatable memory ----
 
@@ -123,6 +127,17 @@ void kupfreevalues(kux *ctx, void *&values, void *kept = nullptr)
     values = kulpdestroy(ctx, values);
 }
 
+// Appends to a list that may get long: its room grows by halves, not by steps.
+bool kupappend(kux *ctx, void *list, void *item)
+{
+    kul &record = *static_cast<kul *>(list);
+    const int32_t count = record.nitems_kul;
+    if (count >= kup_longlist && count == record.maxitems_kul
+        && kulrealloc(ctx, record, uint64_t{static_cast<uint32_t>(count)} * 3 / 2) != 0)
+        return false;
+    return kulpinsert(ctx, list, KUL_APPEND, item) == 0;
+}
+
 // The record of an entry; empty without access.
 kuppf kupentry(kux *ctx, kuxhandle entry)
 {
@@ -172,13 +187,6 @@ private:
     ku::access record_;
     ku::access name_;
 };
-
-// Order of two entries by name, for sorting.
-int32_t kupcompareentries(kux *ctx, void *a, void *b, void *)
-{
-    if (a == b) return 0;
-    return kupcomparenames(ctx, kupname(ctx, a).text(), kupname(ctx, b).text());
-}
 
 // Order of a name (a NUL-terminated text) and an entry, for searching.
 int32_t kupcomparekey(kux *ctx, void *key, void *entry, void *)
@@ -382,8 +390,7 @@ void kupsvl(kupfs &parser)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
     if (parser.kupfsval == nullptr) parser.kupfsval = kulpcreate(ctx, 0, nullptr);
-    if (parser.kupfsval == nullptr
-        || kulpinsert(ctx, parser.kupfsval, KUL_APPEND, parser.kupfspvb) != 0) {
+    if (parser.kupfsval == nullptr || !kupappend(ctx, parser.kupfsval, parser.kupfspvb)) {
         parser.kupfsmer = 1;
         return;
     }
@@ -428,7 +435,7 @@ bool kupbnp(kupfs &parser)
     kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
     if (entry == nullptr
         || !kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
-        || kulpinsert(ctx, list, KUL_APPEND, entry) != 0) {
+        || !kupappend(ctx, list, entry)) {
         kupfree(ctx, entry); // the parts stay the parser's
         parser.kupfsmer = 1;
         return true;
@@ -557,6 +564,108 @@ uint16_t kuppfl(kupct *prefs, uint16_t which)
     (user ? prefs->kupctuse : prefs->kupctgse) = errorline;
     if (errorline == 0) return status;
     return status | (user ? KUP_USERERR : KUP_GLOBALERR);
+}
+
+// ---- sorting what was read ----
+
+// An entry and its name, in memory that stays where it is while the list is sorted.
+struct kupkey {
+    const char *name;
+    std::size_t length; // in bytes
+    void *entry;
+};
+
+// Order of two names as the locale has it.
+int32_t kupcomparekeys(kux *ctx, void *a, void *b, void *)
+{
+    const auto *first = static_cast<const kupkey *>(a);
+    const auto *second = static_cast<const kupkey *>(b);
+    return kupcomparenames(ctx, {first->name, first->length}, {second->name, second->length});
+}
+
+// The same of two names that are folded already.
+int32_t kupcomparefolded(kux *, void *a, void *b, void *)
+{
+    const auto *first = static_cast<const kupkey *>(a);
+    const auto *second = static_cast<const kupkey *>(b);
+    const int order = memcmp(first->name, second->name, std::min(first->length, second->length));
+    if (order != 0 || first->length == second->length) return order;
+    return first->length < second->length ? -1 : 1;
+}
+
+// Folds the names in place if a table can do that for every byte of them: then
+// their order is that of their bytes.
+bool kupfold(const kulang &lang, char *names, std::size_t length)
+{
+    const bool bytes = ku::locale::single_byte(lang);
+    const auto plain = [](char byte) { return byte >= ' ' && byte <= '~'; };
+    if (!bytes && !std::all_of(names, names + length, plain)) return false;
+    std::transform(names, names + length, names, [&](char byte) {
+        return static_cast<char>(lang.fold_kulang[static_cast<unsigned char>(byte)]);
+    });
+    return true;
+}
+
+// Copies the names of a list's entries, one behind the other, into a block that
+// becomes the caller's. Null without memory.
+char *kupcopynames(kux *ctx, const kul &list, kupkey *keys)
+{
+    uint64_t room = uint64_t{static_cast<uint32_t>(list.nitems_kul)} * 24; // most names are short
+    ku::owned<char> names(ctx, static_cast<char *>(ku::allocate(ctx, room, 1)));
+    std::size_t used = 0;
+    for (int32_t i = 0; names && i < list.nitems_kul; i++) {
+        const kupname entry(ctx, list.items_kul[i]);
+        const std::string_view text = entry.text();
+        if (used + text.size() > room) {
+            room = 2 * (used + text.size());
+            if (room > UINT32_MAX) return nullptr;
+            void *grown = ctx->kuxnmrealloc(ctx, names.get(), static_cast<uint32_t>(room));
+            if (grown == nullptr) return nullptr;
+            (void)names.keep();
+            names.reset(static_cast<char *>(grown));
+        }
+        memcpy(names.get() + used, text.data(), text.size());
+        keys[i] = {nullptr, text.size(), list.items_kul[i]};
+        used += text.size();
+    }
+    return names.keep();
+}
+
+// Sorts a list by name: the permutation is that of kulpqsort, but the sort does
+// not go through two handles for every name that it compares. False without memory.
+bool kupsort(kux *ctx, void *list)
+{
+    kul &record = *static_cast<kul *>(list);
+    const int32_t count = record.nitems_kul;
+    if (count < 2) return true;
+    const auto slots = static_cast<uint32_t>(count);
+    const ku::owned<kupkey> keys(ctx,
+                                 static_cast<kupkey *>(ku::allocate(ctx, slots, sizeof(kupkey))));
+    const ku::owned<void *> order(ctx,
+                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
+    if (!keys || !order) return false;
+    const ku::owned<char> names(ctx, kupcopynames(ctx, record, keys.get()));
+    if (!names) return false;
+    char *name = names.get();
+    for (int32_t i = 0; i < count; i++) {
+        kupkey &key = keys.get()[i];
+        key.name = name;
+        name += key.length;
+        order.get()[i] = &key;
+    }
+    const auto used = static_cast<std::size_t>(name - names.get());
+    const bool folded = kupfold(*ctx->kuxlangidh, names.get(), used);
+    const kulcomparefn compare = folded ? kupcomparefolded : kupcomparekeys;
+
+    int32_t rising = 1; // entries at the start that are in order already
+    while (rising < count
+           && compare(ctx, order.get()[rising - 1], order.get()[rising], nullptr) < 0)
+        rising++;
+    if (rising == count) return true;
+    kuuqsort(ctx, order.get(), 0, count - 1, compare, nullptr);
+    for (int32_t i = 0; i < count; i++)
+        record.items_kul[i] = static_cast<kupkey *>(order.get()[i])->entry;
+    return true;
 }
 
 // ---- looking up ----
@@ -859,13 +968,13 @@ uint16_t kupopen(kux *kuxp, const char *prdnam, kupct **prfctx)
     kupct *prefs = kupmake(kuxp, prdnam);
     if (prefs == nullptr) return KUP_NOMEM;
     uint16_t status = kuppfl(prefs, KUP_USER);
-    if ((status & KUP_NOMEM) == 0) status |= kuppfl(prefs, KUP_GLOBAL);
+    if (status != KUP_NOMEM) status |= kuppfl(prefs, KUP_GLOBAL);
+    for (void *list : {prefs->kupctusp, prefs->kupctugn, prefs->kupctgsp, prefs->kupctggn})
+        if ((status & KUP_NOMEM) == 0 && !kupsort(kuxp, list)) status = KUP_NOMEM;
     if ((status & KUP_NOMEM) != 0) {
         kupclose(prefs);
         return KUP_NOMEM;
     }
-    for (void *list : {prefs->kupctusp, prefs->kupctugn, prefs->kupctgsp, prefs->kupctggn})
-        kulpqsort(kuxp, list, kupcompareentries, nullptr);
     *prfctx = prefs;
     return status;
 }
@@ -967,6 +1076,10 @@ uint16_t kupclose(kupct *prfctx)
                        prfctx->kupcttmp}) {
         if (list == nullptr) continue;
         const kul *record = kulplock(ctx, list);
+        void **items = record->items_kul;
+        // Newest first rather than by name: released blocks then join their neighbours.
+        if (!std::is_sorted(items, items + record->nitems_kul, std::less<>()))
+            std::sort(items, items + record->nitems_kul, std::less<>());
         for (int32_t i = record->nitems_kul; i-- > 0;) kupfreeentry(ctx, kuphandle(record, i));
         kulpdestroy(ctx, list);
     }

@@ -256,14 +256,21 @@ kufile *make(std::size_t extra)
     return file;
 }
 
-// Closes the descriptor and forgets the object, with errno as it was unless the
-// close fails. An interrupted close has closed.
-bool forget(kufile *file)
+// Closes the descriptor; an interrupted close has closed. Errno stays unless it fails.
+bool close_descriptor(kufile *file)
 {
     const int error = errno;
-    const bool closed =
-        file->descriptor < 0 || calls().close(file->descriptor) == 0 || errno == EINTR;
-    if (closed) errno = error;
+    const int descriptor = file->descriptor;
+    file->descriptor = -1;
+    if (descriptor >= 0 && calls().close(descriptor) < 0 && errno != EINTR) return false;
+    errno = error;
+    return true;
+}
+
+// Closes the descriptor and releases the object.
+bool forget(kufile *file)
+{
+    const bool closed = close_descriptor(file);
     std::free(file);
     return closed;
 }
@@ -324,8 +331,7 @@ bool close(kufile *file)
 
     const int descriptor = file->descriptor;
     good = good && repeat([=] { return calls().fsync(descriptor); }) == 0;
-    good = calls().close(descriptor) == 0 && good;
-    file->descriptor = -1;
+    good = close_descriptor(file) && good;
     good = good && calls().rename(file->beside, file->target) == 0;
     if (!good) {
         const int error = errno;

@@ -353,7 +353,7 @@ TEST_F(Skub, InterruptedCallsAreRepeatedAndShortOnesContinued)
 
 TEST_F(Skub, EverySystemCallMayFailAndNothingLeaksOrIsLost)
 {
-    const std::string bytes(100000, 'b');
+    const std::string bytes(40000, 'b');
     const auto rename = [&](context &swept) {
         const std::string from = dir.write("from", bytes);
         const std::string onto = dir.write("onto", "old");
@@ -371,11 +371,11 @@ TEST_F(Skub, EverySystemCallMayFailAndNothingLeaksOrIsLost)
                           && skubfsize(swept, stream, &size) == 0
                           && skubread(swept, stream, block, 8, 1, nullptr) == 0
                           && skubposition(swept, stream, SKUB_END) == 0
-                          && skubwrite(swept, stream, bytes.data(), 1, 100000, nullptr) == 0;
+                          && skubwrite(swept, stream, bytes.data(), 1, 40000, nullptr) == 0;
         EXPECT_TRUE(done || kuxercode(swept) != 0) << "a failure that nobody tells of";
         const bool closed = skubclose(swept, stream) == 0;
         EXPECT_TRUE(closed || skubclose(swept, stream) == 0);
-        EXPECT_TRUE(!done || !closed || dir.read("f").size() == 200000);
+        EXPECT_TRUE(!done || !closed || dir.read("f").size() == 80000);
         return done && closed;
     };
     const int descriptors = open_descriptors();
@@ -388,13 +388,13 @@ TEST_F(Skub, EverySystemCallMayFailAndNothingLeaksOrIsLost)
 
 TEST_F(Skub, AReplacedFileIsTheOldOneOrTheNewOne)
 {
-    const std::string bytes(100000, 'n');
+    const std::string bytes(40000, 'n');
     const std::string name = dir.path("f");
     const auto replace = [&](context &swept) {
         chmod(dir.write("f", "old").c_str(), 0640);
         void *stream = skubreplace(swept, name.c_str());
         skubsput(swept, stream, "short "); // a status nobody looks at
-        skubwrite(swept, stream, bytes.data(), 1, 100000, nullptr);
+        skubwrite(swept, stream, bytes.data(), 1, 40000, nullptr);
         EXPECT_EQ(dir.read("f"), "old");
         const bool done = stream != nullptr && skubclose(swept, stream) == 0;
         if (!done) skubdiscard(swept, stream);

@@ -19,6 +19,7 @@
 // empty: quadratic time, but nothing waits.
 #include "kuuq.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <utility>
 
@@ -34,32 +35,41 @@ constexpr int kuuq_waiting = 128; // parts that wait in one frame
 
 // Slots by which the scans ask ahead for what their elements point to. Most
 // often that is what the comparator reads; for any other value asking is harmless.
-constexpr std::int32_t kuuq_ahead = 16;
+constexpr std::ptrdiff_t kuuq_ahead = 16;
 
 // Partitions slots left to right, at least two. The slot where the pivot came to stand.
 std::int32_t kuuqpartition(kux *ctx, void **array, kuuqpart part, kulcomparefn comparator,
                            void *clientarg)
 {
-    const std::int32_t middle = part.left + (part.right - part.left + 1) / 2;
-    void *pivot = array[middle];
-    array[middle] = array[part.right];
-    array[part.right] = pivot;
+    void **const first = array + part.left;
+    void **const last = array + part.right;
+    void **const middle = first + (part.right - part.left + 1) / 2;
+    void *pivot = *middle;
+    *middle = *last;
+    *last = pivot;
+    const auto is_below = [&](void *item) { return comparator(ctx, item, pivot, clientarg) < 0; };
 
-    std::int32_t l = part.left;
-    std::int32_t r = part.right;
+    void **l = first;
+    void **r = last;
     while (r > l) {
         // The pivot itself stops l; the bound holds for a comparator that contradicts itself.
-        while (comparator(ctx, array[l], pivot, clientarg) < 0 && l < part.right) {
+        // A scan's first question is apart from the others: after an exchange the processor
+        // foresees its answer.
+        bool below = is_below(*l);
+        while (below && l < last) {
             l++;
-            __builtin_prefetch(array[part.right - l > kuuq_ahead ? l + kuuq_ahead : part.right]);
+            __builtin_prefetch(l[last - l > kuuq_ahead ? kuuq_ahead : 0]);
+            below = is_below(*l);
         }
-        while (comparator(ctx, array[r], pivot, clientarg) >= 0 && r > l) {
+        below = is_below(*r);
+        while (!below && r > l) {
             r--;
-            __builtin_prefetch(array[r - part.left > kuuq_ahead ? r - kuuq_ahead : part.left]);
+            __builtin_prefetch(r[r - first > kuuq_ahead ? -kuuq_ahead : 0]);
+            below = is_below(*r);
         }
-        std::swap(array[l], array[r <= l ? part.right : r]);
+        std::swap(*l, r <= l ? *last : *r);
     }
-    return l;
+    return static_cast<std::int32_t>(l - array);
 }
 
 } // namespace

@@ -325,6 +325,16 @@ TEST(Kul, SearchFindsAnItemOrItsPlaceFromAnyCursor)
     }
 }
 
+TEST(Kul, SearchAsksInAFixedOrder)
+{
+    context ctx;
+    list searched(ctx, "bdfhjlnprtvx");
+    int32_t index;
+    std::string calls;
+    EXPECT_EQ(kulpsearch(ctx, searched.handle, letters + 24, by_letter, &calls, 0, &index), 0);
+    EXPECT_EQ(calls, "yn yt yv yx yx ");
+}
+
 TEST(Kul, MergeAndCopyKeepToTheirRulesEvenShortOfMemory)
 {
     static constexpr struct {

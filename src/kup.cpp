@@ -212,6 +212,125 @@ bool kupfind(kux *ctx, void *list, const char *name, int32_t *place)
            != 0;
 }
 
+// ---- sorting what was read ----
+
+// An entry and its name, in memory that stays where it is while the list is sorted.
+struct kupkey {
+    uint64_t head; // folded names: the eight bytes behind what all begin with
+    const char *name;
+    std::size_t length; // in bytes
+    void *entry;
+};
+
+// Order of two names as the locale has it.
+int32_t kupcomparekeys(kux *ctx, void *a, void *b, void *)
+{
+    const auto *first = static_cast<const kupkey *>(a);
+    const auto *second = static_cast<const kupkey *>(b);
+    return kupcomparenames(ctx, {first->name, first->length}, {second->name, second->length});
+}
+
+// The same of two names that are folded already.
+int32_t kupcomparefolded(kux *, void *a, void *b, void *)
+{
+    const auto *first = static_cast<const kupkey *>(a);
+    const auto *second = static_cast<const kupkey *>(b);
+    if (first->head != second->head) return first->head < second->head ? -1 : 1;
+    const int order = memcmp(first->name, second->name, std::min(first->length, second->length));
+    if (order != 0 || first->length == second->length) return order;
+    return first->length < second->length ? -1 : 1;
+}
+
+// Sets the heads of folded names.
+void kupsetheads(kupkey *keys, int32_t count)
+{
+    std::size_t shared = keys[0].length;
+    for (int32_t i = 1; i < count; i++) {
+        shared = std::min(shared, keys[i].length);
+        const char *end = keys[i].name + shared;
+        shared = static_cast<std::size_t>(std::mismatch(keys[i].name, end, keys[0].name).first
+                                          - keys[i].name);
+    }
+    for (int32_t i = 0; i < count; i++) {
+        for (std::size_t at = shared; at < shared + sizeof keys[i].head; at++) {
+            const auto byte =
+                static_cast<unsigned char>(at < keys[i].length ? keys[i].name[at] : 0);
+            keys[i].head = keys[i].head << 8 | byte;
+        }
+    }
+}
+
+// Folds the names in place if a table can do that for every byte of them: then
+// their order is that of their bytes.
+bool kupfold(const kulang &lang, char *names, std::size_t length)
+{
+    const bool bytes = ku::locale::single_byte(lang);
+    const auto plain = [](char byte) { return byte >= ' ' && byte <= '~'; };
+    if (!bytes && !std::all_of(names, names + length, plain)) return false;
+    std::transform(names, names + length, names, [&](char byte) {
+        return static_cast<char>(lang.fold_kulang[static_cast<unsigned char>(byte)]);
+    });
+    return true;
+}
+
+// Copies the names of a list's entries, one behind the other, into a block that
+// becomes the caller's. Null without memory.
+char *kupcopynames(kux *ctx, const kul &list, kupkey *keys)
+{
+    uint64_t room = uint64_t{static_cast<uint32_t>(list.nitems_kul)} * 24; // most names are short
+    ku::owned<char> names(ctx, static_cast<char *>(ku::allocate(ctx, room, 1)));
+    std::size_t used = 0;
+    for (int32_t i = 0; names && i < list.nitems_kul; i++) {
+        const kupname entry(ctx, list.items_kul[i]);
+        const std::string_view text = entry.text();
+        if (used + text.size() > room) {
+            room = 2 * (used + text.size());
+            if (room > UINT32_MAX) return nullptr;
+            void *grown = ctx->kuxnmrealloc(ctx, names.get(), static_cast<uint32_t>(room));
+            if (grown == nullptr) return nullptr;
+            (void)names.keep();
+            names.reset(static_cast<char *>(grown));
+        }
+        memcpy(names.get() + used, text.data(), text.size());
+        keys[i] = {0, nullptr, text.size(), list.items_kul[i]};
+        used += text.size();
+    }
+    return names.keep();
+}
+
+// Sorts a list by name: the permutation is that of kulpqsort, but the sort does
+// not go through two handles for every name that it compares. False without memory.
+bool kupsort(kux *ctx, void *list)
+{
+    kul &record = *static_cast<kul *>(list);
+    const int32_t count = record.nitems_kul;
+    if (count < 2) return true;
+    const auto slots = static_cast<uint32_t>(count);
+    const ku::owned<kupkey> keys(ctx,
+                                 static_cast<kupkey *>(ku::allocate(ctx, slots, sizeof(kupkey))));
+    const ku::owned<void *> order(ctx,
+                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
+    if (!keys || !order) return false;
+    const ku::owned<char> names(ctx, kupcopynames(ctx, record, keys.get()));
+    if (!names) return false;
+    char *name = names.get();
+    for (int32_t i = 0; i < count; i++) {
+        kupkey &key = keys.get()[i];
+        key.name = name;
+        name += key.length;
+        order.get()[i] = &key;
+    }
+    const auto used = static_cast<std::size_t>(name - names.get());
+    const bool folded = kupfold(*ctx->kuxlangidh, names.get(), used);
+    if (folded) kupsetheads(keys.get(), count);
+    const kulcomparefn compare = folded ? kupcomparefolded : kupcomparekeys;
+
+    kuuqsort(ctx, order.get(), 0, count - 1, compare, nullptr);
+    for (int32_t i = 0; i < count; i++)
+        record.items_kul[i] = static_cast<kupkey *>(order.get()[i])->entry;
+    return true;
+}
+
 // ---- the reader ----
 
 // What a token is to the reader.
@@ -304,6 +423,7 @@ struct kupfs {
     int32_t kupfsmch;              // the first word was this product's name
     int32_t kupfserr;              // a syntax error on this line
     int32_t kupfsmer;              // memory was exhausted
+    uint16_t kupfsuns;             // lists of this file to be sorted: KUP_SPECIFIC, KUP_GENERAL
 };
 
 struct kuptoken {
@@ -420,6 +540,25 @@ void *kuptarget(const kupfs &parser)
     return user ? prefs->kupctugn : prefs->kupctggn;
 }
 
+// Whether a name, put at the end of a list, comes after all that are there.
+bool kupislast(kux *ctx, const kul &list, kuxhandle name)
+{
+    if (list.nitems_kul == 0) return true;
+    const kupname before(ctx, list.items_kul[list.nitems_kul - 1]);
+    const ku::access after(ctx, name);
+    return after.text() != nullptr && kupcomparenames(ctx, before.text(), after.text()) < 0;
+}
+
+// Notes when the entry being built leaves its list unsorted: looking while both
+// names are at hand spares files in order, as kupwrite leaves them, the sort.
+void kupcheckorder(kupfs &parser, const void *list)
+{
+    const uint16_t kind = parser.kupfsmch != 0 ? KUP_SPECIFIC : KUP_GENERAL;
+    if (parser.kupfsprd != nullptr || (parser.kupfsuns & kind) != 0) return;
+    const kul &record = *static_cast<const kul *>(list);
+    if (!kupislast(parser.kupfsctx->kupctscx, record, parser.kupfsprf)) parser.kupfsuns |= kind;
+}
+
 // Makes an entry of the parts and puts it at the end of its list. False: it has
 // no name (the first word was the product's, and no other followed).
 bool kupbnp(kupfs &parser)
@@ -432,6 +571,7 @@ bool kupbnp(kupfs &parser)
         kupdropparts(parser);
         return named;
     }
+    kupcheckorder(parser, list);
     kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
     if (entry == nullptr
         || !kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
@@ -536,7 +676,18 @@ uint16_t kupreadlines(kupfs &parser, void *stream, char *line, uint16_t unreadab
     }
 }
 
-// Reads one file, KUP_USER or KUP_GLOBAL, into its lists. Returns its status bits.
+// Sorts the lists of a file that has been read. False without memory.
+bool kupsortfile(const kupfs &parser)
+{
+    const kupct *prefs = parser.kupfsctx;
+    const bool user = parser.kupfsmod == KUP_USER;
+    void *specific = user ? prefs->kupctusp : prefs->kupctgsp;
+    void *general = user ? prefs->kupctugn : prefs->kupctggn;
+    if ((parser.kupfsuns & KUP_SPECIFIC) != 0 && !kupsort(prefs->kupctscx, specific)) return false;
+    return (parser.kupfsuns & KUP_GENERAL) == 0 || kupsort(prefs->kupctscx, general);
+}
+
+// Reads one file, KUP_USER or KUP_GLOBAL, into its lists, and sorts them. Returns its status bits.
 uint16_t kuppfl(kupct *prefs, uint16_t which)
 {
     kux *ctx = prefs->kupctscx;
@@ -560,112 +711,10 @@ uint16_t kuppfl(kupct *prefs, uint16_t which)
     kupdropparts(parser); // an entry that the end of the file cuts off
     // A close that failed leaves the record for a second one.
     if (skubclose(ctx, stream) != 0) skubdestroy(ctx, stream);
-    if (status == KUP_NOMEM) return KUP_NOMEM;
+    if (status == KUP_NOMEM || !kupsortfile(parser)) return KUP_NOMEM;
     (user ? prefs->kupctuse : prefs->kupctgse) = errorline;
     if (errorline == 0) return status;
     return status | (user ? KUP_USERERR : KUP_GLOBALERR);
-}
-
-// ---- sorting what was read ----
-
-// An entry and its name, in memory that stays where it is while the list is sorted.
-struct kupkey {
-    const char *name;
-    std::size_t length; // in bytes
-    void *entry;
-};
-
-// Order of two names as the locale has it.
-int32_t kupcomparekeys(kux *ctx, void *a, void *b, void *)
-{
-    const auto *first = static_cast<const kupkey *>(a);
-    const auto *second = static_cast<const kupkey *>(b);
-    return kupcomparenames(ctx, {first->name, first->length}, {second->name, second->length});
-}
-
-// The same of two names that are folded already.
-int32_t kupcomparefolded(kux *, void *a, void *b, void *)
-{
-    const auto *first = static_cast<const kupkey *>(a);
-    const auto *second = static_cast<const kupkey *>(b);
-    const int order = memcmp(first->name, second->name, std::min(first->length, second->length));
-    if (order != 0 || first->length == second->length) return order;
-    return first->length < second->length ? -1 : 1;
-}
-
-// Folds the names in place if a table can do that for every byte of them: then
-// their order is that of their bytes.
-bool kupfold(const kulang &lang, char *names, std::size_t length)
-{
-    const bool bytes = ku::locale::single_byte(lang);
-    const auto plain = [](char byte) { return byte >= ' ' && byte <= '~'; };
-    if (!bytes && !std::all_of(names, names + length, plain)) return false;
-    std::transform(names, names + length, names, [&](char byte) {
-        return static_cast<char>(lang.fold_kulang[static_cast<unsigned char>(byte)]);
-    });
-    return true;
-}
-
-// Copies the names of a list's entries, one behind the other, into a block that
-// becomes the caller's. Null without memory.
-char *kupcopynames(kux *ctx, const kul &list, kupkey *keys)
-{
-    uint64_t room = uint64_t{static_cast<uint32_t>(list.nitems_kul)} * 24; // most names are short
-    ku::owned<char> names(ctx, static_cast<char *>(ku::allocate(ctx, room, 1)));
-    std::size_t used = 0;
-    for (int32_t i = 0; names && i < list.nitems_kul; i++) {
-        const kupname entry(ctx, list.items_kul[i]);
-        const std::string_view text = entry.text();
-        if (used + text.size() > room) {
-            room = 2 * (used + text.size());
-            if (room > UINT32_MAX) return nullptr;
-            void *grown = ctx->kuxnmrealloc(ctx, names.get(), static_cast<uint32_t>(room));
-            if (grown == nullptr) return nullptr;
-            (void)names.keep();
-            names.reset(static_cast<char *>(grown));
-        }
-        memcpy(names.get() + used, text.data(), text.size());
-        keys[i] = {nullptr, text.size(), list.items_kul[i]};
-        used += text.size();
-    }
-    return names.keep();
-}
-
-// Sorts a list by name: the permutation is that of kulpqsort, but the sort does
-// not go through two handles for every name that it compares. False without memory.
-bool kupsort(kux *ctx, void *list)
-{
-    kul &record = *static_cast<kul *>(list);
-    const int32_t count = record.nitems_kul;
-    if (count < 2) return true;
-    const auto slots = static_cast<uint32_t>(count);
-    const ku::owned<kupkey> keys(ctx,
-                                 static_cast<kupkey *>(ku::allocate(ctx, slots, sizeof(kupkey))));
-    const ku::owned<void *> order(ctx,
-                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
-    if (!keys || !order) return false;
-    const ku::owned<char> names(ctx, kupcopynames(ctx, record, keys.get()));
-    if (!names) return false;
-    char *name = names.get();
-    for (int32_t i = 0; i < count; i++) {
-        kupkey &key = keys.get()[i];
-        key.name = name;
-        name += key.length;
-        order.get()[i] = &key;
-    }
-    const auto used = static_cast<std::size_t>(name - names.get());
-    const bool folded = kupfold(*ctx->kuxlangidh, names.get(), used);
-    const kulcomparefn compare = folded ? kupcomparefolded : kupcomparekeys;
-
-    int32_t rising = 1; // entries at the start that are in order already
-    while (rising < count
-           && compare(ctx, order.get()[rising - 1], order.get()[rising], nullptr) < 0)
-        rising++;
-    if (rising == count) return true;
-    kuuqsort(ctx, order.get(), 0, count - 1, compare, nullptr);
-    for (int32_t i = 0; i < count; i++)
-        record.items_kul[i] = static_cast<kupkey *>(order.get()[i])->entry;
-    return true;
 }
 
 // ---- looking up ----
@@ -969,8 +1018,6 @@ uint16_t kupopen(kux *kuxp, const char *prdnam, kupct **prfctx)
     if (prefs == nullptr) return KUP_NOMEM;
     uint16_t status = kuppfl(prefs, KUP_USER);
     if (status != KUP_NOMEM) status |= kuppfl(prefs, KUP_GLOBAL);
-    for (void *list : {prefs->kupctusp, prefs->kupctugn, prefs->kupctgsp, prefs->kupctggn})
-        if ((status & KUP_NOMEM) == 0 && !kupsort(kuxp, list)) status = KUP_NOMEM;
     if ((status & KUP_NOMEM) != 0) {
         kupclose(prefs);
         return KUP_NOMEM;

@@ -33,26 +33,13 @@ namespace
 
 using strings = std::vector<std::string>;
 
-// Where a bit of the mask finds its field. A group stands for its callbacks, not the client data.
-constexpr struct {
-    uint32_t bit, group;
-    size_t offset; // of a pointer in kuxa
-} fields[] = {
-    {KUXA_ERFORMAT, 0, offsetof(kuxa, kuxaerformat)},
-    {KUXA_NMALLOC, KUXA_NMALL, offsetof(kuxa, kuxanmalloc)},
-    {KUXA_NMFREE, KUXA_NMALL, offsetof(kuxa, kuxanmfree)},
-    {KUXA_NMREALLOC, KUXA_NMALL, offsetof(kuxa, kuxanmrealloc)},
-    {KUXA_NMCLIENTDATA, 0, offsetof(kuxa, kuxanmclientdata)},
-    {KUXA_RMALLOC, KUXA_RMALL, offsetof(kuxa, kuxarmalloc)},
-    {KUXA_RMFREE, KUXA_RMALL, offsetof(kuxa, kuxarmfree)},
-    {KUXA_RMREALLOC, KUXA_RMALL, offsetof(kuxa, kuxarmrealloc)},
-    {KUXA_RMLOCK, KUXA_RMALL, offsetof(kuxa, kuxarmlock)},
-    {KUXA_RMUNLOCK, KUXA_RMALL, offsetof(kuxa, kuxarmunlock)},
-    {KUXA_RMBEGINDEREF, KUXA_RMALL, offsetof(kuxa, kuxarmbeginderef)},
-    {KUXA_RMENDDEREF, KUXA_RMALL, offsetof(kuxa, kuxarmendderef)},
-    {KUXA_RMGETSTATE, KUXA_RMALL, offsetof(kuxa, kuxarmgetstate)},
-    {KUXA_RMCLIENTDATA, 0, offsetof(kuxa, kuxarmclientdata)},
-    {KUXA_UIAPP, 0, offsetof(kuxa, kuxauiapp)},
+// The bits of the pointers in kuxa from kuxaerformat on, in the order of the fields.
+constexpr uint32_t nm_callbacks = KUXA_NMALLOC | KUXA_NMFREE | KUXA_NMREALLOC;
+constexpr uint32_t rm_callbacks = 0x1FE00;
+constexpr uint32_t field_bits[] = {
+    KUXA_ERFORMAT,     KUXA_NMALLOC,    KUXA_NMFREE,     KUXA_NMREALLOC,    KUXA_NMCLIENTDATA,
+    KUXA_RMALLOC,      KUXA_RMFREE,     KUXA_RMREALLOC,  KUXA_RMLOCK,       KUXA_RMUNLOCK,
+    KUXA_RMBEGINDEREF, KUXA_RMENDDEREF, KUXA_RMGETSTATE, KUXA_RMCLIENTDATA, KUXA_UIAPP,
 };
 
 // Differs from the defaults in every field: no callbacks, and data of its own.
@@ -76,13 +63,16 @@ kuxa current(kux *ctx)
 // Fields that the mask selects are as in `selected`, all others as in `other`.
 void expect_fields(const kuxa &now, uint32_t mask, const kuxa &selected, const kuxa &other)
 {
-    for (const auto &field : fields) {
-        const kuxa &expected = (mask & (field.bit | field.group)) != 0 ? selected : other;
+    const size_t first = offsetof(kuxa, kuxaerformat);
+    if ((mask & KUXA_NMALL) != 0) mask |= nm_callbacks; // the callbacks, not the client data
+    if ((mask & KUXA_RMALL) != 0) mask |= rm_callbacks;
+    for (size_t i = 0; i < std::size(field_bits); i++) {
+        const kuxa &expected = (mask & field_bits[i]) != 0 ? selected : other;
         const auto at = [&](const kuxa &record) {
-            return reinterpret_cast<const char *>(&record) + field.offset;
+            return reinterpret_cast<const char *>(&record) + first + i * sizeof(void *);
         };
         EXPECT_EQ(std::memcmp(at(now), at(expected), sizeof(void *)), 0)
-            << std::hex << field.bit << " with mask " << mask;
+            << std::hex << field_bits[i] << " with mask " << mask;
     }
 }
 
@@ -167,7 +157,8 @@ TEST(Kux, AFailedDateConversionJumpsWithItsReasonOnTheStack)
     ku::test::context ctx;
     ku::core::date date = {};
     if (setjmp(ctx->kuxdacxp->jbuf_kuxdacx) == 0) {
-        EXPECT_TRUE(ku::core::text_to_date(ctx->kuxdcxdef, "2024-02-29", 10, "YYYY-MM-DD", &date));
+        EXPECT_TRUE(
+            ku::core::text_to_date(ctx->kuxdcxdef, "29-fEB-2024", 11, "DD-MON-YYYY", &date));
         ku::core::text_to_date(ctx->kuxdcxdef, "2023-02-29", 10, "YYYY-MM-DD", &date);
         ADD_FAILURE() << "the conversion came back";
     }
@@ -187,12 +178,8 @@ TEST(Kuxid, IdentifiersPackFiveLettersAndANumber)
         const char *letters;
     } rows[] = {
         {"kuxer", 3, KU_CODE('k', 'u', 'x', 'e', 'r', 3), "kuxer"},
-        {"KuXeR", 127, KU_CODE('k', 'u', 'x', 'e', 'r', 127), "kuxer"},
-        {"aaaaa", 0, 0, "aaaaa"},
-        {"zzzzz", 127, 0xCE739CFF, "zzzzz"},
-        {"a-\xC4\x7F"
-         "b",
-         1, KU_CODE('a', 'a', 'a', 'a', 'b', 1), "aaaab"},
+        {"ZzZzZ", 127, 0xCE739CFF, "zzzzz"},
+        {"a-\xC4\x7F{", 1, 1, "aaaaa"},
         {"kuxaa", 128, KU_CODE('k', 'u', 'x', 'a', 'b', 0), "kuxab"}, // spills into the letter
     };
     for (const auto &row : rows) {
@@ -200,14 +187,10 @@ TEST(Kuxid, IdentifiersPackFiveLettersAndANumber)
         char letters[6] = "#####";
         EXPECT_EQ(kuxiddecode(row.identifier, letters), row.number & 0x7F) << row.prefix;
         EXPECT_STREQ(letters, row.letters);
-        EXPECT_EQ(kuxidextract(row.identifier, 4), row.letters[4]);
     }
-    EXPECT_EQ(kuxidbase("kuxio"), KUXIO_PROPERTY);
     EXPECT_EQ(kuxidextract(0xFFFFFFFF, 0), 'z');
-    EXPECT_EQ(kuxidextract(0xFFFFFFFF, 5), 127);
     EXPECT_EQ(kuxidextract(0xFFFFFFFF, 6), 'a');
     EXPECT_EQ(kuxidextract(0xFFFFFFFF, -1), 'a');
-    EXPECT_STREQ(kuxidalphabet, "abcdefghijklmnopqrstuvwxyz");
 }
 
 // ---- properties ----
@@ -440,24 +423,22 @@ TEST(Kuxio, TheErrorDumpShowsALineForEachRecordOldestFirst)
 
 TEST(KuxThreads, ContextsShareNothing)
 {
+    static const std::string path = KU_SOURCE_DIR "/msg/ku.msg";
+    static constexpr char opening[] = "A date could not be converted: ";
     const auto work = [](uint32_t number, std::string *result) {
-        kuxa attrs = {};
-        kux *ctx = kuxcreate(&attrs);
-        static const std::string path = KU_SOURCE_DIR "/msg/ku.msg";
         kuapp application = {path.c_str(), nullptr};
+        kuxa attrs = {};
         attrs.kuxamask = KUXA_UIAPP;
         attrs.kuxauiapp = &application;
-        kuxset(ctx, &attrs);
+        kux *ctx = kuxcreate(&attrs);
         for (int round = 0; round < 50; round++) {
             property value;
             kuxprset(ctx, number, &value, release);
             kuxmlbegin(ctx);
             kuxnlalloc(ctx, 100 + number);
             kuxmlrollback(ctx);
-            ku::core::date date = {};
             if (setjmp(ctx->kuxdacxp->jbuf_kuxdacx) == 0)
-                ku::core::text_to_date(ctx->kuxdcxdef, number % 2 ? "x" : "1-1-1", 5,
-                                       number % 2 ? "YYYY" : "YYYY/MM", &date);
+                kuxdaterr(ctx->kuxdcxdef, static_cast<int32_t>(1000 + number));
             char text[200];
             uint32_t length = 199;
             kuxerfmtmsg(ctx, kuxerget(ctx, 0), "text", text, &length, nullptr);
@@ -467,15 +448,10 @@ TEST(KuxThreads, ContextsShareNothing)
         }
         kuxdestroy(ctx);
     };
-    std::vector<std::thread> threads;
     std::vector<std::string> results(4);
-    for (uint32_t number = 0; number < 4; number++)
-        threads.emplace_back(work, number, &results[number]);
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < 4; i++) threads.emplace_back(work, i, &results[i]);
     for (std::thread &thread : threads) thread.join();
-    for (size_t number = 0; number < 4; number++)
-        EXPECT_EQ(results[number],
-                  number % 2 ? "A date could not be converted: a digit is expected where the date "
-                               "has something else."
-                             : "A date could not be converted: the date has other punctuation than "
-                               "its format.");
+    for (size_t i = 0; i < 4; i++)
+        EXPECT_EQ(results[i], opening + ("error " + std::to_string(1000 + i)) + ".");
 }

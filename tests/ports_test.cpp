@@ -25,10 +25,10 @@ namespace
 class conversion
 {
 public:
-    explicit conversion(const kulang *lang = nullptr) : storage_(core::date_context_size())
+    conversion() : storage_(core::date_context_size())
     {
         core::initialise_dates(
-            handle(), lang,
+            handle(), nullptr,
             [](kudateconv *dates, std::int32_t error) {
                 *static_cast<std::int32_t *>(core::error_context(dates)) = error;
             },
@@ -192,20 +192,6 @@ TEST(Dates, EveryDayOfTheCalendarIsKnownAndNoOther)
     }
 }
 
-TEST(Dates, MonthNamesFoldByTheLanguageOfTheContext)
-{
-    for (const char *language : {"ascii", "iso-8859-1", "utf8", "sjis"}) {
-        ku::test::context ctx(language);
-        const kux *context = ctx;
-        conversion dates(context->kuxlangidh);
-        EXPECT_EQ(dates.read("1-dEC-2000", "DD-MON-YYYY"), "2000-12-01 00:00:00") << language;
-        EXPECT_EQ(dates.read("1-d\xC3"
-                             "C-2000",
-                             "DD-MON-YYYY"),
-                  error(core::date_bad_monthname));
-    }
-}
-
 TEST(Variables, ValuesAreCopiedWholeOrNotAtAll)
 {
     char buffer[600] = "before";
@@ -361,14 +347,11 @@ TEST_F(Messages, EveryMissingAllocationAndCallIsAFailedLookUpThatLeavesNothing)
     directory_.write("m.msg", "a1 text " + text);
     const std::string path = directory_.path("m.msg");
     const kuapp application = {path.c_str(), nullptr};
-    ku::test::sweep_basic_allocations([&](ku::test::context &) {
+    const auto run = [&](ku::test::context &) {
         const std::string result = look_up(&application, "a1", "text");
         EXPECT_TRUE(result == text || result == "none");
         return result == text;
-    });
-    ku::test::sweep_system_calls([&](ku::test::context &) {
-        const std::string result = look_up(&application, "a1", "text");
-        EXPECT_TRUE(result == text || result == "none");
-        return result == text;
-    });
+    };
+    ku::test::sweep_basic_allocations(run);
+    ku::test::sweep_system_calls(run);
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "liz2c.h"
@@ -28,19 +29,20 @@ namespace
 
 enum trait : std::uint16_t { upper = 1, lower = 2, letter = 4, digit = 8, space = 16, punct = 32 };
 
-// One character of a set: its bytes without shift bytes, its value, its case pair.
+// One character of a set: its bytes without shift bytes, its value, that of its other case.
 struct character {
     const char *bytes;
-    uint32_t value, upper_value, lower_value;
+    uint32_t value, other;
     int traits;
+    uint32_t upper_value() const { return (traits & lower) != 0 ? other : value; }
+    uint32_t lower_value() const { return (traits & upper) != 0 ? other : value; }
 };
 using characters = std::vector<character>;
 
-const characters ascii = {
-    {"a", 'a', 'A', 'a', letter | lower}, {"B", 'B', 'B', 'b', letter | upper},
-    {"b", 'b', 'B', 'b', letter | lower}, {"A", 'A', 'A', 'a', letter | upper},
-    {"7", '7', '7', '7', digit},          {" ", ' ', ' ', ' ', space},
-    {"-", '-', '-', '-', punct},          {"\t", '\t', '\t', '\t', space}};
+const characters ascii = {{"a", 'a', 'A', letter | lower}, {"B", 'B', 'b', letter | upper},
+                          {"b", 'b', 'B', letter | lower}, {"A", 'A', 'a', letter | upper},
+                          {"7", '7', '7', digit},          {" ", ' ', ' ', space},
+                          {"-", '-', '-', punct},          {"\t", '\t', '\t', space}};
 
 struct set {
     const char *name;
@@ -48,29 +50,27 @@ struct set {
 };
 const set sets[] = {
     {"ascii", {}},
-    {"iso-8859-1",
-     {{"\xE9", 0xE9, 0xC9, 0xE9, letter | lower}, {"\xC9", 0xC9, 0xC9, 0xE9, letter | upper}}},
+    {"iso-8859-1", {{"\xE9", 0xE9, 0xC9, letter | lower}, {"\xC9", 0xC9, 0xE9, letter | upper}}},
     {"utf8",
-     {{"\xC3\xA9", 0xE9, 0xC9, 0xE9, letter | lower},
-      {"\xC3\x89", 0xC9, 0xC9, 0xE9, letter | upper},
-      {"\xD0\xB6", 0x436, 0x416, 0x436, letter | lower},
-      {"\xD0\x96", 0x416, 0x416, 0x436, letter | upper},
-      {"\xC8\xBA", 0x23A, 0x23A, 0x2C65, letter | upper}, // lower case is a byte longer
-      {"\xE2\xB1\xA5", 0x2C65, 0x23A, 0x2C65, letter | lower},
-      {"\xE6\xBC\xA2", 0x6F22, 0x6F22, 0x6F22, letter},
-      {"\xF0\x9F\x98\x80", 0x1F600, 0x1F600, 0x1F600, punct},
-      {"\xFF", 0x800000FF, 0x800000FF, 0x800000FF, 0},   // never part of a character
-      {"\x80", 0x80000080, 0x80000080, 0x80000080, 0}}}, // a trail byte alone
+     {{"\xC3\xA9", 0xE9, 0xC9, letter | lower},
+      {"\xC3\x89", 0xC9, 0xE9, letter | upper},
+      {"\xD0\xB6", 0x436, 0x416, letter | lower},
+      {"\xD0\x96", 0x416, 0x436, letter | upper},
+      {"\xC8\xBA", 0x23A, 0x2C65, letter | upper}, // lower case is a byte longer
+      {"\xE2\xB1\xA5", 0x2C65, 0x23A, letter | lower},
+      {"\xE6\xBC\xA2", 0x6F22, 0x6F22, letter},
+      {"\xF0\x9F\x98\x80", 0x1F600, 0x1F600, punct},
+      {"\xFF", 0x800000FF, 0x800000FF, 0},   // never part of a character
+      {"\x80", 0x80000080, 0x80000080, 0}}}, // a trail byte alone
     {"sjis",
-     {{"\x83\x5C", 0x835C, 0x835C, 0x835C, letter}, // trail bytes that look like ASCII
-      {"\x83\x61", 0x8361, 0x8361, 0x8361, letter},
-      {"\xFD", 0x800000FD, 0x800000FD, 0x800000FD, 0}}},
+     {{"\x83\x5C", 0x835C, 0x835C, letter}, // trail bytes that look like ASCII
+      {"\x83\x61", 0x8361, 0x8361, letter},
+      {"\xFD", 0x800000FD, 0x800000FD, 0}}},
     {"euc-jp",
-     {{"\xA4\xA2", 0xA4A2, 0xA4A2, 0xA4A2, letter},
-      {"\x8E\xB1", 0x8EB1, 0x8EB1, 0x8EB1, letter},
-      {"\x8F\xB0\xA1", 0x8FB0A1, 0x8FB0A1, 0x8FB0A1, letter}}},
-    {"iso-2022-kr",
-     {{"\x30\x21", 0x3021, 0x3021, 0x3021, letter}, {"\x30\x61", 0x3061, 0x3061, 0x3061, letter}}},
+     {{"\xA4\xA2", 0xA4A2, 0xA4A2, letter},
+      {"\x8E\xB1", 0x8EB1, 0x8EB1, letter},
+      {"\x8F\xB0\xA1", 0x8FB0A1, 0x8FB0A1, letter}}},
+    {"iso-2022-kr", {{"\x30\x21", 0x3021, 0x3021, letter}, {"\x30\x61", 0x3061, 0x3061, letter}}},
 };
 
 // A heap copy that ends with its block; without content, a target filled with 0xEE.
@@ -91,6 +91,20 @@ private:
     std::unique_ptr<char[]> memory_;
 };
 
+template <typename T> auto flat(const T &value) { return std::make_tuple(value); }
+auto flat(const std::vector<uint32_t> &wide)
+{
+    return std::make_tuple(static_cast<void *>(const_cast<uint32_t *>(wide.data())),
+                           static_cast<uint32_t>(wide.size() * 4), LIZ_WIDE);
+}
+auto flat(const block &of)
+{
+    return std::make_tuple(static_cast<void *>(of.data()), of.size(), LIZ_MULTIBYTE);
+}
+
+struct argument;
+std::tuple<const void *, uint32_t, int> flat(const argument &of);
+
 struct expected_copy {
     std::string bytes;      // written and counted
     std::string terminator; // behind them, not counted
@@ -108,10 +122,12 @@ struct language {
         locale::fill_named(&lang, &glo, from.name);
         all.insert(all.end(), from.own.begin(), from.own.end());
     }
+    // Calls an operation; a text stands for its address, length and representation.
     template <typename Operation, typename... Arguments>
-    auto operator()(Operation operation, Arguments... arguments)
+    auto operator()(Operation operation, const Arguments &...arguments)
     {
-        return operation(&lang, &glo, arguments...);
+        return std::apply(operation,
+                          std::tuple_cat(std::make_tuple(&lang, &glo), flat(arguments)...));
     }
     bool bytewise() const { return locale::single_byte(lang); }
     bool shifts() const { return lang.shiftsensitive_kulang != 0; }
@@ -170,7 +186,7 @@ struct language {
             in_word = (c.traits & letter) != 0;
             const bool up = option == LIZ_UPPER || (option == LIZ_CAPITALS && begins && in_word);
             const bool down = option == LIZ_LOWER || (option == LIZ_CAPITALS && !begins && in_word);
-            const uint32_t value = up ? c.upper_value : down ? c.lower_value : c.value;
+            const uint32_t value = up ? c.upper_value() : down ? c.lower_value() : c.value;
             if (value == c.value) continue;
             const auto partner = std::find_if(
                 all.begin(), all.end(), [value](const character &p) { return p.value == value; });
@@ -223,6 +239,11 @@ struct argument {
     }
 };
 
+std::tuple<const void *, uint32_t, int> flat(const argument &of)
+{
+    return {of.at(), of.length, of.rep};
+}
+
 constexpr int rounds = 400;
 
 template <typename Body> void in_every_language(Body body)
@@ -247,7 +268,7 @@ TEST(Liz, ScansDeliverEveryCharacterWithItsPlaceAndStopAtTheEnd)
         const auto offsets = l.offsets(text, rep);
         const uint32_t skipped = l.dice.below(static_cast<uint32_t>(text.size()) + 2);
         lizg scan;
-        const uint32_t status = l(lizginit, &scan, given.at(), given.length, rep, skipped);
+        const uint32_t status = l(lizginit, &scan, given, skipped);
         EXPECT_EQ(status, skipped <= text.size() ? LIZ_OK : LIZ_END);
         uint32_t value = 1;
         for (std::size_t i = skipped; i < text.size(); i++) {
@@ -314,8 +335,7 @@ TEST(Liz, CopiesConvertWholeCharactersAndTerminateWhereThereIsRoom)
         const uint32_t status =
             by_name ? converters[trep - 1][srep - 1](&l.lang, at, target.size(), source.at(),
                                                      source.length, option, &written, &l.glo)
-                    : l(lizmcpy, at, target.size(), trep, source.at(), source.length, srep, option,
-                        &written);
+                    : l(lizmcpy, at, target.size(), trep, source, option, &written);
         EXPECT_EQ(status, expected.status);
         EXPECT_EQ(written, expected.bytes.size());
         const std::string begun = expected.bytes + expected.terminator;
@@ -364,7 +384,7 @@ TEST(Liz, ComparisonsOrderByValueOrCaseAndSayWhetherThePrefixWasUsedUp)
         const auto values = [&](const characters &text) {
             std::vector<uint32_t> keys;
             for (const character &c : text)
-                keys.push_back(option == LIZ_BINARY ? c.value : c.upper_value);
+                keys.push_back(option == LIZ_BINARY ? c.value : c.upper_value());
             return keys;
         };
         auto first = values(a), second = values(b);
@@ -382,12 +402,12 @@ TEST(Liz, ComparisonsOrderByValueOrCaseAndSayWhetherThePrefixWasUsedUp)
         const int arep = random_rep(l), brep = random_rep(l);
         const argument x(l, a, arep, l.dice.one_in(2)), y(l, b, brep, l.dice.one_in(2));
         int res = 99;
-        EXPECT_EQ(l(lizmcmp, x.at(), x.length, arep, y.at(), y.length, brep, option, &res), LIZ_OK);
+        EXPECT_EQ(l(lizmcmp, x, y, option, &res), LIZ_OK);
         EXPECT_EQ(res, order());
 
         lizg left, right;
-        l(lizginit, &left, x.at(), x.length, arep, 0);
-        l(lizginit, &right, y.at(), y.length, brep, 0);
+        l(lizginit, &left, x, 0);
+        l(lizginit, &right, y, 0);
         int used_up = 99;
         for (int rdonly : {1, 0}) { // the first run moves nothing, so the second finds the same
             l(lizgmatch, &left, &right, rdonly, option, &res, &used_up);
@@ -410,7 +430,7 @@ TEST(Liz, SearchFindsTheFirstPlaceFromTheIndexOrLeavesTheIndexAlone)
         const int option = l.dice.one_in(2) ? LIZ_NOCASE : LIZ_BINARY;
         const uint32_t start = l.dice.below(length + 3);
         const auto same = [&](const character &x, const character &y) {
-            return option == LIZ_BINARY ? x.value == y.value : x.upper_value == y.upper_value;
+            return option == LIZ_BINARY ? x.value == y.value : x.upper_value() == y.upper_value();
         };
         auto at = text.end();
         bool expected = start <= length;
@@ -424,8 +444,7 @@ TEST(Liz, SearchFindsTheFirstPlaceFromTheIndexOrLeavesTheIndexAlone)
             what(l, pattern, prep, l.dice.one_in(2));
         int found = 99;
         uint32_t index = start, boffset = 99;
-        l(lizmsearch, in.at(), in.length, trep, what.at(), what.length, prep, option, &found,
-          &index, &boffset);
+        l(lizmsearch, in, what, option, &found, &index, &boffset);
         EXPECT_EQ(found, expected ? 1 : 0);
         EXPECT_EQ(index, expected ? static_cast<uint32_t>(at - text.begin()) : start);
         EXPECT_EQ(boffset, expected && index != 0 ? l.offsets(text, trep)[index] : 0);
@@ -488,7 +507,7 @@ TEST(Liz, ConcatenationOfFourByteCharactersFillsItsTemporaryExactly)
     EXPECT_EQ(target.bytes(), std::string("a\xF0\x9F\x98\x80\xF0\x9F\x98\x81", 10));
     char growing[16] = "";
     EXPECT_EQ(
-        l(lizscat, growing, LIZ_MULTIBYTE, "\xC8\xBA\xC8\xBA", LIZ_MULTIBYTE, LIZ_LOWER, nullptr),
+        l(lizscat, +growing, LIZ_MULTIBYTE, "\xC8\xBA\xC8\xBA", LIZ_MULTIBYTE, LIZ_LOWER, nullptr),
         LIZ_END); // 4 bytes and a NUL hold one of the two
     EXPECT_STREQ(growing, "\xE2\xB1\xA5");
 }
@@ -582,18 +601,17 @@ TEST(Liz, ClassTestsLookAtTheFirstCharacterOnly)
         const int rep = random_rep(l);
         const argument given(l, text, rep, l.dice.one_in(2));
         for (const auto &member : members) {
-            EXPECT_EQ(l(member.test, given.at(), given.length, rep),
-                      (first.traits & member.traits) != 0 ? 1 : 0)
+            EXPECT_EQ(l(member.test, given), (first.traits & member.traits) != 0 ? 1 : 0)
                 << first.bytes << " row " << &member - members << " rep " << rep;
             EXPECT_EQ(l(member.test, given.at(), 0, rep), 0);
         }
         const bool tab = first.value == '\t', blank = first.value == ' ';
-        EXPECT_EQ(l(lizcblank, given.at(), given.length, rep), blank || (tab && !l.bytewise()));
-        EXPECT_EQ(l(lizccntrl, given.at(), given.length, rep), tab);
+        EXPECT_EQ(l(lizcblank, given), blank || (tab && !l.bytewise()));
+        EXPECT_EQ(l(lizccntrl, given), tab);
         if (first.value >= 0x80) return;
-        EXPECT_EQ(l(lizcprint, given.at(), given.length, rep), !tab);
+        EXPECT_EQ(l(lizcprint, given), !tab);
         const bool hexadecimal = std::strchr("aAbB7", first.bytes[0]) != nullptr;
-        EXPECT_EQ(l(lizcxdigit, given.at(), given.length, rep), hexadecimal);
+        EXPECT_EQ(l(lizcxdigit, given), hexadecimal);
     });
 }
 
@@ -616,37 +634,31 @@ TEST(Liz, BulkPathsSeeTheSameCharactersAsSingleStepsHoweverBytesAreDamaged)
 
             std::vector<uint32_t> wide(bytes.size() + 1), other(bytes.size() + 9);
             uint32_t length = 0, count = 0;
-            l(lizmblen, text.data(), text.size(), LIZ_MULTIBYTE, &length);
-            l(lizmllen, text.data(), text.size(), LIZ_MULTIBYTE, &count);
-            const auto copy = [&l](void *to, std::size_t room, int trep, const void *from,
-                                   uint32_t n, int srep, int option) {
+            l(lizmblen, text, &length);
+            l(lizmllen, text, &count);
+            const auto copy = [&l](const auto &to, const auto &from, int option) {
                 uint32_t written = 0;
-                l(lizmcpy, to, static_cast<uint32_t>(room), trep, from, n, srep, option, &written);
+                l(lizmcpy, to, from, option, &written);
                 return written;
             };
-            const uint32_t units = copy(wide.data(), wide.size() * 4, LIZ_WIDE, text.data(),
-                                        text.size(), LIZ_MULTIBYTE, LIZ_COPY);
-            ASSERT_EQ(count, units / 4);
+            wide.resize(copy(wide, text, LIZ_COPY) / 4);
+            ASSERT_EQ(count, wide.size());
             lizg scan;
-            l(lizginit, &scan, text.data(), text.size(), LIZ_MULTIBYTE, count);
+            l(lizginit, &scan, text, count);
             ASSERT_EQ(length, scan.boffset_lizg);
 
             const int option = LIZ_LOWER + static_cast<int>(l.dice.below(2));
             const block direct(l.dice.below(text.size() + 8)), stepped(direct.size());
-            const uint32_t written = copy(stepped.data(), stepped.size(), LIZ_MULTIBYTE,
-                                          wide.data(), units, LIZ_WIDE, option);
-            EXPECT_EQ(written, copy(direct.data(), direct.size(), LIZ_MULTIBYTE, text.data(),
-                                    text.size(), LIZ_MULTIBYTE, option));
-            EXPECT_EQ(direct.bytes().substr(0, written), stepped.bytes().substr(0, written));
+            const uint32_t written = copy(stepped, wide, option);
+            EXPECT_EQ(written, copy(direct, text, option));
+            const block mapped(stepped.bytes().substr(0, written));
+            EXPECT_EQ(direct.bytes().substr(0, written), mapped.bytes());
 
-            const uint32_t mapped = copy(other.data(), other.size() * 4, LIZ_WIDE, stepped.data(),
-                                         written, LIZ_MULTIBYTE, LIZ_COPY);
+            other.resize(copy(other, mapped, LIZ_COPY) / 4);
             for (int by : {LIZ_NOCASE, LIZ_BINARY}) {
                 int by_bytes = 99, by_units = 98;
-                l(lizmcmp, text.data(), text.size(), LIZ_MULTIBYTE, stepped.data(), written,
-                  LIZ_MULTIBYTE, by, &by_bytes);
-                l(lizmcmp, wide.data(), units, LIZ_WIDE, other.data(), mapped, LIZ_WIDE, by,
-                  &by_units);
+                l(lizmcmp, text, mapped, by, &by_bytes);
+                l(lizmcmp, wide, other, by, &by_units);
                 EXPECT_EQ(by_bytes, by_units);
             }
         }
@@ -725,9 +737,9 @@ TEST(Liz, ByteCopiesOverlapAndByteComparisonsOrderNulls)
     language l(sets[0]);
     char text[] = "hello wORLD";
     uint32_t written = 0;
-    EXPECT_EQ(l(liz6copy, text, 11, text, KU_NTS, LIZ_CAPITALS, &written), LIZ_OK);
+    EXPECT_EQ(l(liz6copy, +text, 11, +text, KU_NTS, LIZ_CAPITALS, &written), LIZ_OK);
     EXPECT_STREQ(text, "Hello World");
-    EXPECT_EQ(l(liz6copy, text + 2, 4, text, 10, LIZ_UPPER, &written), LIZ_END);
+    EXPECT_EQ(l(liz6copy, text + 2, 4, +text, 10, LIZ_UPPER, &written), LIZ_END);
     EXPECT_STREQ(text, "HeHELLWorld");
     EXPECT_EQ(written, 4u);
     static constexpr struct {

@@ -191,7 +191,7 @@ KU_API void skubflush(kux *ctx, void *stream);
 
 /*
  * Size of the open file in bytes, buffered output included; a standard stream's
- * too. Returns 0, or SKUBA_SIZE with `size` untouched. A null stream gives 0
+ * too. Returns 0, or SKUBA_SIZE (a null `size` too) with `size` untouched. A null stream gives 0
  * and leaves `size`.
  */
 KU_API uint32_t skubfsize(kux *ctx, void *stream, uint32_t *size);
@@ -229,7 +229,7 @@ KU_API uint32_t skubcopy(kux *ctx, const char *source, const char *target);
  */
 KU_API uint32_t skubtmpnam(kux *ctx, char *buffer);
 
-/* ---- names as texts; nothing is looked up. No memory: 0, with nothing of our own pushed ---- */
+/* ---- names as texts: nothing is looked up, null is an empty text. The tests cannot fail. ---- */
 
 /* 1 when the name has a directory part: a backslash. */
 KU_API int32_t skubdspecified(kux *ctx, const char *name);
@@ -246,7 +246,8 @@ KU_API int32_t skubstspecified(kux *ctx, const char *name, const char *type);
  *   length  in: bytes the buffer takes; out: bytes of the name
  * A NUL follows when there is room for it: to always have one, pass one byte
  * less than the buffer has. Returns 0, or SKUBA_ROOM; or, without memory, the
- * newest code. After a failure buffer and `length` are as they were.
+ * newest code (SKUBA_ROOM, pushed, when the allocator pushed none). After a
+ * failure buffer and `length` are as they were.
  */
 KU_API uint32_t skubatype(kux *ctx, const char *base, const char *type, char *buffer,
                           uint32_t *length);

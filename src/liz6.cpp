@@ -15,7 +15,7 @@ namespace ku::liz
 byte_run bytes_to_nul(const text &given)
 {
     const auto *bytes = static_cast<const unsigned char *>(given.bytes);
-    std::size_t limit = given.limit;
+    std::size_t limit = std::min<std::size_t>(given.limit, PTRDIFF_MAX); // no text is longer
     if (given.rep == LIZ_CURSOR) {
         const auto *cursor = static_cast<const kucursor *>(given.bytes);
         bytes = cursor->start_kucursor;

@@ -70,7 +70,7 @@ TEST(Kul, RoomIsTheNextStepOf16AboveTheCount)
         EXPECT_EQ(kulpnitems(ctx, made), 0);
         EXPECT_EQ(kulpdestroy(ctx, made), nullptr);
     }
-    EXPECT_EQ(kulpcreate(ctx, 0x20000000, nullptr), nullptr); // its bytes pass 32 bits
+    EXPECT_EQ(kulpcreate(ctx, 0x40000000, nullptr), nullptr); // its bytes pass 32 bits
     EXPECT_ERRORS(ctx, {"kulaa 1"});
     EXPECT_EQ(kulpdestroy(ctx, nullptr), nullptr);
 }

@@ -52,7 +52,7 @@ public:
 
     void *allocate(uint32_t size)
     {
-        if (refuses()) return nullptr;
+        if (refuses(size)) return nullptr;
         void *block = fresh(size);
         std::memset(block, 0, size);
         plain_[block] = size;
@@ -76,7 +76,7 @@ public:
             ADD_FAILURE() << "resize of what is no live block";
             return nullptr;
         }
-        if (refuses()) return nullptr;
+        if (refuses(size)) return nullptr;
         void *moved = copy(block, found->second, size);
         release(block);
         plain_[moved] = size;
@@ -85,7 +85,7 @@ public:
 
     kuxhandle handle_allocate(uint32_t size)
     {
-        if (refuses()) return nullptr;
+        if (refuses(size)) return nullptr;
         auto *made = new cell;
         made->no_address = made; // an address, but of no text
         made->block = static_cast<char *>(fresh(size));
@@ -109,7 +109,7 @@ public:
     {
         if (handle == nullptr) return handle_allocate(size);
         cell *found = find(handle);
-        if (found == nullptr || refuses()) return nullptr;
+        if (found == nullptr || refuses(size)) return nullptr;
         if (found->locks + found->dereferences > 0) ADD_FAILURE() << "resize of a locked handle";
         move(*found, size);
         auto *moved = new cell(*found); // the handle moves as well
@@ -158,9 +158,10 @@ private:
         failed_ = true;
         return true;
     }
-    bool refuses()
+    bool refuses(uint32_t size)
     {
-        if (due(countdown_)) return true;
+        constexpr uint32_t machine = 512u << 20; // bytes; more is refused as on a full machine
+        if (size > machine || due(countdown_)) return true;
         if (spared_ > 0 || one_in_ == 0 || chance_.below(one_in_) != 0) return false;
         failed_ = true;
         return true;

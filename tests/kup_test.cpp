@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include "kul.h"
+#include "port/locale/locale.h"
 #include "support/context.h"
 #include "support/files.h"
 #include "support/random.h"
@@ -168,6 +169,50 @@ TEST(Kup, ReaderMakesEntriesOfTokensAndLosesOnlyWhatAnErrorInterrupts)
             EXPECT_EQ(kuperrlin(file.prefs, KUP_USER), row.line);
             EXPECT_EQ(kuperrlin(file.prefs, KUP_GLOBALERR), line);
             EXPECT_EQ(file.status, (row.line ? KUP_USERERR : 0) | (line ? KUP_GLOBALERR : 0));
+        }
+    }
+}
+
+// A line of a file, and its order by name.
+struct line {
+    std::string name;
+    std::string value;
+};
+int32_t compare_lines(kux *ctx, void *a, void *b, void *)
+{
+    const std::string &first = static_cast<line *>(a)->name;
+    const std::string &second = static_cast<line *>(b)->name;
+    return ku::locale::compare_text_nocase(*ctx->kuxlangidh, first.data(), first.size(),
+                                           second.data(), second.size());
+}
+
+TEST(Kup, EntriesOfOneNameComeInTheOrderThatSortingTheListGives)
+{
+    dice random;
+    for (const char *language : {"ascii", "iso-8859-1", "utf8"}) {
+        for (const char *letter : {"a", "\xC3\xA9"}) { // with and without letters beyond ASCII
+            const home files;
+            std::vector<line> lines(300);
+            std::string text, sorted;
+            context ctx(language);
+            void *model = kulpcreate(ctx, 0, nullptr);
+            for (std::size_t i = 0; i < lines.size(); i++) {
+                const bool beyond = random.one_in(3) && std::string(language) == "utf8";
+                lines[i].name = "n" + times(1 + random.below(3), random.one_in(2) ? "aB" : "Ab")
+                                + (beyond ? letter : "") + std::to_string(random.below(30));
+                lines[i].value = std::to_string(i);
+                text += lines[i].name + "=" + lines[i].value + "\n";
+                kulpinsert(ctx, model, KUL_APPEND, &lines[i]);
+            }
+            files.dir.write(userfile, text);
+            opened file(ctx);
+            kulpqsort(ctx, model, compare_lines, nullptr);
+            for (int32_t i = 0; i < kulpnitems(ctx, model); i++) {
+                const auto *each = static_cast<line *>(kulpitem(ctx, model, i));
+                sorted += each->name + "=[" + each->value + "]\n";
+            }
+            kulpdestroy(ctx, model);
+            EXPECT_EQ(file.user(), sorted) << language << ", seed " << seed();
         }
     }
 }

@@ -356,6 +356,26 @@ TEST(Locale, EveryCharacterIsWrittenAndReadBackAndItsCaseFitsTheExpansion)
     }
 }
 
+TEST(Locale, CountingInBlocksSeesWhatIsMalformedAtAnyPlace)
+{
+    const language lang("utf-8");
+    for (const char *piece :
+         {"\xED\xA0\x80", "\xED\x9F\xBF", "\xE0\x9F\xBF", "\xE0\xA0\x80", "\xF0\x8F\xBF\xBF",
+          "\xF4\x90\x80\x80", "\xF4\x8F\xBF\xBF", "\xC0\x80", "\xC1", "\xF5\x80\x80\x80", "\x80",
+          "\xF0"
+          "ab\x80",
+          "\xE2"
+          "a\x80",
+          "\xC3\xA9", "\xE2\x82", "\xF0\x9F\x98\x80"}) {
+        for (std::size_t at = 0; at < 150; at++) {
+            const std::string text = std::string(at, 'x') + piece + std::string(200 - at, 'y');
+            read_all(lang, text, true); // compares counting with stepping
+            read_all(lang, text, false);
+            ASSERT_FALSE(HasFailure()) << at;
+        }
+    }
+}
+
 TEST(Locale, RandomTextsAgreeBetweenCursorsAndBulkOperations)
 {
     ku::test::dice dice;

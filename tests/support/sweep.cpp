@@ -89,11 +89,11 @@ void sweep_basic_allocations(const scenario &run, const char *language)
 namespace
 {
 
-#define KU_SYSTEM_CALLS(_)                                                                         \
-    _(open)                                                                                        \
-    _(close)                                                                                       \
-    _(read) _(write) _(lseek) _(fstat) _(stat) _(lstat) _(access) _(chmod) _(fchmod) _(fchown)     \
-        _(unlink) _(rename) _(flock) _(ftruncate) _(fsync) _(resolve) _(random)
+// clang-format off
+#define KU_SYSTEM_CALLS(_) \
+    _(open) _(close) _(read) _(write) _(lseek) _(fstat) _(stat) _(lstat) _(access) _(chmod) \
+    _(fchmod) _(fchown) _(unlink) _(rename) _(flock) _(ftruncate) _(fsync) _(resolve) _(random)
+// clang-format on
 
 enum call {
 #define KU_ENUM(name) call_##name,

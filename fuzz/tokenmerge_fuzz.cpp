@@ -41,7 +41,9 @@ void ask(kux *ctx, void *tokens, const std::string &text)
         expect(kukorassemble(ctx, tokens, i, i, KUKO_BOTH, buffer.data(), room)
                == kukorlen(ctx, tokens, i, i, KUKO_BOTH));
         const uint32_t white = kukonwhite(ctx, tokens, i, nullptr, 0);
-        expect(kukonwhite(ctx, tokens, i, buffer.data(), room) == white);
+        // Shift bytes that change nothing are counted and not copied.
+        const uint32_t copied = kukonwhite(ctx, tokens, i, buffer.data(), room);
+        expect(copied <= white && (copied == white || ctx->kuxlbuffer.shiftsensitive_kulang != 0));
         kukorassemble(ctx, tokens, i, count - 1, i % 4u, buffer.data(), i % 7u);
         kukonwlen(ctx, tokens, i);
     }

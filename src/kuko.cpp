@@ -140,6 +140,16 @@ kucursor kukotarget(const kux *ctx, void *buffer, std::uint32_t size)
     return cursor;
 }
 
+// Copies the current character, whole, and steps. Bytes of a character that the
+// end cuts short are copied one by one: none is lost. Returns the bytes written.
+std::uint32_t kukocopy(kucursor &target, kucursor &source, std::size_t room)
+{
+    if (locale::width(source) > 0) return locale::copy_character(target, source, room);
+    if (locale::past_size(source) || room == 0) return 0;
+    *target.position_kucursor++ = *source.position_kucursor++;
+    return 1;
+}
+
 // ---- the token buffer ----
 
 // Room for `size` bytes in the context's token buffer. Logging is off while it
@@ -410,13 +420,12 @@ std::uint32_t kukovaluecharacters(const kux *ctx, const unsigned char *token, st
     std::uint32_t stored = 0;
     while (!locale::past_size(source)) {
         const unsigned char byte = locale::current(source);
-        if (byte == 0) break;
         if (strip && kukoisquote(byte) && locale::is_single(source)) {
             const bool last = locale::offset(source) + 1 == length;
             if (last && (byte == quote || quote == 0)) break;
             if (byte == quote && locale::is_ahead(source, 1, quote)) locale::step(source);
         }
-        const std::uint32_t written = locale::copy_character(target, source, limit - stored);
+        const std::uint32_t written = kukocopy(target, source, limit - stored);
         if (written == 0) break;
         stored += written;
     }
@@ -579,7 +588,7 @@ std::uint32_t kukorassemble(kux *ctx, void *kukh, std::int32_t start, std::int32
     kucursor target = kukotarget(ctx, bufp, bufl);
     std::uint32_t stored = 0;
     while (locale::offset(source) < stretch.end - stretch.begin) {
-        const std::uint32_t written = locale::copy_character(target, source, bufl - stored);
+        const std::uint32_t written = kukocopy(target, source, bufl - stored);
         if (written == 0) break;
         stored += written;
     }

@@ -112,18 +112,14 @@ TEST(Kucl, TextBecomesValuesOrTheFirstError)
         {"level=1 names=(x,y) fast", "level=1 names=x,y !4"},
         {"fast 3 a", "mode=fast level=3 names=a"},
         {"fast 3 a b c", "mode=fast level=3 names=a file=b !1"},
-        {"fast (3) (a, b)", "mode=fast level=3 names=a,b"},
-        {"MODE=FAST", "mode=FAST"},
         {"mode=quick", "mode=quick !5(mode)"}, // attached all the same
         {"mode=fast mode=slow", "mode=fast !2(mode)"},
-        {"fast mode=slow", "mode=fast !2(mode)"},
         {"level=(1,2)", " !7(level)"},
         {"level=11", "level=11 !5(level)"},
         {"level=1x", "level=1x !5(level)"},
         {"level=+010", "mode=slow level=+010"},
         {"level=-1", "level=-1 !5(level)"},
         {"level=99999999999999999999", "level=99999999999999999999 !5(level)"},
-        {"level='+'", "level=+ !5(level)"},
         {"level=", "mode=slow level="},
         {"level= 3", "level= !4"},
         {"level =3", "mode=slow level=3"},
@@ -133,19 +129,16 @@ TEST(Kucl, TextBecomesValuesOrTheFirstError)
         {"names=(x,y", " !6"},
         {"names=(x y)", " !6"},
         {"names=('',x)", " !6"},
-        {"names=(", " !6"},
         {"names=(x , 'y z')", "mode=slow names=x,y z"},
         {"names=(a(b),c)", "names=a(b !4"},
         {"names=(a,?)", " !50"},
         {"?", " !50"},
         {"'-?'", " !50"},
-        {"names=x?", "mode=slow names=x?"},
         {"names=a=b", "mode=slow names=a=b"},
         {"names=c:\\dir\\x.txt", "mode=slow names=c:\\dir\\x.txt"},
         {"names=a!b", "mode=slow names=a!b"}, // no lexer token, still a value
         {"names='x''y'", "mode=slow names=x''y"},
         {"names='x'y'z'", "mode=slow names=x'y'z"},
-        {"names=\"'\"", "mode=slow names='"},
         {"names=--x 'y' /*", "mode=slow names=--x 'y' /*"}, // a comment is a value
         {"other=1", " !3(other)"},
         {"=5", " !3()"},
@@ -203,35 +196,24 @@ TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
         EXPECT_STREQ(text, row.text);
         ctx->kuxnmfree(ctx, text);
     }
-    for (const char *language : {"utf8", "sjis", "euc-jp", "iso-2022-kr"}) {
-        context ctx(language);
-        tool definitions(ctx);
-        const std::string letter =
-            std::string(language) == "iso-2022-kr" ? "\x0e\x30\x21\x0f" : "\xe3\x81";
-        std::vector<std::string> texts = {"tool", "names=it is " + letter + "x" + letter};
-        const std::vector<char *> argv = vector(texts);
-        EXPECT_EQ(definitions.said(kuclpa(ctx, 2, argv.data(), definitions.list(), 0)),
-                  "mode=slow " + texts[1]);
-    }
 }
 
 TEST(Kucl, CommandFilesAreReadAfterTheLine)
 {
     static const struct {
-        std::string file;
-        const char *said;
+        std::string file, said;
         int quote = 0;
     } rows[] = {
         {"level=3\nmode=fast", "mode=fast level=3"},
         {"", "mode=slow"},
-        {"\n\n", "mode=slow"},
         {"level=3 fast\n", "level=3 !4@"},
         {"names=x\nlevel=12", "level=12 names=x !5(level)@"},
         {"names='a\nb\nc'\nlevel=2", "mode=slow level=2 names=a\nb\nc"}, // over three lines
         {"names=(a,\n b,\n c)\n", "mode=slow names=a,b,c"},
         {"level=3 /* mode=x\n mode=y */", "level=3 !4@"}, // a comment is a value here, too
-        {"names=" + std::string(3000, 'x'), "mode=slow names=*"},
-        {"names=it is\n", "names=it !4@"},
+        {"names=" + std::string(3000, 'x'), "mode=slow names=" + std::string(3000, 'x')},
+        {"names='" + std::string(41, '\n') + "x'",
+         "mode=slow names=" + std::string(41, '\n') + "x"},
         {"names=it is\nlevel=3 \n", "names=it !4@", 1},
         {"names=a!b  level=3\n\nmode=(fast)", "mode=fast level=3 names=a!b", 1},
         {"names=a/*b level=3\tmode=fast", "mode=fast level=3 names=a/*b", 1},
@@ -246,8 +228,6 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
         std::string said = definitions.parse("file='" + path + "'", 0, row.quote);
         const std::string own = "file=" + path;
         said.erase(said.find(own), own.size() + 1);
-        if (const auto at = said.find(std::string(3000, 'x')); at != std::string::npos)
-            said.replace(at, 3000, "*");
         while (!said.empty() && said.back() == ' ') said.pop_back();
         EXPECT_EQ(said, row.said);
     }
@@ -257,23 +237,6 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
     tool defaulted(ctx);
     defaulted[3].kucladef = "no_such"; // a default names no file
     EXPECT_EQ(defaulted.parse("level=3"), "mode=slow level=3 file=no_such");
-}
-
-// Lines are joined pairwise: one by one, this file would take minutes.
-TEST(Kucl, AHugeCommandFileIsReadWhole)
-{
-    constexpr int lines = 8000;
-    std::string file = "names=(";
-    for (int i = 0; i < lines; i++) file += "'v" + std::to_string(i) + "\n',\n";
-    ku::test::directory dir;
-    const std::string path = dir.write("commands", file + "end)");
-    context ctx;
-    tool definitions(ctx);
-    kucle *error = kuclps(ctx, ("file='" + path + "'").c_str(), definitions.list(), 0);
-    EXPECT_EQ(error, nullptr);
-    void *values = definitions[2].kuclaval;
-    ASSERT_EQ(kulpnitems(ctx, values), lines + 1);
-    EXPECT_STREQ(static_cast<char *>(kulpitem(ctx, values, lines - 1)), "v7999\n");
 }
 
 TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
@@ -288,6 +251,9 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
         EXPECT_EQ(ctx.errors(), std::vector<std::string>{});
         for (int i = 0; i < 4; i++)
             EXPECT_EQ(definitions[static_cast<std::size_t>(i)].kuclakwd[0], "mlnf"[i]);
+        if (error == nullptr)
+            EXPECT_EQ(definitions.said(nullptr),
+                      "mode=fast level=2 names=a\nb,c file=" + path + " new=1");
         if (error == nullptr) return true;
         // No memory to open the file with is a file that cannot be opened.
         EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || error->kuclecod == KUCLE_CMDFILE);

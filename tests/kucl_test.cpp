@@ -251,10 +251,11 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
         EXPECT_EQ(ctx.errors(), std::vector<std::string>{});
         for (int i = 0; i < 4; i++)
             EXPECT_EQ(definitions[static_cast<std::size_t>(i)].kuclakwd[0], "mlnf"[i]);
-        if (error == nullptr)
+        if (error == nullptr) {
             EXPECT_EQ(definitions.said(nullptr),
                       "mode=fast level=2 names=a\nb,c file=" + path + " new=1");
-        if (error == nullptr) return true;
+            return true;
+        }
         // No memory to open the file with is a file that cannot be opened.
         EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || error->kuclecod == KUCLE_CMDFILE);
         kucledestroy(ctx, error);

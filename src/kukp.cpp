@@ -130,14 +130,15 @@ std::int32_t kukpqconvert(std::int32_t state)
 
 // ---- passing the characters that change nothing ----
 
-// Traits of a byte: the states inside which it is just one more character, and
-// the marks that words may hold. A NUL has none.
+// Traits of a byte: the states inside which it is just one more character, the
+// marks that words may hold, and the operators that it is alone. A NUL has none.
 constexpr std::uint8_t kukp_instring = 0x01;
 constexpr std::uint8_t kukp_inidentifier = 0x02;
 constexpr std::uint8_t kukp_inlabel = 0x04;
 constexpr std::uint8_t kukp_incomment = 0x08;
 constexpr std::uint8_t kukp_inline = 0x10;
 constexpr std::uint8_t kukp_wordmark = 0x20;
+constexpr std::uint8_t kukp_operator = 0x40;
 
 constexpr auto kukptraits = [] {
     std::array<std::uint8_t, 256> traits{};
@@ -149,6 +150,9 @@ constexpr auto kukptraits = [] {
         if (byte != '\n') traits[byte] |= kukp_inline;
         if (byte == '$' || byte == '_' || byte == '#') traits[byte] |= kukp_wordmark;
     }
+    for (const kukptb &entry : kukptbsp)
+        if (entry.leng_kukptb == 1)
+            traits[static_cast<std::size_t>(entry.keyp_kukptb[0])] |= kukp_operator;
     return traits;
 }();
 
@@ -181,12 +185,14 @@ const unsigned char *kukppass(const unsigned char *at, const std::uint16_t *clas
 {
     const kukpstay stay = kukpstays[static_cast<std::size_t>(state)];
     if (stay.classes == 0) {
-        if (stay.traits == 0) return at;
         while ((kukptraits[*at] & stay.traits) != 0) at++;
         return at;
     }
-    while (((classes[*at] & stay.classes) | (kukptraits[*at] & stay.traits)) != 0) at++;
-    return at;
+    for (;;) {
+        while ((classes[*at] & stay.classes) != 0) at++;
+        if ((kukptraits[*at] & stay.traits) == 0) return at;
+        at++;
+    }
 }
 
 // ---- readers: the current character, lower-cased, and its neighbours ----
@@ -358,17 +364,40 @@ struct kukpspecial {
     std::uint32_t type;
 };
 
-// Entries of kukptbsp that begin with each ASCII character, in table order.
+// What is behind the first character of an entry of kukptbsp, and its type.
+struct kukprest {
+    char second, third;  // NUL: none
+    std::uint8_t length; // of the entry; 0: no entry
+    std::uint16_t type;
+};
+
+// The entries that begin with each ASCII character, in table order.
 constexpr std::size_t kukp_sharers = 3; // most entries that begin alike
 constexpr auto kukpbyfirst = [] {
-    std::array<std::array<std::uint8_t, kukp_sharers>, 128> index{}; // entry number + 1; 0: none
-    for (std::uint8_t entry = 0; entry < KUKPTBSP_COUNT; entry++) {
-        auto &row = index[static_cast<std::size_t>(kukptbsp[entry].keyp_kukptb[0])];
+    std::array<std::array<kukprest, kukp_sharers + 1>, 128> index{};
+    for (const kukptb &entry : kukptbsp) {
+        const char *text = entry.keyp_kukptb;
+        const std::uint32_t length = entry.leng_kukptb;
+        auto &row = index[static_cast<std::size_t>(text[0])];
         std::size_t slot = 0;
-        while (row[slot] != 0) slot++; // past the row: not a constant, and so refused
-        row[slot] = static_cast<std::uint8_t>(entry + 1);
+        while (row[slot].length != 0) slot++; // past the row: not a constant, and so refused
+        row[slot] = {length > 1 ? text[1] : '\0', length > 2 ? text[2] : '\0',
+                     static_cast<std::uint8_t>(length),
+                     static_cast<std::uint16_t>(entry.type_kukptb)};
     }
     return index;
+}();
+
+// Type of the ASCII characters that are an operator alone and begin nothing
+// else, no number and no comment either; 0: of all others.
+constexpr auto kukpalone = [] {
+    std::array<std::uint16_t, 128> types{};
+    for (std::size_t i = 0; i < types.size(); i++) {
+        const auto &row = kukpbyfirst[i];
+        const bool more = row[1].length != 0 || i == '.' || i == '-' || i == '/';
+        if (row[0].length == 1 && !more) types[i] = row[0].type;
+    }
+    return types;
 }();
 
 // The lower-cased text here begins with the client token: how many characters that is; else 0.
@@ -408,13 +437,11 @@ template <class Reader> kukpspecial kukpisp(const kukprun &run, Reader &in)
     }
     const unsigned code = in.code();
     if (code >= kukpbyfirst.size()) return {};
-    for (const std::uint8_t number : kukpbyfirst[code]) {
-        if (number == 0) break;
-        const kukptb &entry = kukptbsp[number - 1];
-        std::uint32_t matched = 1;
-        while (matched < entry.leng_kukptb && in.ahead(matched, entry.keyp_kukptb[matched]))
-            matched++;
-        if (matched == entry.leng_kukptb) return {matched, matched, entry.type_kukptb};
+    for (const kukprest &rest : kukpbyfirst[code]) {
+        if (rest.length == 0) break;
+        if (rest.second != '\0' && !in.ahead(1, rest.second)) continue;
+        if (rest.third != '\0' && !in.ahead(2, rest.third)) continue;
+        return {rest.length, rest.length, rest.type};
     }
     return {};
 }
@@ -427,61 +454,98 @@ constexpr std::size_t kukp_longest = [] {
     return longest;
 }();
 
-// First bytes of a word as one number, so that numbers order as words do.
+// First bytes of a word as one number, with bit 5 of each byte set: that makes
+// lower-case letters of capitals, and no two of the bytes of words alike else.
 constexpr std::size_t kukp_headsize = 8;
+constexpr std::uint64_t kukp_bit5 = 0x2020202020202020u;
+constexpr std::uint64_t kukp_bit7 = 0x8080808080808080u; // set in a byte that is not ASCII
+constexpr std::uint64_t kukpmask(std::size_t length)     // of the bytes that a word has in a head
+{
+    return length >= kukp_headsize ? ~std::uint64_t{0} : (std::uint64_t{1} << 8 * length) - 1;
+}
 constexpr std::uint64_t kukphead(const char *word, std::size_t length)
 {
     std::uint64_t head = 0;
-    for (std::size_t i = 0; i < kukp_headsize; i++)
-        head = head << 8 | (i < length ? static_cast<unsigned char>(word[i]) : 0);
-    return head;
+    for (std::size_t i = 0; i < length && i < kukp_headsize; i++)
+        head |= std::uint64_t{static_cast<unsigned char>(word[i])} << (8 * i);
+    return head | (kukp_bit5 & kukpmask(length));
 }
-constexpr auto kukpheads = [] {
-    std::array<std::uint64_t, KUKPTBKW_COUNT> heads{};
-    for (std::size_t i = 0; i < heads.size(); i++)
-        heads[i] = kukphead(kukptbkw[i].keyp_kukptb, kukptbkw[i].leng_kukptb);
-    return heads;
-}();
 
-// Where the words of each first letter begin; one entry more ends the last.
-constexpr auto kukpletters = [] {
-    std::array<std::uint16_t, 27> starts{};
-    for (const kukptb &word : kukptbkw)
-        for (auto letter = static_cast<std::size_t>(word.keyp_kukptb[0] - 'a' + 1); letter < 27;
-             letter++)
-            starts[letter]++;
-    return starts;
-}();
-
-// Type of a lower-case word: a binary search among the words of its first letter.
-std::uint32_t kukpsearch(const char *word, std::size_t length)
+// The keywords hashed by head and length, open addressing, less than half full.
+constexpr std::size_t kukp_slotbits = 10;
+constexpr std::size_t kukpslot(std::uint64_t head, std::size_t length)
 {
-    if (word[0] < 'a' || word[0] > 'z') return KUKP_T_WORD;
-    const auto letter = static_cast<std::size_t>(word[0] - 'a');
-    const std::uint64_t head = kukphead(word, length);
-    const auto *last = kukpheads.data() + kukpletters[letter + 1];
-    const auto *found = std::lower_bound(kukpheads.data() + kukpletters[letter], last, head);
-    for (; found != last && *found == head; found++) {
-        const kukptb &entry = kukptbkw[found - kukpheads.data()];
-        if (entry.leng_kukptb == length && std::memcmp(entry.keyp_kukptb, word, length) == 0)
-            return entry.type_kukptb;
+    return static_cast<std::size_t>((head + length) * 0x9E3779B97F4A7C15u >> (64 - kukp_slotbits));
+}
+constexpr std::size_t kukpnextslot(std::size_t slot)
+{
+    return (slot + 1) % (std::size_t{1} << kukp_slotbits);
+}
+struct kukphashed {
+    std::uint64_t head; // 0: an empty slot
+    std::uint16_t length;
+    std::uint16_t number;
+};
+constexpr auto kukpslots = [] {
+    std::array<kukphashed, std::size_t{1} << kukp_slotbits> slots{};
+    for (std::uint16_t i = 0; i < KUKPTBKW_COUNT; i++) {
+        const auto length = static_cast<std::uint16_t>(kukptbkw[i].leng_kukptb);
+        const std::uint64_t head = kukphead(kukptbkw[i].keyp_kukptb, length);
+        std::size_t slot = kukpslot(head, length);
+        while (slots[slot].head != 0) slot = kukpnextslot(slot);
+        slots[slot] = {head, length, i};
     }
-    return KUKP_T_WORD;
+    return slots;
+}();
+
+// The keyword of this head and length; null: none. The bytes behind the head
+// are the caller's to compare.
+const kukptb *kukpsearch(std::uint64_t head, std::size_t length)
+{
+    std::size_t slot = kukpslot(head, length);
+    for (; kukpslots[slot].head != 0; slot = kukpnextslot(slot))
+        if (kukpslots[slot].head == head && kukpslots[slot].length == length)
+            return &kukptbkw[kukpslots[slot].number];
+    return nullptr;
 }
 
-// Type of the word at `start`, `length` bytes of the text as given.
+// Type of a word that is longer than a head or not all ASCII as given:
+// lower-cased character by character, it may be a keyword still.
 template <class Reader>
-std::uint32_t kukpikw(const kulang &lang, const kukpplace &start, std::size_t length)
+std::uint32_t kukpikwslow(const kulang &lang, const unsigned char *text, std::size_t length)
 {
-    if (start.shifted) return KUKP_T_WORD;
     char word[kukp_longest];
     std::size_t size = 0;
-    for (Reader in(lang, start.at, length); in.left() > 0; in.step()) {
+    for (Reader in(lang, text, length); in.left() > 0; in.step()) {
         const unsigned code = in.code();
         if (code >= 0x80 || size == kukp_longest) return KUKP_T_WORD;
         word[size++] = static_cast<char>(code);
     }
-    return size == 0 ? KUKP_T_WORD : kukpsearch(word, size);
+    const kukptb *found = kukpsearch(kukphead(word, size), size);
+    const bool same = found != nullptr && std::memcmp(found->keyp_kukptb, word, size) == 0;
+    return same ? found->type_kukptb : KUKP_T_WORD;
+}
+
+// Type of the word at `start`, `length` bytes of the text as given, of which
+// `left` remain from there.
+template <class Reader>
+std::uint32_t kukpikw(const kulang &lang, const kukpplace &start, std::size_t length,
+                      std::size_t left)
+{
+    if (start.shifted) return KUKP_T_WORD;
+    if (length <= kukp_headsize) {
+        std::uint64_t head = 0;
+        if (left >= kukp_headsize)
+            std::memcpy(&head, start.at, kukp_headsize);
+        else
+            std::memcpy(&head, start.at, left);
+        head &= kukpmask(length);
+        if ((head & kukp_bit7) == 0) {
+            const kukptb *found = kukpsearch(head | (kukp_bit5 & kukpmask(length)), length);
+            return found != nullptr ? found->type_kukptb : KUKP_T_WORD;
+        }
+    }
+    return kukpikwslow<Reader>(lang, start.at, length);
 }
 
 // ---- the machine ----
@@ -497,13 +561,17 @@ template <class Reader> Reader kukplookahead(Reader in)
 template <class Reader> bool kukpends(Reader &in)
 {
     const unsigned code = in.code();
-    return code == 0 || code == '\'' || code == '"' || in.is(KULANG_SPACE);
+    return in.is(KULANG_SPACE) || code == 0 || code == '\'' || code == '"';
 }
 
-// A word may end here.
+// A word may end here. An operator of one character ends it whatever client
+// token is found there instead, so it is known without the recogniser.
 template <class Reader> bool kukpmkywrhs(const kukprun &run, Reader &in)
 {
-    return kukpends(in) || kukpisp(run, in).bytes > 0;
+    if (kukpends(in)) return true;
+    const unsigned code = in.code();
+    if (code < 128 && (kukptraits[code] & kukp_operator) != 0) return true;
+    return kukpisp(run, in).bytes > 0;
 }
 
 // A number may end here: not before a lone period, which belongs to it.
@@ -527,6 +595,15 @@ std::int32_t kukpoperator(const kukprun &run, Reader &in, std::uint32_t *type)
         return kukp_fraction;
     *type = special.type;
     return kukp_complete - static_cast<std::int32_t>(special.characters);
+}
+
+// The state after a character inside a word.
+template <class Reader> std::int32_t kukpinword(const kukprun &run, Reader &in)
+{
+    if (in.is(KULANG_LETTER | KULANG_DIGIT)) return kukp_word;
+    const unsigned code = in.code();
+    if (code == '$' || code == '_' || code == '#') return kukp_word;
+    return kukpmkywrhs(run, in) ? kukp_complete : kukp_error;
 }
 
 // The state after the current character; the tests of a state are made in order.
@@ -567,10 +644,7 @@ std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, std::
     case kukp_line:
     case kukp_linehint: return code == '\n' || code == 0 ? kukp_complete : state;
 
-    case kukp_word:
-        if (in.is(KULANG_LETTER | KULANG_DIGIT)) return kukp_word;
-        if (code == '$' || code == '_' || code == '#') return kukp_word;
-        return kukpmkywrhs(run, in) ? kukp_complete : kukp_error;
+    case kukp_word: return kukpinword(run, in);
 
     case kukp_integer:
         if (in.is(KULANG_DIGIT)) return kukp_integer;
@@ -596,6 +670,23 @@ std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, std::
 
     default: return state;
     }
+}
+
+// kukpdelta from between tokens, with short cuts for most tokens: a word is passed
+// to its end, and an operator that begins nothing else takes no recogniser.
+template <class Reader> std::int32_t kukpbegin(const kukprun &run, Reader &in, std::uint32_t *type)
+{
+    if (in.is(KULANG_LETTER)) {
+        in.step();
+        in.pass(kukp_word);
+        return kukpinword(run, in);
+    }
+    const unsigned code = in.code();
+    if (run.clients == nullptr && code < kukpalone.size() && kukpalone[code] != 0) {
+        *type = kukpalone[code];
+        return kukp_last1;
+    }
+    return kukpdelta(run, in, kukp_between, type);
 }
 
 // ---- storing ----
@@ -655,15 +746,15 @@ constexpr std::int32_t kukp_failed = -1;
 template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, std::int32_t state)
 {
     const kulang &lang = *run.ctx->kuxlangidh;
-    bool open = state != kukp_between;
     kukpplace start = in.place();
     std::uint32_t type = kukpq2t(state);
     for (;;) {
         in.pass(state);
-        state = kukpdelta(run, in, state, &type);
-        if (!open && state != kukp_between) {
-            open = true;
-            start = in.place();
+        if (state == kukp_between) {
+            start = in.place(); // where the next token begins, if one does
+            state = kukpbegin(run, in, &type);
+        } else {
+            state = kukpdelta(run, in, state, &type);
         }
         std::uint32_t action = KUKP_A_KEEP;
         switch (state) {
@@ -697,9 +788,10 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         case kukp_last1: in.step(); [[fallthrough]];
         case kukp_complete:
             if (type == 0 && run.object->mode_kuk == KUKP_M_WORDS) type = KUKP_T_WORD;
-            if (type == 0 && run.object->mode_kuk == KUKP_M_KEYWORDS)
-                type = kukpikw<Reader>(lang, start,
-                                       static_cast<std::size_t>(in.behind().at - start.at));
+            if (type == 0 && run.object->mode_kuk == KUKP_M_KEYWORDS) {
+                const auto length = static_cast<std::size_t>(in.behind().at - start.at);
+                type = kukpikw<Reader>(lang, start, length, length + in.left());
+            }
             break;
 
         case kukp_error: // the character that is not understood belongs to the token
@@ -711,7 +803,6 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         if (!kukpaction(run, {start, in.behind()}, type, &action)) return kukp_failed;
         if ((action & kukp_goon) == 0) return state;
         state = kukp_between;
-        open = false;
         type = 0;
     }
 }

@@ -498,15 +498,18 @@ constexpr auto kukpslots = [] {
     return slots;
 }();
 
-// The keyword of this head and length; null: none. The bytes behind the head
-// are the caller's to compare.
-const kukptb *kukpsearch(std::uint64_t head, std::size_t length)
+// Type of the word of this head and length; `rest`: its bytes behind the head, lower-cased.
+std::uint32_t kukpsearch(std::uint64_t head, std::size_t length, const char *rest)
 {
-    std::size_t slot = kukpslot(head, length);
-    for (; kukpslots[slot].head != 0; slot = kukpnextslot(slot))
-        if (kukpslots[slot].head == head && kukpslots[slot].length == length)
-            return &kukptbkw[kukpslots[slot].number];
-    return nullptr;
+    for (std::size_t slot = kukpslot(head, length); kukpslots[slot].head != 0;
+         slot = kukpnextslot(slot)) {
+        if (kukpslots[slot].head != head || kukpslots[slot].length != length) continue;
+        const kukptb &entry = kukptbkw[kukpslots[slot].number];
+        if (length <= kukp_headsize) return entry.type_kukptb;
+        if (std::memcmp(entry.keyp_kukptb + kukp_headsize, rest, length - kukp_headsize) == 0)
+            return entry.type_kukptb;
+    }
+    return KUKP_T_WORD;
 }
 
 // Type of a word that is longer than a head or not all ASCII as given:
@@ -514,16 +517,14 @@ const kukptb *kukpsearch(std::uint64_t head, std::size_t length)
 template <class Reader>
 std::uint32_t kukpikwslow(const kulang &lang, const unsigned char *text, std::size_t length)
 {
-    char word[kukp_longest];
+    char word[std::max(kukp_longest, kukp_headsize)];
     std::size_t size = 0;
     for (Reader in(lang, text, length); in.left() > 0; in.step()) {
         const unsigned code = in.code();
         if (code >= 0x80 || size == kukp_longest) return KUKP_T_WORD;
         word[size++] = static_cast<char>(code);
     }
-    const kukptb *found = kukpsearch(kukphead(word, size), size);
-    const bool same = found != nullptr && std::memcmp(found->keyp_kukptb, word, size) == 0;
-    return same ? found->type_kukptb : KUKP_T_WORD;
+    return kukpsearch(kukphead(word, size), size, word + kukp_headsize);
 }
 
 // Type of the word at `start`, `length` bytes of the text as given, of which
@@ -540,10 +541,8 @@ std::uint32_t kukpikw(const kulang &lang, const kukpplace &start, std::size_t le
         else
             std::memcpy(&head, start.at, left);
         head &= kukpmask(length);
-        if ((head & kukp_bit7) == 0) {
-            const kukptb *found = kukpsearch(head | (kukp_bit5 & kukpmask(length)), length);
-            return found != nullptr ? found->type_kukptb : KUKP_T_WORD;
-        }
+        if ((head & kukp_bit7) == 0)
+            return kukpsearch(head | (kukp_bit5 & kukpmask(length)), length, nullptr);
     }
     return kukpikwslow<Reader>(lang, start.at, length);
 }

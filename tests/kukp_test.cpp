@@ -1,0 +1,808 @@
+// kukp_test.cpp - the lexer: rows of text in every language, a plain model of
+// the machine beside random text, callbacks, client tokens, hints, exhaustion
+
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kukp.h"
+#include "kul.h"
+#include "port/locale/locale.h"
+#include "support/context.h"
+#include "support/random.h"
+#include "support/sweep.h"
+
+using ku::test::context;
+
+namespace
+{
+
+constexpr const char *languages[] = {"ascii", "iso-8859-1", "utf8",
+                                     "sjis",  "euc-jp",     "iso-2022-kr"};
+
+struct token {
+    uint32_t type, offset, length;
+    bool operator==(const token &) const = default;
+};
+
+// What a callback answers to a token; it may change the type.
+using answer = std::function<uint8_t(const token &, uint32_t *)>;
+
+struct request {
+    int32_t mode = KUKP_M_WORDS;
+    int32_t state = KUKP_S_COMPLETE;
+    int32_t weight = 0;
+    answer callback;
+    std::vector<kukat> clients;
+    const char *text = nullptr; // where the callback's offsets count from
+};
+
+uint8_t call(void *cctxp, const unsigned char *at, uint32_t length, uint32_t type, uint32_t *typep)
+{
+    const auto &asked = *static_cast<const request *>(cctxp);
+    const auto *text = reinterpret_cast<const unsigned char *>(asked.text);
+    return asked.callback({type, static_cast<uint32_t>(at - text), length}, typep);
+}
+
+// A token object for the time of a test.
+class lexed
+{
+public:
+    lexed(const context &ctx, const std::string &text, request asked = {}) : ctx_(ctx), text_(text)
+    {
+        asked.text = text_.c_str();
+        std::vector<void *> items;
+        for (kukat &client : asked.clients) items.push_back(&client);
+        const auto count = static_cast<int32_t>(items.size());
+        void *clients = count > 0 ? kulpcreate(ctx, count, items.data()) : nullptr;
+        void *args[] = {clients};
+        object_ = static_cast<kuk *>(kukpxcreate(ctx, asked.text, asked.weight, asked.mode,
+                                                 asked.callback ? call : nullptr, &asked,
+                                                 asked.state, args, 1));
+        kulpdestroy(ctx, clients);
+    }
+    lexed(const lexed &) = delete;
+    lexed &operator=(const lexed &) = delete;
+    ~lexed() { EXPECT_EQ(kukpdestroy(ctx_, object_), nullptr); }
+
+    kuk *operator->() const { return object_; }
+    bool made() const { return object_ != nullptr; }
+    kukn *at(int32_t i) const
+    {
+        return static_cast<kukn *>(kulpitem(ctx_, object_->origtklh_kuk, i));
+    }
+    std::vector<token> tokens() const
+    {
+        std::vector<token> all;
+        if (object_ == nullptr || object_->origtklh_kuk == nullptr) return all;
+        for (int32_t i = 0; i < kulpnitems(ctx_, object_->origtklh_kuk); i++)
+            all.push_back({at(i)->type_kukn, at(i)->offset_kukn, at(i)->length_kukn});
+        return all;
+    }
+    // "403<a> 387<.> 0": type and text of each token, then the state.
+    std::string spelled() const
+    {
+        if (object_ == nullptr) return "none";
+        std::string all;
+        for (const token &t : tokens())
+            all += std::to_string(t.type) + "<" + text_.substr(t.offset, t.length) + "> ";
+        return all + std::to_string(object_->state_kuk);
+    }
+
+private:
+    const context &ctx_;
+    std::string text_;
+    kuk *object_;
+};
+
+kukat client(const char *text, uint32_t type)
+{
+    return {reinterpret_cast<const unsigned char *>(text), static_cast<uint32_t>(strlen(text)),
+            type};
+}
+
+} // namespace
+
+TEST(Kukp, AsciiTextGivesTheSameTokensInEveryLanguage)
+{
+    static const struct {
+        const char *text;
+        const char *expected;
+        int32_t state = 0;
+        int32_t mode = KUKP_M_WORDS;
+    } rows[] = {
+        {"", "0"},
+        {" \t\n\v\f\r", "0"},
+        {"'it''s'", "397<'it''s'> 0"},
+        {"\"a\"\"b\"", "401<\"a\"\"b\"> 0"},
+        {"'abc", "398<'abc> 3"},
+        {"def'x", "397<def'> 403<x> 0", 3},
+        {"''", "397<''> 0"},
+        {"'''", "398<'''> 3"},
+        {"a\" b", "401<a\"> 403<b> 0", 4},
+        {"a>b>>c", "399<a>b>>> 403<c> 0", 5},
+        {"a/*/b", "403<a> 393</*/> 403<b> 0"}, // the opener's star closes, too
+        {"/*+/b*/", "405</*+/b*/> 0"},
+        {"/*+ x", "394</*+ x> 1"},
+        {"x*/y", "393<x*/> 403<y> 0", 1},
+        {"<<l>>x<<m", "399<<<l>>> 403<x> 400<<<m> 5"},
+        {"\"q", "402<\"q> 4"},
+        {"x--y\nz", "403<x> 395<--y> 403<z> 0"},
+        {"x--+y", "403<x> 406<--+y> 0"},
+        {"x\ny", "395<x> 403<y> 0", 2},
+        {"", "395<> 0", 2}, // a continued construct has a token, even an empty one
+        {"", "398<> 3", 3},
+        {"", "394<> 1", 1},
+        {"a.b", "403<a> 387<.> 403<b> 0"},
+        {".5", "404<.5> 0"},
+        {"a.5", "403<a> 404<.5> 0"},
+        {"1..10", "404<1> 373<..> 404<10> 0"},
+        {"..5", "373<..> 404<5> 0"},
+        {"1.", "404<1.> 0"},
+        {"1.a", "0<1.a> 26"},
+        {"1.2.3", "0<1.2.> 26"},
+        {"12K 1E5 1e-5 2.5e+3 1e 3m", "404<12K> 404<1E5> 404<1e-5> 404<2.5e+3> 404<1e> 404<3m> 0"},
+        {"1e--x", "404<1e-> 378<-> 403<x> 0"}, // the sign comes before the delimiter
+        {"1.5k", "0<1.5k> 26"},
+        {"1e5k", "0<1e5k> 26"},
+        {"12kb", "0<12kb> 26"},
+        {"1/*c*/+1--", "404<1> 393</*c*/> 379<+> 404<1> 395<--> 0"},
+        {"12abc", "0<12a> 26"},
+        {"a ! b", "403<a> 0<!> 26"},
+        {"a!", "0<a!> 26"},
+        {"a!=b", "403<a> 370<!=> 403<b> 0"},
+        {"_abc", "0<_> 26"},
+        {"a$_#1", "403<a$_#1> 0"},
+        {"(+)", "367<(+)> 0"},
+        {"(+", "376<(> 379<+> 0"},
+        {"<=>=<>^=~=||:=**", "368<<=> 369<>=> 370<<>> 370<^=> 370<~=> 371<||> 372<:=> 374<**> 0"},
+        {"<>=,()-+*/:&@;.%[]",
+         "370<<>> 384<=> 375<,> 376<(> 377<)> 378<-> 379<+> 380<*> 381</> 391<:> 392<&> 385<@> "
+         "386<;> 387<.> 388<%> 389<[> 390<]> 0"},
+        {"|", "0<|> 26"},
+        {"SELECT sel select1 Width_Bucket", "86<SELECT> 403<sel> 403<select1> 359<Width_Bucket> 0",
+         0, KUKP_M_KEYWORDS},
+        {"select", "403<select> 0"},
+        {"select 1", "0<select> 404<1> 0", 0, 2}, // in other modes words keep type 0
+        {"x", "none", 6},
+        {"x", "none", 17},
+        {"x", "none", -1},
+    };
+    for (const char *language : languages) {
+        context ctx(language);
+        for (const auto &row : rows) {
+            request asked;
+            asked.state = row.state;
+            asked.mode = row.mode;
+            const lexed got(ctx, row.text, asked);
+            EXPECT_EQ(got.spelled(), row.expected) << language << ": " << row.text;
+            if (!got.made()) EXPECT_ERRORS(ctx, {"kukaa 2"});
+        }
+    }
+}
+
+TEST(Kukp, OtherCharactersAreReadAsTheirLanguageHasThem)
+{
+    static const struct {
+        const char *language, *text, *expected;
+    } rows[] = {
+        {"iso-8859-1", "\xE9t\xE9 \xC9T\xC9", "403<\xE9t\xE9> 403<\xC9T\xC9> 0"},
+        {"ascii", "\xE9", "0<\xE9> 26"},
+        {"utf8", "\xC3\xA9t\xC3\xA9=\xC3\x89", "403<\xC3\xA9t\xC3\xA9> 384<=> 403<\xC3\x89> 0"},
+        {"utf8",
+         "a\xE3\x80\x80"
+         "b",
+         "403<a> 403<b> 0"},                            // a wide space
+        {"utf8", "\xE2\x82\xAC", "0<\xE2\x82\xAC> 26"}, // all of the character
+        {"utf8",
+         "li\xE2\x84\xAA"
+         "e,x",
+         "58<li\xE2\x84\xAA"
+         "e> 375<,> 403<x> 0"},                                       // a Kelvin sign
+        {"utf8", "12\xE2\x84\xAA x", "404<12\xE2\x84\xAA> 403<x> 0"}, // ... is k in lower case
+        {"utf8",
+         "width_buc\xE2\x84\xAA"
+         "et",
+         "359<width_buc\xE2\x84\xAA"
+         "et> 0"},
+        {"utf8", "\xC4\xB0n '\xC4\xB0'",
+         "45<\xC4\xB0n> 397<'\xC4\xB0'> 0"}, // shrinks in lower case
+        {"utf8", "\xC3", "0<\xC3> 26"},
+        {"utf8", "'\xC3'x", "397<'\xC3'> 403<x> 0"},
+        {"sjis", "\x83\\x '\x83\\' \x83\\", "403<\x83\\x> 397<'\x83\\'> 403<\x83\\> 0"},
+        {"sjis", "'\x83'x", "397<'\x83'> 403<x> 0"}, // a quote is no trail byte
+        {"sjis", "\"\x83|\x83>\" /*\x83*\x83*/", "401<\"\x83|\x83>\"> 393</*\x83*\x83*/> 0"},
+        {"euc-jp", "\xB4\xC1=1", "403<\xB4\xC1> 384<=> 404<1> 0"},
+        {"euc-jp", "a\xB4\xC1'\xB4\xC1'", "403<a\xB4\xC1> 397<'\xB4\xC1'> 0"},
+    };
+    for (const auto &row : rows) {
+        context ctx(row.language);
+        request asked;
+        asked.mode = KUKP_M_KEYWORDS;
+        EXPECT_EQ(lexed(ctx, row.text, asked).spelled(), row.expected) << row.language;
+    }
+}
+
+TEST(Kukp, ShiftedTokensAreCountedAndShownAsTheyWouldStandAlone)
+{
+    // Shifted pairs: 30 21 and 31 21 are letters, 21 21 is a space, 27 27 looks like quotes.
+    static const struct {
+        const char *text;
+        std::vector<token> stored;
+        std::vector<std::string> shown;
+    } rows[] = {
+        {"\x0E"
+         "0!\x0F",
+         {{403, 1, 4}},
+         {"\x0E"
+          "0!\x0F"}},
+        {"a\x0E"
+         "0!\x0F=b",
+         {{403, 0, 5}, {384, 5, 1}, {403, 6, 1}},
+         {"a\x0E"
+          "0!\x0F",
+          "=", "b"}},
+        {"a\x0E"
+         "0!\x0F"
+         "b",
+         {{403, 0, 6}},
+         {"a\x0E"
+          "0!\x0F"
+          "b"}},
+        {"\x0E"
+         "0!!!1!\x0F",
+         {{403, 1, 4}, {403, 5, 4}},
+         {"\x0E"
+          "0!\x0F",
+          "\x0E"
+          "1!\x0F"}},
+        {"'\x0E''\x0F' x", {{397, 0, 6}, {403, 7, 1}}, {"'\x0E''\x0F'", "x"}},
+        {"'\x0E"
+         "0!",
+         {{398, 0, 5}},
+         {"'\x0E"
+          "0!\x0F"}},
+    };
+    context ctx("iso-2022-kr");
+    for (const auto &row : rows) {
+        EXPECT_EQ(lexed(ctx, row.text).tokens(), row.stored);
+        std::vector<std::string> shown;
+        const auto note = [](void *all, const unsigned char *at, uint32_t length, uint32_t,
+                             uint32_t *) -> uint8_t {
+            static_cast<std::vector<std::string> *>(all)->emplace_back(
+                reinterpret_cast<const char *>(at), length);
+            return KUKP_A_KEEP;
+        };
+        auto *object = static_cast<kuk *>(kukpcreate(ctx, row.text, 1, 1, note, &shown, 0));
+        EXPECT_EQ(shown, row.shown);
+        for (size_t i = 0; i < row.stored.size(); i++) {
+            const auto *made = static_cast<const kukn *>(
+                kulpitem(ctx, object->origtklh_kuk, static_cast<int32_t>(i)));
+            EXPECT_EQ(made->length_kukn, row.stored[i].length); // with a callback or without
+        }
+        kukpdestroy(ctx, object);
+    }
+}
+
+TEST(Kukp, TheObjectOwnsOrBorrowsItsText)
+{
+    context ctx;
+    const char *text = "a";
+    for (const int32_t weight : {0, 1, -3}) {
+        auto *object = static_cast<kuk *>(kukpcreate(ctx, text, weight, 5, nullptr, nullptr, 0));
+        EXPECT_EQ(object->origtxp_kuk == reinterpret_cast<const unsigned char *>(text),
+                  weight != 0);
+        EXPECT_STREQ(reinterpret_cast<const char *>(object->origtxp_kuk), "a");
+        EXPECT_EQ(object->origtxl_kuk, 1u);
+        EXPECT_EQ(object->weight_kuk, weight);
+        EXPECT_EQ(object->mode_kuk, 5);
+        kukpdestroy(ctx, object);
+    }
+    EXPECT_EQ(kukpcreate(ctx, nullptr, 0, 0, nullptr, nullptr, 0), nullptr);
+    EXPECT_EQ(kukpdestroy(ctx, nullptr), nullptr);
+}
+
+TEST(Kukp, CallbacksDecideOnStoringOnTypesAndOnTheEnd)
+{
+    static const struct {
+        const char *text;
+        unsigned answer;
+        const char *expected;
+    } rows[] = {
+        {"a , b", KUKP_A_LAST, "9<a> 17"},
+        {"a , b", KUKP_A_STOP, "17"},
+        {"(+) x", KUKP_A_STOP, "14"},
+        {"|| x", KUKP_A_STOP, "15"},
+        {"/* */x", KUKP_A_LAST, "9</* */> 15"},
+        {"'q' x", KUKP_A_STOP, "16"},
+        {"--x", KUKP_A_STOP, "17"},
+        {"1", KUKP_A_STOP, "17"},
+        {"a,", KUKP_A_KEEP, "9<a> 9<,> 0"},
+        {"a,", KUKP_A_SKIP, "0"},
+        {"a,", 0xFDu, "9<a> 9<,> 0"}, // only the two lowest bits count
+        {"a ! b", KUKP_A_KEEP, "9<a> 9<!> 9<b> 0"},
+        {"1.2.3", KUKP_A_KEEP, "9<1.2.> 9<3> 0"},
+        {"_abc", KUKP_A_KEEP, "9<_> 9<abc> 0"},
+        {"!", KUKP_A_LAST, "9<!> 26"},
+        {"!", KUKP_A_STOP, "26"},
+        {"'open", KUKP_A_KEEP, "9<'open> 3"}, // the end of the text cannot be gone past
+        {"'open", KUKP_A_SKIP, "3"},
+    };
+    for (const char *language : languages) {
+        context ctx(language);
+        for (const auto &row : rows) {
+            request asked;
+            asked.callback = [&](const token &seen, uint32_t *type) {
+                EXPECT_LT(seen.offset,
+                          strlen(row.text)); // in the text as given, though it is copied
+                EXPECT_EQ(*type, seen.type);
+                *type = 9;
+                return static_cast<uint8_t>(row.answer);
+            };
+            EXPECT_EQ(lexed(ctx, row.text, asked).spelled(), row.expected) << row.text;
+        }
+    }
+}
+
+TEST(Kukp, ClientTokensGoBeforeTheOperators)
+{
+    static const struct {
+        const char *language, *text;
+        std::vector<kukat> clients;
+        const char *expected;
+        int32_t mode = KUKP_M_WORDS;
+    } rows[] = {
+        {"ascii", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"},
+        {"utf8", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"},
+        {"ascii", "<=>", {client("<", 901), client("<=>", 902)}, "901<<> 384<=> 383<>> 0"},
+        {"ascii", "!a", {client("!a", 900)}, "900<!a> 0"},
+        {"ascii", "!A", {client("!a", 900)}, "900<!A> 0"}, // the text is lower-cased
+        {"ascii", "!A", {client("!A", 900)}, "0<!> 26"},   // the token is not
+        {"ascii", "a'b", {client("'", 900)}, "403<a> 398<'b> 3"},
+        {"ascii", "a1", {client("1", 900)}, "403<a1> 0"},
+        {"ascii", "a!!!!b", {client("!!!!", 900)}, "403<a> 0<!> 26"}, // ends words, starts nothing
+        {"ascii", "a,b", {client("", 900)}, "403<a> 375<,> 403<b> 0"},
+        {"ascii", "1!2", {client("!", 387)}, "0<1!> 26"}, // goes by the type of the period
+        {"ascii", "!", {client("!", 0)}, "403<!> 0"},
+        {"ascii", "!", {client("!", 0)}, "403<!> 0", KUKP_M_KEYWORDS},
+        {"ascii", "!", {client("!", 0)}, "0<!> 0", 7},
+        {"utf8",
+         "a\xE2\x86\x92"
+         "b",
+         {client("\xE2\x86\x92", 900)},
+         "403<a> 900<\xE2\x86\x92> 403<b> 0"},
+        {"utf8",
+         "a\xE2\x86\x90"
+         "b",
+         {client("\xE2\x86\x92", 900)},
+         "0<a\xE2\x86\x90> 26"},
+        {"utf8", "\xE2\x86\x92", {client("\xE2\x86", 900)}, "0<\xE2\x86\x92> 26"},
+    };
+    for (const auto &row : rows) {
+        context ctx(row.language);
+        request asked;
+        asked.clients = row.clients;
+        asked.mode = row.mode;
+        EXPECT_EQ(lexed(ctx, row.text, asked).spelled(), row.expected) << row.text;
+    }
+}
+
+TEST(Kukp, HintsHangOnTheirKeywords)
+{
+    static const struct {
+        const char *text, *expected, *hints;
+    } rows[] = {
+        {"select /*+ rule */ a", "86<select /*+ rule */> 403<a> 0", "/*+ rule */"},
+        {"delete --+ x", "28<delete --+ x> 0", "--+ x"},
+        {"update /*+ x */ /*+ y */", "103<update /*+ x */> 393</*+ y */> 0", "/*+ x */"},
+        {"select select /*+ x */", "86<select> 86<select> 393</*+ x */> 0", ""},
+        {"/*+ x */ select a /*+ y */--+z",
+         "393</*+ x */> 86<select> 403<a> 393</*+ y */> 395<--+z> 0", ""},
+        {"select /* x */", "86<select> 393</* x */> 0", ""},
+        {"select", "86<select> 0", ""},
+    };
+    context ctx;
+    for (const auto &row : rows) {
+        request asked;
+        asked.mode = KUKP_M_KEYWORDS;
+        const lexed got(ctx, row.text, asked);
+        void *list = got->origtklh_kuk;
+        const std::string before = got.spelled();
+        kulplock(ctx, list);
+        const bool removes = *row.hints != 0;
+        EXPECT_EQ(kukphint(ctx, &*got.operator->()), removes ? KULAA_LOCKED : 0u);
+        if (removes) {
+            EXPECT_EQ(got.spelled().substr(0, 8), before.substr(0, 8)); // no keyword was extended
+            EXPECT_EQ(got.at(0)->hint_kukn, nullptr);
+            EXPECT_ERRORS(ctx, {"kulaa 2"});
+        }
+        kulpunlock(ctx, list);
+        for (int round = 0; round < 2; round++) { // the second changes nothing
+            EXPECT_EQ(kukphint(ctx, got.operator->()), 0u);
+            EXPECT_EQ(got.spelled(), row.expected);
+        }
+        const kukn *hint = got.at(0)->hint_kukn;
+        EXPECT_EQ(hint == nullptr ? ""
+                                  : std::string(row.text + hint->offset_kukn, hint->length_kukn),
+                  row.hints);
+    }
+}
+
+TEST(Kukp, TheKeywordTableIsSortedCompleteAndWhatTheLexerKnows)
+{
+    std::set<uint32_t> types;
+    for (uint32_t i = 0; i < KUKPTBKW_COUNT; i++) {
+        const kukptb &row = kukptbkw[i];
+        const std::string word = row.keyp_kukptb;
+        EXPECT_TRUE(i == 0 || word > kukptbkw[i - 1].keyp_kukptb) << word;
+        EXPECT_EQ(word.size(), row.leng_kukptb);
+        EXPECT_GT(word.size(), 1u) << "single letters are names";
+        EXPECT_EQ(word.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789_$#"), word.npos);
+        EXPECT_TRUE(isalpha(word[0]) && word != "browse" && word != "holdlock"
+                    && word != "optimize");
+        const uint32_t type = row.type_kukptb;
+        EXPECT_TRUE((type >= 2 && type <= 111) || (type >= 114 && type <= 365)
+                    || (type >= 413 && type <= 416))
+            << word;
+        EXPECT_TRUE(types.insert(type).second) << word;
+    }
+    static const std::map<std::string, uint32_t> known = {
+        {"and", 8},    {"by", 14},      {"create", 22}, {"delete", 28},
+        {"from", 38},  {"group", 40},   {"insert", 48}, {"not", 63},
+        {"null", 65},  {"or", 72},      {"order", 73},  {"select", 86},
+        {"table", 96}, {"update", 103}, {"where", 110}, {"concat", 131}};
+    size_t found = 0;
+    for (const char *language : languages) {
+        context ctx(language);
+        request asked;
+        asked.mode = KUKP_M_KEYWORDS;
+        for (const kukptb &row : kukptbkw) {
+            std::string word = row.keyp_kukptb;
+            const auto type = known.find(word);
+            if (type != known.end()) {
+                EXPECT_EQ(row.type_kukptb, type->second) << word;
+                found++;
+            }
+            word[0] = static_cast<char>(toupper(word[0]));
+            word.back() = static_cast<char>(toupper(word.back()));
+            const std::vector<token> tokens = lexed(ctx, word + " zq" + word, asked).tokens();
+            EXPECT_EQ(tokens[0].type, row.type_kukptb) << word;
+            EXPECT_EQ(tokens[1].type, KUKP_T_WORD) << word;
+        }
+    }
+    EXPECT_EQ(found, known.size() * std::size(languages));
+}
+
+// ---- the machine again, slowly: one character a step, nothing passed over ----
+
+namespace
+{
+
+class model
+{
+public:
+    // One byte for each character; `widths` says how many bytes it has in the text.
+    model(std::string text, std::vector<uint32_t> widths, request asked)
+        : text_(std::move(text)), asked_(std::move(asked))
+    {
+        for (char &c : text_) c = static_cast<char>(tolower(c));
+        offsets_.push_back(0);
+        for (const uint32_t width : widths) offsets_.push_back(offsets_.back() + width);
+    }
+
+    std::vector<token> tokens;
+    int32_t state = 0;
+
+    void run()
+    {
+        static const int32_t inside[] = {0, 9, 11, 6, 7, 8};
+        state = inside[asked_.state];
+        if (state != 0) open(0, type_of(state));
+        for (int at = 0; at <= size(); at++) {
+            uint32_t reported = 0;
+            state = delta(at, &reported);
+            if (reported != 0) type_ = reported;
+            if (state == 0 || state == 20 || state == 21 || state == 22) continue;
+            if (state >= 1 && state <= 5) {
+                const int32_t end = state;
+                type_ = type_of(state);
+                finish(at, 0);
+                state = end;
+                return;
+            }
+            if (state == 24 || state == 25) {
+                at++;
+                state = state == 24 ? 7 : 6;
+                continue;
+            }
+            if (start_ < 0) open(at, type_);
+            if (state < 14 || state == 18 || state == 19) {
+                if (type_ == 0) type_ = type_of(state);
+                continue;
+            }
+            if (state == 26) {
+                type_ = 0;
+                if (!finish(at + 1, 0)) return;
+                continue;
+            }
+            at += 17 - state;
+            if (type_ == 0) type_ = word(at);
+            if (!finish(at, 1)) return;
+            at--;
+        }
+    }
+
+private:
+    int size() const { return static_cast<int>(text_.size()); }
+    char at(int i) const { return i < size() ? text_[static_cast<size_t>(i)] : '\0'; }
+    bool is(int i, const char *wanted) const
+    {
+        return text_.compare(static_cast<size_t>(i), strlen(wanted), wanted) == 0;
+    }
+    bool digit(int i) const { return isdigit(static_cast<unsigned char>(at(i))) != 0; }
+    // A letter from beyond ASCII is '\x80' here.
+    bool letter(int i) const
+    {
+        return isalpha(static_cast<unsigned char>(at(i))) || at(i) == '\x80';
+    }
+
+    void open(int at, uint32_t type)
+    {
+        start_ = at;
+        type_ = type;
+    }
+    static uint32_t type_of(int32_t state)
+    {
+        static const std::map<int32_t, uint32_t> types = {
+            {1, 394}, {3, 398},  {4, 402},  {5, 400},  {6, 397},  {7, 401}, {8, 399},
+            {9, 393}, {10, 405}, {11, 395}, {12, 406}, {18, 404}, {19, 404}};
+        const auto found = types.find(state);
+        return found == types.end() ? 0 : found->second;
+    }
+    uint32_t word(int end) const
+    {
+        if (asked_.mode == 1) return 403;
+        if (asked_.mode != 0) return 0;
+        const std::string wanted =
+            text_.substr(static_cast<size_t>(start_), static_cast<size_t>(end - start_));
+        for (const kukptb &row : kukptbkw)
+            if (wanted == row.keyp_kukptb) return row.type_kukptb;
+        return 403;
+    }
+    bool finish(int end, uint32_t action)
+    {
+        const token made = {type_, offsets_[static_cast<size_t>(start_)],
+                            offsets_[static_cast<size_t>(end)]
+                                - offsets_[static_cast<size_t>(start_)]};
+        uint32_t type = type_;
+        if (asked_.callback) action = asked_.callback(made, &type);
+        if ((action & 2) == 0) tokens.push_back({type, made.offset, made.length});
+        if ((action & 1) == 0) return false;
+        state = 0;
+        start_ = -1;
+        type_ = 0;
+        return true;
+    }
+    int special(int i, uint32_t *type) const
+    {
+        for (const kukat &entry : asked_.clients) {
+            const std::string wanted(reinterpret_cast<const char *>(entry.token_kukat),
+                                     entry.tokenl_kukat);
+            if (!wanted.empty() && is(i, wanted.c_str())) {
+                *type = entry.ttype_kukat;
+                return static_cast<int>(wanted.size());
+            }
+        }
+        for (const kukptb &entry : kukptbsp)
+            if (is(i, entry.keyp_kukptb)) {
+                *type = entry.type_kukptb;
+                return static_cast<int>(entry.leng_kukptb);
+            }
+        return 0;
+    }
+    bool delimiter(int i, bool number) const
+    {
+        uint32_t type = 0;
+        if (at(i) == 0 || isspace(at(i)) || at(i) == '\'' || at(i) == '"') return true;
+        return special(i, &type) > 0 && !(number && type == 387);
+    }
+    int32_t after(int i, bool number) const { return delimiter(i, number) ? 17 : 26; }
+
+    int32_t delta(int i, uint32_t *type) const
+    {
+        const char c = at(i);
+        switch (state) {
+        case 0: {
+            if (c == '\'') return 6;
+            if (c == '"') return 7;
+            if (is(i, "/*")) return at(i + 2) == '+' ? 10 : 9;
+            if (is(i, "--")) return at(i + 2) == '+' ? 12 : 11;
+            if (is(i, "<<")) return 8;
+            if (c == 0 || isspace(c)) return 0;
+            if (letter(i)) return 13;
+            if (digit(i)) return 18;
+            const int length = special(i, type);
+            if (length == 1 && *type == 387 && digit(i + 1)) return *type = 0, 19;
+            if (length > 3) return *type = 0, 0;
+            return length > 0 ? 17 - length : 26;
+        }
+        case 6: return is(i, "''") ? 25 : c == '\'' ? 16 : c == 0 ? 3 : 6;
+        case 7: return is(i, "\"\"") ? 24 : c == '"' ? 16 : c == 0 ? 4 : 7;
+        case 8: return is(i, ">>") ? 15 : c == 0 ? 5 : 8;
+        case 9:
+        case 10: return is(i, "*/") ? 15 : c == 0 ? 1 : state;
+        case 11:
+        case 12: return c == '\n' || c == 0 ? 17 : state;
+        case 13:
+            if (letter(i) || digit(i) || c == '$' || c == '_' || c == '#') return 13;
+            return after(i, false);
+        case 18:
+            if (digit(i)) return 18;
+            if (delimiter(i, true)) return 17;
+            return c == '.' ? 19 : c == 'e' ? 21 : c == 'k' || c == 'm' ? 22 : 26;
+        case 19: return digit(i) ? 19 : c == 'e' ? 21 : after(i, true);
+        case 21: return digit(i) || c == '+' || c == '-' ? 20 : after(i, true);
+        case 20: return digit(i) ? 20 : after(i, true);
+        default: return after(i, true);
+        }
+    }
+
+    std::string text_;
+    request asked_;
+    std::vector<uint32_t> offsets_;
+    int start_ = -1;
+    uint32_t type_ = 0;
+};
+
+} // namespace
+
+TEST(Kukp, RandomTextIsCutAsBySlowModel)
+{
+    static const struct {
+        const char *language, *letter; // a letter beyond ASCII
+    } sets[] = {{"ascii", "Q"},    {"iso-8859-1", "\xE9"}, {"utf8", "\xC3\xA9"},
+                {"sjis", "\x83|"}, {"euc-jp", "\xB4\xC1"}, {"iso-2022-kr", "Q"}};
+    static constexpr const char *pieces[] = {
+        "'", "'", "\"", "/", "*", "+",  "-",  "<",  ">",  "=",  "!",   "|",  ".",      ".",
+        ":", "^", "~",  "%", "(", ")",  ",",  " ",  " ",  "\n", "1",   "2",  "e",      "E",
+        "k", "a", "_",  "$", "?", "~~", "/*", "*/", "--", "''", "and", "OR", "select", "\x80"};
+    ku::test::dice dice;
+    for (const auto &set : sets) {
+        context ctx(set.language);
+        for (int round = 0; round < 4000; round++) {
+            std::string text, symbols;
+            std::vector<uint32_t> widths;
+            for (uint32_t count = dice.below(14); count > 0; count--) {
+                const std::string piece = pieces[dice.below(std::size(pieces))];
+                const bool foreign = piece == "\x80";
+                text += foreign ? set.letter : piece;
+                symbols += foreign && strlen(set.letter) == 1 && *set.letter == 'Q' ? "q" : piece;
+                if (foreign)
+                    widths.push_back(static_cast<uint32_t>(strlen(set.letter)));
+                else
+                    widths.insert(widths.end(), piece.size(), 1);
+            }
+            request asked;
+            asked.mode = static_cast<int32_t>(dice.below(3));
+            asked.state = static_cast<int32_t>(dice.one_in(3) ? dice.below(6) : 0);
+            asked.weight = static_cast<int32_t>(dice.below(2));
+            if (dice.one_in(3))
+                asked.clients = {client("?", 900), client("~~", 0), client("=*?<", 901)};
+            const uint32_t salt = dice.bits();
+            if (dice.one_in(2))
+                asked.callback = [salt](const token &seen, uint32_t *type) {
+                    const uint32_t mix = (salt ^ seen.offset * 77u ^ seen.length) * 2654435761u;
+                    if ((mix >> 9) % 4 == 0) *type = seen.type + 1000;
+                    return static_cast<uint8_t>((mix >> 13) % 16 == 0 ? mix >> 24 : mix >> 24 | 1);
+                };
+            model expected(symbols, widths, asked);
+            expected.run();
+            const lexed got(ctx, text, asked);
+            ASSERT_EQ(got.tokens(), expected.tokens)
+                << set.language << " <" << text << "> seed " << ku::test::seed();
+            ASSERT_EQ(got->state_kuk, expected.state) << text;
+        }
+    }
+}
+
+TEST(Kukp, WithoutMemoryNothingIsMadeAndNothingLeaks)
+{
+    static const std::string text = "select 'it', \x0E"
+                                    "0!\x0F=1 "
+                                    + std::string(400, ',');
+    for (const char *language : {"ascii", "iso-2022-kr"})
+        ku::test::sweep_allocations(
+            [](context &ctx) {
+                request asked;
+                asked.callback = [](const token &, uint32_t *) { return KUKP_A_KEEP; };
+                const lexed got(ctx, text, asked);
+                EXPECT_EQ(got.made(), !ctx.failed());
+                EXPECT_TRUE(got.made() || ctx->kuxtokbuf != nullptr || ctx->kuxtoklen == 0);
+                return got.made();
+            },
+            language);
+    context ctx;
+    const auto failing = [&](int nth) {
+        ctx.fail_from_now(nth);
+        void *object = kukpcreate(ctx, "a", 0, 1, nullptr, nullptr, 0);
+        ctx.fail_from_now(0);
+        return static_cast<kuk *>(object);
+    };
+    EXPECT_EQ(failing(2), nullptr);
+    EXPECT_ERRORS(ctx, {"kulaa 1", "kukaa 3"});
+    EXPECT_EQ(failing(5), nullptr);
+    EXPECT_ERRORS(ctx, {"kukaa 4"});
+    kuxer0push(ctx, KUKAA_KEEP2); // on top when the copy of the text fails silently
+    kuk *kept = failing(4);
+    ASSERT_NE(kept, nullptr);
+    EXPECT_EQ(kept->state_kuk, KUKP_S_ERROR);
+    EXPECT_EQ(kept->origtxp_kuk, nullptr);
+    EXPECT_EQ(kukphint(ctx, kept), 0u);
+    kukpdestroy(ctx, kept);
+    EXPECT_ERRORS(ctx, {"kukaa 6"});
+}
+
+// Bytes that resizes were asked for, in a context of the C library's memory.
+static uint64_t resized;
+
+TEST(Kukp, LongTextsTakeLinearTime)
+{
+    kuxa attributes = {};
+    attributes.kuxamask = KUXA_NMREALLOC;
+    attributes.kuxanmrealloc = [](kux *, void *block, uint32_t size) {
+        resized += size;
+        return realloc(block, size);
+    };
+    kux *ctx = kuxcreate(&attributes);
+    constexpr int many = 1000000;
+    std::string text;
+    for (int i = 0; i < many; i++) text += i % 2 == 0 ? "a" : ",";
+    for (const char *language : {"ascii", "utf8", "iso-2022-kr"}) {
+        ku::locale::fill_named(ctx->kuxlangidh, &ctx->kuxlocglo, language);
+        resized = 0;
+        void *object = kukpcreate(ctx, text.c_str(), 1, 0, nullptr, nullptr, 0);
+        EXPECT_EQ(kulpnitems(ctx, static_cast<kuk *>(object)->origtklh_kuk), many);
+        EXPECT_LT(resized, many * sizeof(void *) * 10);
+        kukpdestroy(ctx, object);
+        const std::string line =
+            "'" + std::string(10u << 20, 'x') + "' --" + std::string(65533, 'y');
+        object = kukpcreate(ctx, line.c_str(), 0, 0, nullptr, nullptr, 0);
+        const auto *comment =
+            static_cast<const kukn *>(kulpitem(ctx, static_cast<kuk *>(object)->origtklh_kuk, 1));
+        EXPECT_EQ(comment->offset_kukn, (10u << 20) + 3);
+        EXPECT_EQ(comment->length_kukn, 65535u); // a length like any other
+        kukpdestroy(ctx, object);
+    }
+    kuxdestroy(ctx);
+}
+
+TEST(Kukp, TextsBeyond32BitsAreRefused)
+{
+    if (sizeof(size_t) < 8) GTEST_SKIP() << "no such texts in this address space";
+    constexpr size_t window = 64u << 20, windows = 64; // 4 GB of blanks out of one block
+    const int file = memfd_create("blanks", 0);
+    ASSERT_EQ(ftruncate(file, window), 0);
+    auto *text = static_cast<char *>(mmap(nullptr, window * windows + 4096, PROT_READ | PROT_WRITE,
+                                          MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0));
+    ASSERT_NE(text, MAP_FAILED);
+    for (size_t i = 0; i < windows; i++)
+        ASSERT_NE(mmap(text + i * window, window, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED,
+                       file, 0),
+                  MAP_FAILED);
+    memset(text, ' ', window);
+    context ctx;
+    for (const int32_t weight : {0, 1}) // behind the windows lies a NUL
+        EXPECT_EQ(kukpcreate(ctx, text, weight, 0, nullptr, nullptr, 0), nullptr);
+    EXPECT_ERRORS(ctx, {});
+    munmap(text, window * windows + 4096);
+    close(file);
+}

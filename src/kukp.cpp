@@ -294,7 +294,10 @@ public:
 private:
     const kukpglyph &glyph()
     {
-        if (glyph_.at != at_) kukplookup(glyph_, kukpcursor(*lang_, at_, left()));
+        if (glyph_.at == at_) return glyph_;
+        kukplookup(glyph_, kukpcursor(*lang_, at_, left()));
+        if (glyph_.width == 0) // the text ends inside it, which a cursor takes for the end
+            glyph_ = {at_, KULANG_RAWBYTE + *at_, kukp_wide, 0, 1};
         return glyph_;
     }
 

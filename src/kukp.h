@@ -125,7 +125,9 @@ typedef struct kuk {
 typedef struct kukn {
     uint32_t type_kukn;     /* token type, KUKP_T_... or a type of kukptbkw or the caller's */
     uint32_t offset_kukn;   /* first byte in the text, from 0 */
-    uint32_t length_kukn;   /* bytes; 0 for a continued construct in an empty text */
+    uint32_t length_kukn;   /* bytes; 0 for a continued construct in an empty text. In a
+                               shift-sensitive character set one more for each end that lies
+                               inside a shifted run: the length of the token standing alone */
     struct kukn *hint_kukn; /* hint comment attached by kukphint, owned; or null */
 } kukn;
 

@@ -217,6 +217,13 @@ TEST(Kukp, OtherCharactersAreReadAsTheirLanguageHasThem)
         {"utf8", "\xC4\xB0n '\xC4\xB0'",
          "45<\xC4\xB0n> 397<'\xC4\xB0'> 0"}, // shrinks in lower case
         {"utf8", "\xC3", "0<\xC3> 26"},
+        {"utf8", "a\xE2\x84", "0<a\xE2> 26"},
+        {"utf8", "'\xE2\x84", "398<'\xE2\x84> 3"},
+        {"sjis", "\x83", "0<\x83> 26"},
+        {"iso-2022-kr",
+         "'a\x0E"
+         "0",
+         "398<'a> 3"}, // half a pair ends the text
         {"utf8", "'\xC3'x", "397<'\xC3'> 403<x> 0"},
         {"sjis", "\x83\\x '\x83\\' \x83\\", "403<\x83\\x> 397<'\x83\\'> 403<\x83\\> 0"},
         {"sjis", "'\x83'x", "397<'\x83'> 403<x> 0"}, // a quote is no trail byte

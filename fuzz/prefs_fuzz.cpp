@@ -16,7 +16,7 @@ namespace
 
 const std::string &home()
 {
-    static const std::string path = [] {
+    static const std::string &path = *new std::string([] { // lives until the clean-up at exit
         char pattern[] = "/tmp/kufuzzXXXXXX";
         std::string made = mkdtemp(pattern);
         // Nothing here is to outlive a crash: without waiting for the disk runs are quick.
@@ -31,7 +31,7 @@ const std::string &home()
             remove(home().c_str());
         });
         return made;
-    }();
+    }());
     return path;
 }
 

@@ -544,8 +544,9 @@ std::uint32_t kukpikw(const kulang &lang, const kukpplace &start, std::size_t le
         else
             std::memcpy(&head, start.at, left);
         head &= kukpmask(length);
+        const auto *rest = reinterpret_cast<const char *>(start.at); // there is none
         if ((head & kukp_bit7) == 0)
-            return kukpsearch(head | (kukp_bit5 & kukpmask(length)), length, nullptr);
+            return kukpsearch(head | (kukp_bit5 & kukpmask(length)), length, rest);
     }
     return kukpikwslow<Reader>(lang, start.at, length);
 }

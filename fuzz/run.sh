@@ -10,6 +10,6 @@ for target in "$build"/fuzz/*_fuzz; do
     corpus="$build/corpus/$name"
     mkdir -p "$corpus"
     echo "fuzz $name"
-    "$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 -verbosity=0 \
+    "$target" -max_total_time="$seconds" -timeout=20 -rss_limit_mb=4096 -verbosity=0 -print_funcs=0 \
         -artifact_prefix="$build/crash-$name-" "$corpus" "$here/seeds/$name"
 done

@@ -120,62 +120,25 @@ TEST(Kukp, AsciiTextGivesTheSameTokensInEveryLanguage)
         int32_t state = 0;
         int32_t mode = KUKP_M_WORDS;
     } rows[] = {
-        {"", "0"},
-        {" \t\n\v\f\r", "0"},
-        {"'it''s'", "397<'it''s'> 0"},
-        {"\"a\"\"b\"", "401<\"a\"\"b\"> 0"},
-        {"'abc", "398<'abc> 3"},
-        {"def'x", "397<def'> 403<x> 0", 3},
-        {"''", "397<''> 0"},
-        {"'''", "398<'''> 3"},
-        {"a\" b", "401<a\"> 403<b> 0", 4},
-        {"a>b>>c", "399<a>b>>> 403<c> 0", 5},
-        {"a/*/b", "403<a> 393</*/> 403<b> 0"}, // the opener's star closes, too
-        {"/*+/b*/", "405</*+/b*/> 0"},
-        {"/*+ x", "394</*+ x> 1"},
-        {"x*/y", "393<x*/> 403<y> 0", 1},
-        {"<<l>>x<<m", "399<<<l>>> 403<x> 400<<<m> 5"},
-        {"\"q", "402<\"q> 4"},
-        {"x--y\nz", "403<x> 395<--y> 403<z> 0"},
-        {"x--+y", "403<x> 406<--+y> 0"},
-        {"x\ny", "395<x> 403<y> 0", 2},
-        {"", "395<> 0", 2}, // a continued construct has a token, even an empty one
-        {"", "398<> 3", 3},
-        {"", "394<> 1", 1},
-        {"a.b", "403<a> 387<.> 403<b> 0"},
-        {".5", "404<.5> 0"},
-        {"a.5", "403<a> 404<.5> 0"},
-        {"1..10", "404<1> 373<..> 404<10> 0"},
-        {"..5", "373<..> 404<5> 0"},
-        {"1.", "404<1.> 0"},
-        {"1.a", "0<1.a> 26"},
-        {"1.2.3", "0<1.2.> 26"},
+        // clang-format off
+        {" \t\n\v\f\r", "0"}, {"'''", "398<'''> 3"}, {"'it''s'\"a\"\"b\"''", "397<'it''s'> 401<\"a\"\"b\"> 397<''> 0"},
+        {"def'x", "397<def'> 403<x> 0", 3}, {"a\" b", "401<a\"> 403<b> 0", 4}, {"a>b>>c", "399<a>b>>> 403<c> 0", 5},
+        {"x*/y", "393<x*/> 403<y> 0", 1}, {"x\ny", "395<x> 403<y> 0", 2}, {"/*+ x", "394</*+ x> 1"}, {"\"q", "402<\"q> 4"},
+        {"", "0"}, {"", "394<> 1", 1}, {"", "395<> 0", 2}, {"", "398<> 3", 3}, // an empty text continues, too
+        {"a/*/b/*+/b*/", "403<a> 393</*/> 403<b> 405</*+/b*/> 0"}, // the opener's star closes, too
+        {"<<l>>x<<m", "399<<<l>>> 403<x> 400<<<m> 5"}, {"x--y\nz--+y", "403<x> 395<--y> 403<z> 406<--+y> 0"},
+        {"a.b .5 a.5 1. 1..10..5", "403<a> 387<.> 403<b> 404<.5> 403<a> 404<.5> 404<1.> 404<1> 373<..> 404<10> 373<..> 404<5> 0"},
+        {"1.a", "0<1.a> 26"}, {"1.2.3", "0<1.2.> 26"}, {"1.5k", "0<1.5k> 26"}, {"12abc", "0<12a> 26"}, {"a!", "0<a!> 26"},
         {"12K 1E5 1e-5 2.5e+3 1e 3m", "404<12K> 404<1E5> 404<1e-5> 404<2.5e+3> 404<1e> 404<3m> 0"},
         {"1e--x", "404<1e-> 378<-> 403<x> 0"}, // the sign comes before the delimiter
-        {"1.5k", "0<1.5k> 26"},
-        {"1e5k", "0<1e5k> 26"},
-        {"12kb", "0<12kb> 26"},
-        {"1/*c*/+1--", "404<1> 393</*c*/> 379<+> 404<1> 395<--> 0"},
-        {"12abc", "0<12a> 26"},
-        {"a ! b", "403<a> 0<!> 26"},
-        {"a!", "0<a!> 26"},
-        {"a!=b", "403<a> 370<!=> 403<b> 0"},
-        {"_abc", "0<_> 26"},
-        {"a$_#1", "403<a$_#1> 0"},
-        {"(+)", "367<(+)> 0"},
-        {"(+", "376<(> 379<+> 0"},
-        {"<=>=<>^=~=||:=**", "368<<=> 369<>=> 370<<>> 370<^=> 370<~=> 371<||> 372<:=> 374<**> 0"},
-        {"<>=,()-+*/:&@;.%[]",
-         "370<<>> 384<=> 375<,> 376<(> 377<)> 378<-> 379<+> 380<*> 381</> 391<:> 392<&> 385<@> "
-         "386<;> 387<.> 388<%> 389<[> 390<]> 0"},
-        {"|", "0<|> 26"},
-        {"SELECT sel select1 Width_Bucket", "86<SELECT> 403<sel> 403<select1> 359<Width_Bucket> 0",
-         0, KUKP_M_KEYWORDS},
-        {"select", "403<select> 0"},
+        {"a ! b", "403<a> 0<!> 26"}, {"_abc", "0<_> 26"}, {"|", "0<|> 26"}, {"a$_#1(+", "403<a$_#1> 376<(> 379<+> 0"},
+        {"<=>=<>^=~=||:=**!=(+)", "368<<=> 369<>=> 370<<>> 370<^=> 370<~=> 371<||> 372<:=> 374<**> 370<!=> 367<(+)> 0"},
+        {"<>=,()-+*/:&@;.%[]", "370<<>> 384<=> 375<,> 376<(> 377<)> 378<-> 379<+> 380<*> 381</> 391<:> 392<&> 385<@> "
+                               "386<;> 387<.> 388<%> 389<[> 390<]> 0"},
+        {"SELECT sel Width_Bucket", "86<SELECT> 403<sel> 359<Width_Bucket> 0", 0, KUKP_M_KEYWORDS},
         {"select 1", "0<select> 404<1> 0", 0, 2}, // in other modes words keep type 0
-        {"x", "none", 6},
-        {"x", "none", 17},
-        {"x", "none", -1},
+        {"x", "none", 6}, {"x", "none", 17}, {"x", "none", -1},
+        // clang-format on
     };
     for (const char *language : languages) {
         context ctx(language);
@@ -195,41 +158,19 @@ TEST(Kukp, OtherCharactersAreReadAsTheirLanguageHasThem)
     static const struct {
         const char *language, *text, *expected;
     } rows[] = {
-        {"iso-8859-1", "\xE9t\xE9 \xC9T\xC9", "403<\xE9t\xE9> 403<\xC9T\xC9> 0"},
-        {"ascii", "\xE9", "0<\xE9> 26"},
+        // clang-format off
+        {"iso-8859-1", "\xE9t\xE9 \xC9T\xC9", "403<\xE9t\xE9> 403<\xC9T\xC9> 0"}, {"ascii", "\xE9", "0<\xE9> 26"},
         {"utf8", "\xC3\xA9t\xC3\xA9=\xC3\x89", "403<\xC3\xA9t\xC3\xA9> 384<=> 403<\xC3\x89> 0"},
-        {"utf8",
-         "a\xE3\x80\x80"
-         "b",
-         "403<a> 403<b> 0"},                            // a wide space
-        {"utf8", "\xE2\x82\xAC", "0<\xE2\x82\xAC> 26"}, // all of the character
-        {"utf8",
-         "li\xE2\x84\xAA"
-         "e,x",
-         "58<li\xE2\x84\xAA"
-         "e> 375<,> 403<x> 0"},                                       // a Kelvin sign
-        {"utf8", "12\xE2\x84\xAA x", "404<12\xE2\x84\xAA> 403<x> 0"}, // ... is k in lower case
-        {"utf8",
-         "width_buc\xE2\x84\xAA"
-         "et",
-         "359<width_buc\xE2\x84\xAA"
-         "et> 0"},
-        {"utf8", "\xC4\xB0n '\xC4\xB0'",
-         "45<\xC4\xB0n> 397<'\xC4\xB0'> 0"}, // shrinks in lower case
-        {"utf8", "\xC3", "0<\xC3> 26"},
-        {"utf8", "a\xE2\x84", "0<a\xE2> 26"},
-        {"utf8", "'\xE2\x84", "398<'\xE2\x84> 3"},
-        {"sjis", "\x83", "0<\x83> 26"},
-        {"iso-2022-kr",
-         "'a\x0E"
-         "0",
-         "398<'a> 3"}, // half a pair ends the text
-        {"utf8", "'\xC3'x", "397<'\xC3'> 403<x> 0"},
+        {"utf8", "a\xE3\x80\x80z", "403<a> 403<z> 0"}, {"utf8", "\xE2\x82\xAC", "0<\xE2\x82\xAC> 26"}, // a wide space; a sign
+        {"utf8", "12\xE2\x84\xAA width_buc\xE2\x84\xAA" "et", "404<12\xE2\x84\xAA> 359<width_buc\xE2\x84\xAA" "et> 0"}, // Kelvin is k
+        {"utf8", "\xC4\xB0n '\xC4\xB0'", "45<\xC4\xB0n> 397<'\xC4\xB0'> 0"}, // shrinks in lower case
+        {"utf8", "\xC3", "0<\xC3> 26"}, {"utf8", "a\xE2\x84", "0<a\xE2> 26"}, {"utf8", "'\xE2\x84", "398<'\xE2\x84> 3"},
+        {"utf8", "'\xC3'x", "397<'\xC3'> 403<x> 0"}, {"sjis", "'\x83'x", "397<'\x83'> 403<x> 0"}, {"sjis", "\x83", "0<\x83> 26"},
         {"sjis", "\x83\\x '\x83\\' \x83\\", "403<\x83\\x> 397<'\x83\\'> 403<\x83\\> 0"},
-        {"sjis", "'\x83'x", "397<'\x83'> 403<x> 0"}, // a quote is no trail byte
         {"sjis", "\"\x83|\x83>\" /*\x83*\x83*/", "401<\"\x83|\x83>\"> 393</*\x83*\x83*/> 0"},
-        {"euc-jp", "\xB4\xC1=1", "403<\xB4\xC1> 384<=> 404<1> 0"},
-        {"euc-jp", "a\xB4\xC1'\xB4\xC1'", "403<a\xB4\xC1> 397<'\xB4\xC1'> 0"},
+        {"euc-jp", "a\xB4\xC1'\xB4\xC1'\xB4\xC1=", "403<a\xB4\xC1> 397<'\xB4\xC1'> 403<\xB4\xC1> 384<=> 0"},
+        {"iso-2022-kr", "'a\x0E" "0", "398<'a> 3"}, // half a pair ends the text
+        // clang-format on
     };
     for (const auto &row : rows) {
         context ctx(row.language);
@@ -247,37 +188,14 @@ TEST(Kukp, ShiftedTokensAreCountedAndShownAsTheyWouldStandAlone)
         std::vector<token> stored;
         std::vector<std::string> shown;
     } rows[] = {
-        {"\x0E"
-         "0!\x0F",
-         {{403, 1, 4}},
-         {"\x0E"
-          "0!\x0F"}},
-        {"a\x0E"
-         "0!\x0F=b",
-         {{403, 0, 5}, {384, 5, 1}, {403, 6, 1}},
-         {"a\x0E"
-          "0!\x0F",
-          "=", "b"}},
-        {"a\x0E"
-         "0!\x0F"
-         "b",
-         {{403, 0, 6}},
-         {"a\x0E"
-          "0!\x0F"
-          "b"}},
-        {"\x0E"
-         "0!!!1!\x0F",
-         {{403, 1, 4}, {403, 5, 4}},
-         {"\x0E"
-          "0!\x0F",
-          "\x0E"
-          "1!\x0F"}},
+        // clang-format off
+        {"\x0E" "0!\x0F", {{403, 1, 4}}, {"\x0E" "0!\x0F"}},
+        {"a\x0E" "0!\x0F=b", {{403, 0, 5}, {384, 5, 1}, {403, 6, 1}}, {"a\x0E" "0!\x0F", "=", "b"}},
+        {"a\x0E" "0!\x0Fz", {{403, 0, 6}}, {"a\x0E" "0!\x0Fz"}},
+        {"\x0E" "0!!!1!\x0F", {{403, 1, 4}, {403, 5, 4}}, {"\x0E" "0!\x0F", "\x0E" "1!\x0F"}},
         {"'\x0E''\x0F' x", {{397, 0, 6}, {403, 7, 1}}, {"'\x0E''\x0F'", "x"}},
-        {"'\x0E"
-         "0!",
-         {{398, 0, 5}},
-         {"'\x0E"
-          "0!\x0F"}},
+        {"'\x0E" "0!", {{398, 0, 5}}, {"'\x0E" "0!\x0F"}},
+        // clang-format on
     };
     context ctx("iso-2022-kr");
     for (const auto &row : rows) {
@@ -325,24 +243,13 @@ TEST(Kukp, CallbacksDecideOnStoringOnTypesAndOnTheEnd)
         unsigned answer;
         const char *expected;
     } rows[] = {
-        {"a , b", KUKP_A_LAST, "9<a> 17"},
-        {"a , b", KUKP_A_STOP, "17"},
-        {"(+) x", KUKP_A_STOP, "14"},
-        {"|| x", KUKP_A_STOP, "15"},
-        {"/* */x", KUKP_A_LAST, "9</* */> 15"},
-        {"'q' x", KUKP_A_STOP, "16"},
-        {"--x", KUKP_A_STOP, "17"},
-        {"1", KUKP_A_STOP, "17"},
-        {"a,", KUKP_A_KEEP, "9<a> 9<,> 0"},
-        {"a,", KUKP_A_SKIP, "0"},
-        {"a,", 0xFDu, "9<a> 9<,> 0"}, // only the two lowest bits count
-        {"a ! b", KUKP_A_KEEP, "9<a> 9<!> 9<b> 0"},
-        {"1.2.3", KUKP_A_KEEP, "9<1.2.> 9<3> 0"},
-        {"_abc", KUKP_A_KEEP, "9<_> 9<abc> 0"},
-        {"!", KUKP_A_LAST, "9<!> 26"},
-        {"!", KUKP_A_STOP, "26"},
-        {"'open", KUKP_A_KEEP, "9<'open> 3"}, // the end of the text cannot be gone past
-        {"'open", KUKP_A_SKIP, "3"},
+        // clang-format off
+        {"a , b", KUKP_A_LAST, "9<a> 17"}, {"a , b", KUKP_A_STOP, "17"}, {"(+) x", KUKP_A_STOP, "14"},
+        {"|| x", KUKP_A_STOP, "15"}, {"/* */x", KUKP_A_LAST, "9</* */> 15"}, {"'q' x", KUKP_A_STOP, "16"},
+        {"a,", KUKP_A_SKIP, "0"}, {"a,", 0xFDu, "9<a> 9<,> 0"}, // only the two lowest bits count
+        {"a ! b 1.2.3", KUKP_A_KEEP, "9<a> 9<!> 9<b> 9<1.2.> 9<3> 0"}, {"!", KUKP_A_LAST, "9<!> 26"}, {"!", KUKP_A_STOP, "26"},
+        {"'open", KUKP_A_KEEP, "9<'open> 3"}, {"'open", KUKP_A_SKIP, "3"}, // the end of the text cannot be gone past
+        // clang-format on
     };
     for (const char *language : languages) {
         context ctx(language);
@@ -368,31 +275,16 @@ TEST(Kukp, ClientTokensGoBeforeTheOperators)
         const char *expected;
         int32_t mode = KUKP_M_WORDS;
     } rows[] = {
-        {"ascii", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"},
-        {"utf8", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"},
-        {"ascii", "<=>", {client("<", 901), client("<=>", 902)}, "901<<> 384<=> 383<>> 0"},
-        {"ascii", "!a", {client("!a", 900)}, "900<!a> 0"},
-        {"ascii", "!A", {client("!a", 900)}, "900<!A> 0"}, // the text is lower-cased
-        {"ascii", "!A", {client("!A", 900)}, "0<!> 26"},   // the token is not
-        {"ascii", "a'b", {client("'", 900)}, "403<a> 398<'b> 3"},
-        {"ascii", "a1", {client("1", 900)}, "403<a1> 0"},
-        {"ascii", "a!!!!b", {client("!!!!", 900)}, "403<a> 0<!> 26"}, // ends words, starts nothing
+        // clang-format off
+        {"ascii", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"}, {"utf8", "a*=b", {client("*=", 900)}, "403<a> 900<*=> 403<b> 0"},
+        {"ascii", "!A", {client("!a", 900)}, "900<!A> 0"}, {"ascii", "!A", {client("!A", 900)}, "0<!> 26"}, // compared in lower case
+        {"ascii", "a!!!!b", {client("!!!!", 900)}, "403<a> 0<!> 26"}, // too long: ends words, starts nothing
         {"ascii", "a,b", {client("", 900)}, "403<a> 375<,> 403<b> 0"},
         {"ascii", "1!2", {client("!", 387)}, "0<1!> 26"}, // goes by the type of the period
-        {"ascii", "!", {client("!", 0)}, "403<!> 0"},
-        {"ascii", "!", {client("!", 0)}, "403<!> 0", KUKP_M_KEYWORDS},
-        {"ascii", "!", {client("!", 0)}, "0<!> 0", 7},
-        {"utf8",
-         "a\xE2\x86\x92"
-         "b",
-         {client("\xE2\x86\x92", 900)},
-         "403<a> 900<\xE2\x86\x92> 403<b> 0"},
-        {"utf8",
-         "a\xE2\x86\x90"
-         "b",
-         {client("\xE2\x86\x92", 900)},
-         "0<a\xE2\x86\x90> 26"},
-        {"utf8", "\xE2\x86\x92", {client("\xE2\x86", 900)}, "0<\xE2\x86\x92> 26"},
+        {"ascii", "!", {client("!", 0)}, "403<!> 0", KUKP_M_KEYWORDS}, {"ascii", "!", {client("!", 0)}, "0<!> 0", 7},
+        {"utf8", "a\xE2\x86\x92z", {client("\xE2\x86\x92", 900)}, "403<a> 900<\xE2\x86\x92> 403<z> 0"},
+        {"utf8", "\xE2\x86\x92", {client("\xE2\x86", 900)}, "0<\xE2\x86\x92> 26"}, // no part of a character
+        // clang-format on
     };
     for (const auto &row : rows) {
         context ctx(row.language);

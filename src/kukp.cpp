@@ -20,11 +20,11 @@
 // nothing else happens at them.
 //
 // One pass; per token one record and one slot of the list; no other memory.
+// Keywords are found by hash, built at compile time from the one table.
 #include "kukp.h"
 
 #include <algorithm>
 #include <array>
-#include <cassert>
 #include <cstddef>
 #include <cstring>
 

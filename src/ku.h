@@ -37,6 +37,11 @@
 /* files and environment */
 #include "sku.h"
 #include "skub.h"
+#include "skuf.h"
+#include "skufb.h"
+#include "skufo.h"
+#include "skufv.h"
+#include "skufz.h"
 #include "skup.h"
 
 /* lists */

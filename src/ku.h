@@ -8,6 +8,7 @@
 #include "kuapp.h"
 #include "kudef.h"
 #include "kulang.h"
+#include "kulong.h"
 #include "kux.h"
 #include "kuxbm.h"
 #include "kuxdn.h"

@@ -31,10 +31,13 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/random.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include "../locale/locale.h"
+#include "crt_internal.h"
 
 namespace
 {
@@ -44,10 +47,8 @@ enum class activity : std::uint8_t { idle, reading, writing };
 constexpr std::size_t buffer_size = 32768;   // bytes
 constexpr mode_t permission_bits = 0777;     // what is copied from file to file
 constexpr mode_t created_permissions = 0666; // of a new file, less the process's mask
-constexpr mode_t private_permissions = 0600; // of a new file until it gets the target's
 constexpr int name_attempts = 100;           // names tried before giving up
 constexpr std::size_t suffix_length = 9;     // full stop and eight characters
-constexpr int always = O_CLOEXEC | O_NOCTTY; // flags of every open
 
 } // namespace
 
@@ -73,6 +74,20 @@ static_assert(path::room >= PATH_MAX);
 
 // ---- the table ----
 
+static int system_filesystem(int descriptor, std::uint64_t *kind)
+{
+    struct statfs found;
+    if (::fstatfs(descriptor, &found) < 0) return -1;
+    *kind = static_cast<std::uint32_t>(found.f_type);
+    return 0;
+}
+
+static int system_map(int descriptor, off_t offset, std::size_t size, void **address)
+{
+    *address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, descriptor, offset);
+    return *address != MAP_FAILED ? 0 : -1;
+}
+
 static constexpr system_calls system_table = {
     .open = [](const char *name, int flags, mode_t mode) { return ::open(name, flags, mode); },
     .close = ::close,
@@ -93,6 +108,12 @@ static constexpr system_calls system_table = {
     .fsync = ::fsync,
     .resolve = [](const char *name, char *to) { return ::realpath(name, to) != nullptr ? 0 : -1; },
     .random = [](void *bytes, std::size_t count) { return ::getrandom(bytes, count, 0); },
+    .duplicate = [](int file, int least) { return ::fcntl(file, F_DUPFD_CLOEXEC, least); },
+    .filesystem = system_filesystem,
+    .reserve = [](int file, off_t from,
+                  off_t size) { return ::fallocate(file, FALLOC_FL_KEEP_SIZE, from, size); },
+    .map = system_map,
+    .unmap = ::munmap,
 };
 
 static thread_local const system_calls *replacement = nullptr;
@@ -104,14 +125,6 @@ const system_calls *replace_calls(const system_calls *table)
     const system_calls *before = &calls();
     replacement = table;
     return before;
-}
-
-// Makes a call until no signal interrupts it.
-template <typename Call> static auto repeat(Call call)
-{
-    auto result = call();
-    while (result < 0 && errno == EINTR) result = call();
-    return result;
 }
 
 // ---- names ----
@@ -275,7 +288,8 @@ bool forget(kufile *file)
     return closed;
 }
 
-// Takes the lock of a file that is to be written. False only when another has it.
+} // namespace
+
 bool lock(int descriptor)
 {
     if (repeat([=] { return calls().flock(descriptor, LOCK_EX | LOCK_NB); }) == 0) return true;
@@ -284,8 +298,13 @@ bool lock(int descriptor)
     return false;
 }
 
+int open_descriptor(const char *name, int flags, mode_t permissions)
+{
+    return repeat([=] { return calls().open(name, flags | always, permissions); });
+}
+
 // Looks at what was opened, locks it, and only then empties it.
-bool admit(int descriptor, const intent &wanted, share sharing)
+static bool admit(int descriptor, const intent &wanted, share sharing)
 {
     struct stat found;
     if (calls().fstat(descriptor, &found) < 0) return false;
@@ -297,13 +316,6 @@ bool admit(int descriptor, const intent &wanted, share sharing)
     if (wanted.writable && sharing == share::deny_writers && !lock(descriptor)) return false;
     return !wanted.truncates || repeat([=] { return calls().ftruncate(descriptor, 0); }) == 0;
 }
-
-int open_descriptor(const char *name, int flags, mode_t permissions)
-{
-    return repeat([=] { return calls().open(name, flags | always, permissions); });
-}
-
-} // namespace
 
 kufile *open(const kulang *lang, const char *name, const char *mode, share sharing)
 {

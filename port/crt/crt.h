@@ -1,4 +1,4 @@
-// crt.h - the runtime library's files: shared open, buffered streams, status, names
+// crt.h - the runtime library's files: shared open, buffered streams, low-level files, names
 //
 // What the library needs of a C runtime library for files, and nothing more.
 // Every call that takes a name takes the language it is written in: single-byte
@@ -18,7 +18,8 @@
 
 #include "kulang.h"
 
-struct kufile; // an open buffered file
+struct kufile;    // an open buffered file
+struct kuscratch; // the pages of a scratch file
 
 namespace ku::crt
 {
@@ -48,6 +49,11 @@ struct system_calls {
     int (*fsync)(int descriptor);
     int (*resolve)(const char *path, char *resolved);  // realpath; PATH_MAX bytes, 0 when it worked
     ssize_t (*random)(void *bytes, std::size_t count); // getrandom
+    int (*duplicate)(int descriptor, int least);       // to the first free number from `least` up
+    int (*filesystem)(int descriptor, std::uint64_t *kind);   // the kind's magic number
+    int (*reserve)(int descriptor, off_t offset, off_t size); // disk space; the size stays
+    int (*map)(int descriptor, off_t offset, std::size_t size, void **address); // shared
+    int (*unmap)(void *address, std::size_t size);
 };
 
 // The table in force on this thread: the system's own unless it was replaced.
@@ -135,6 +141,46 @@ bool flush(kufile *file);
 bool at_end(const kufile *file);                // a read has met the end
 bool has_failed(const kufile *file);            // a read or write has failed
 bool open_status(kufile *file, status *result); // flushes first
+
+// ---- low-level files: by descriptor, unbuffered ----
+
+// Bits for low_open.
+constexpr unsigned low_create = 1; // create the file if it does not exist, for its owner alone
+constexpr unsigned low_empty = 2;  // empty it, once it is locked
+constexpr unsigned low_fresh = 4;  // refuse a symbolic link (ELOOP)
+
+// Opens for reading and writing with a lock against other writers, as above; a
+// file that is locked is refused with EACCES. The descriptor is above 2, where
+// no standard stream can meet it, and closed on exec. Negative on failure.
+int low_open(const kulang *lang, const char *name, unsigned bits);
+bool low_close(int descriptor); // an interrupted close has closed
+
+// The new position, and the bytes moved by one call; negative on failure.
+// Interrupted calls are repeated.
+std::int64_t low_seek(int descriptor, std::int64_t offset, origin from);
+std::int64_t low_read(int descriptor, void *bytes, std::size_t count);
+std::int64_t low_write(int descriptor, const void *bytes, std::size_t count);
+
+enum class reach { exists, writable };
+bool accessible(const kulang *lang, const char *name, reach wanted);
+
+// ---- the pages of a scratch file ----
+
+// A file that is its opener's alone can be reached through memory where it is
+// written much. Only pages that were written, and whose disk space is reserved,
+// are: a full disk is a failed write, never a signal. The file must be empty and
+// must not be cut short afterwards.
+
+// Starts; null where the file system cannot promise the space, or memory ran out.
+kuscratch *map_scratch(int descriptor);
+void unmap_scratch(kuscratch *scratch); // null is ignored
+
+// Notes that low_write wrote `count` bytes, within one page, at `offset`.
+void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count);
+
+// The address of `count` bytes within one page at `offset`; null when they are to
+// be read or written by descriptor. Valid until unmap_scratch. Null scratch: null.
+unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count);
 
 // ---- replacing a file as a whole ----
 

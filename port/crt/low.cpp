@@ -1,0 +1,170 @@
+// low.cpp - low-level files, and scratch files reached through memory
+//
+// A scratch file is looked at in windows of 16 MB. A window starts out reached
+// by descriptor; once enough pages of it were written its disk space is reserved
+// as a whole and it is mapped:
+//
+//     | window 0: mapped    | window 1: by descriptor | window 2 ...
+//     | pages written | . . . . . . . .
+//                     size: from here on by descriptor always
+//
+// Growing by descriptor keeps the file's size what was written; pages below that
+// size have their space on disk, so storing into them cannot fail for want of
+// it. File systems that write changed pages to a new place cannot promise that,
+// and are left out. Few writes to a window leave a sparse file sparse.
+
+#include <cstdlib>
+
+#include <linux/magic.h>
+#include <unistd.h>
+
+#include "crt.h"
+#include "crt_internal.h"
+
+namespace
+{
+
+constexpr unsigned window_shift = 24;                                   // 16 MB
+constexpr std::uint64_t window_size = std::uint64_t{1} << window_shift; // bytes
+constexpr std::size_t windows = 256;                                    // 4 GiB in all
+constexpr std::uint32_t enough_writes = 64;                             // before a window is mapped
+constexpr std::uint32_t most_mapped = sizeof(void *) < 8 ? 16 : windows; // leave clients room
+constexpr int first_free = 3; // above the standard streams
+
+struct window {
+    unsigned char *address; // null: by descriptor
+    std::uint32_t writes;   // counted up to enough_writes
+};
+
+} // namespace
+
+struct kuscratch {
+    int descriptor;
+    std::uint32_t mapped; // windows
+    std::uint64_t size;   // bytes: end of what was written
+    window table[windows];
+};
+
+namespace ku::crt
+{
+
+// ---- low-level files ----
+
+// A descriptor above 2 in place of `descriptor`, which is closed then.
+static int raise(int descriptor)
+{
+    if (descriptor < 0 || descriptor >= first_free) return descriptor;
+    const int raised = calls().duplicate(descriptor, first_free);
+    const int error = errno;
+    calls().close(descriptor);
+    errno = error;
+    return raised;
+}
+
+// Locks what was opened and empties it. False with the reason.
+static bool take(int descriptor, unsigned bits)
+{
+    struct stat found;
+    if (calls().fstat(descriptor, &found) < 0) return false;
+    if (!S_ISREG(found.st_mode)) return true; // nothing to lock or empty
+    if (!lock(descriptor)) {
+        errno = EACCES;
+        return false;
+    }
+    return (bits & low_empty) == 0 || repeat([=] { return calls().ftruncate(descriptor, 0); }) == 0;
+}
+
+int low_open(const kulang *lang, const char *name, unsigned bits)
+{
+    const path where(lang, name);
+    if (where.text() == nullptr) return -1;
+    const int flags = O_RDWR | ((bits & low_create) != 0 ? O_CREAT : 0)
+                      | ((bits & low_fresh) != 0 ? O_NOFOLLOW : 0);
+    const int descriptor = raise(open_descriptor(where.text(), flags, private_permissions));
+    if (descriptor < 0 || take(descriptor, bits)) return descriptor;
+    const int error = errno;
+    calls().close(descriptor);
+    errno = error;
+    return -1;
+}
+
+bool low_close(int descriptor) { return calls().close(descriptor) == 0 || errno == EINTR; }
+
+std::int64_t low_seek(int descriptor, std::int64_t offset, origin from)
+{
+    const int whence = from == origin::end ? SEEK_END : SEEK_SET;
+    return calls().lseek(descriptor, static_cast<off_t>(offset), whence);
+}
+
+std::int64_t low_read(int descriptor, void *bytes, std::size_t count)
+{
+    return repeat([=] { return calls().read(descriptor, bytes, count); });
+}
+
+std::int64_t low_write(int descriptor, const void *bytes, std::size_t count)
+{
+    return repeat([=] { return calls().write(descriptor, bytes, count); });
+}
+
+bool accessible(const kulang *lang, const char *name, reach wanted)
+{
+    const path where(lang, name);
+    return where.text() != nullptr
+           && calls().access(where.text(), wanted == reach::exists ? F_OK : W_OK) == 0;
+}
+
+// ---- scratch files ----
+
+// Whether space once reserved is there for every later store, whoever takes the rest.
+static bool keeps_reserved(std::uint64_t kind)
+{
+    return kind == EXT4_SUPER_MAGIC || kind == XFS_SUPER_MAGIC || kind == TMPFS_MAGIC;
+}
+
+kuscratch *map_scratch(int descriptor)
+{
+    std::uint64_t kind = 0;
+    if (calls().filesystem(descriptor, &kind) < 0 || !keeps_reserved(kind)) return nullptr;
+    auto *scratch = static_cast<kuscratch *>(std::calloc(1, sizeof(kuscratch)));
+    if (scratch != nullptr) scratch->descriptor = descriptor;
+    return scratch;
+}
+
+void unmap_scratch(kuscratch *scratch)
+{
+    if (scratch == nullptr) return;
+    for (window &each : scratch->table)
+        if (each.address != nullptr) calls().unmap(each.address, window_size);
+    std::free(scratch);
+}
+
+// Reserves and maps a window, once; it stays by descriptor when that fails.
+static void map_window(kuscratch *scratch, std::size_t index)
+{
+    const auto offset = static_cast<off_t>(index * window_size);
+    const auto size = static_cast<off_t>(window_size);
+    void *address = nullptr;
+    if (scratch->mapped == most_mapped || calls().reserve(scratch->descriptor, offset, size) < 0
+        || calls().map(scratch->descriptor, offset, window_size, &address) < 0)
+        return;
+    scratch->table[index].address = static_cast<unsigned char *>(address);
+    scratch->mapped++;
+}
+
+void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count)
+{
+    const std::uint64_t index = offset >> window_shift;
+    if (scratch == nullptr || index >= windows) return;
+    if (offset + count > scratch->size) scratch->size = offset + count;
+    window &here = scratch->table[index];
+    if (here.writes < enough_writes && ++here.writes == enough_writes) map_window(scratch, index);
+}
+
+unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count)
+{
+    if (scratch == nullptr || offset + count > scratch->size) return nullptr;
+    unsigned char *address = scratch->table[offset >> window_shift].address;
+    return address == nullptr ? nullptr : address + (offset & (window_size - 1));
+}
+
+} // namespace ku::crt

@@ -1,0 +1,45 @@
+// skuf_internal.h - what the layers of the paged files tell each other
+#ifndef SKUF_INTERNAL_H
+#define SKUF_INTERNAL_H
+
+#include "skufb.h"
+#include "skufo.h"
+#include "skufv.h"
+
+// Which bytes of a block are in its buffer's data area. The others, of a block
+// that the runtime layer has in memory, are read there until they are needed
+// here. Bytes that are here in part were written by a move: they are what is dirty.
+struct skufpart {
+    uint16_t from; // byte offsets in the block, `to` is behind the last
+    uint16_t to;
+};
+
+// What holds for a buffer; the parts lie behind the cache's table of buffers.
+inline skufpart *skufpartof(const skuf *cache, const skufb *buffer)
+{
+    return reinterpret_cast<skufpart *>(cache->skuftab + cache->skufnum)
+           + (buffer - cache->skuftab);
+}
+
+inline bool skufwhole(const skufpart *part) { return part->to - part->from == int{SKUF_BLOCK}; }
+
+// Pushes a code and returns it.
+uint32_t skufrefuse(kux *ctx, uint32_t code);
+
+// A copy of a text in the context's plain memory; null without memory.
+char *skufcopy(kux *ctx, const char *text);
+
+// The address of a raw file's block in memory; null: it is reached by descriptor.
+const unsigned char *skufbmapped(const skufo *file, uint32_t block);
+
+// Brings the rest of a buffer's block into its data area.
+void skufbfill(const skuf *cache, const skufb *buffer);
+
+// Writes a buffer's block back. Returns 0, or the code it pushed.
+uint32_t skufbstore(kux *ctx, skuf *cache, const skufb *buffer);
+
+// Closes a raw file and releases it whatever happens; pushes the failure of the
+// closing when `tell` is set.
+void skufoend(kux *ctx, skufo *file, bool tell);
+
+#endif

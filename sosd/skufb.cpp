@@ -1,0 +1,147 @@
+// skufb.cpp - buffers: between a block's data area and the raw file
+//
+// Whole blocks are moved: positioned, then read or written in as many calls as
+// the system wants. Blocks of a scratch file that the runtime layer has in
+// memory are copied instead, and of those only what is needed: a buffer may hold
+// such a block in part (skuf_internal.h).
+
+#include "skufb.h"
+
+#include <cstring>
+
+#include "../port/crt/crt.h"
+#include "kuguard.h"
+#include "skuf_internal.h"
+
+namespace crt = ku::crt;
+
+static uint64_t skufboffset(uint32_t block) { return uint64_t{block} * SKUF_BLOCK; }
+
+static unsigned char *skufbaddress(const skufo *file, uint32_t block)
+{
+    return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK);
+}
+
+const unsigned char *skufbmapped(const skufo *file, uint32_t block)
+{
+    return skufbaddress(file, block);
+}
+
+static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
+{
+    kuxer1push(ctx, code, file->skufoname);
+    return code;
+}
+
+static bool skufbseek(const skufo *file, uint32_t block)
+{
+    const auto offset = static_cast<int64_t>(skufboffset(block));
+    return crt::low_seek(file->skufoid, offset, crt::origin::start) >= 0;
+}
+
+uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
+{
+    if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    if (const unsigned char *bytes = skufbmapped(file, block)) {
+        std::memcpy(buffer, bytes, SKUF_BLOCK);
+        return 0;
+    }
+    if (!skufbseek(file, block)) return skufbfail(ctx, SKUFA_SEEK, file);
+    auto *to = static_cast<unsigned char *>(buffer);
+    for (std::size_t done = 0; done < SKUF_BLOCK;) {
+        const int64_t got = crt::low_read(file->skufoid, to + done, SKUF_BLOCK - done);
+        if (got < 0) return skufbfail(ctx, SKUFA_READ, file);
+        if (got == 0) break;
+        done += static_cast<std::size_t>(got);
+    }
+    return 0;
+}
+
+uint32_t skufbwrite(kux *ctx, void *, skufo *file, uint32_t block, const void *buffer)
+{
+    if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    if (block >= SKUF_BLOCKS) return skufrefuse(ctx, SKUFA_WRITE);
+    if (unsigned char *bytes = skufbaddress(file, block)) {
+        std::memcpy(bytes, buffer, SKUF_BLOCK);
+        return 0;
+    }
+    if (!skufbseek(file, block)) return skufbfail(ctx, SKUFA_SEEK, file);
+    const auto *from = static_cast<const unsigned char *>(buffer);
+    for (std::size_t done = 0; done < SKUF_BLOCK;) {
+        const int64_t put = crt::low_write(file->skufoid, from + done, SKUF_BLOCK - done);
+        if (put < 1) return skufrefuse(ctx, SKUFA_WRITE);
+        done += static_cast<std::size_t>(put);
+    }
+    crt::scratch_written(file->skufoscratch, skufboffset(block), SKUF_BLOCK);
+    return 0;
+}
+
+void skufbfill(const skuf *cache, const skufb *buffer)
+{
+    skufpart *part = skufpartof(cache, buffer);
+    if (skufwhole(part)) return;
+    const unsigned char *block = skufbmapped(buffer->skufbfile->skufvid, buffer->skufbnum);
+    std::memcpy(buffer->skufbdata, block, part->from);
+    std::memcpy(buffer->skufbdata + part->to, block + part->to, SKUF_BLOCK - part->to);
+    *part = {0, SKUF_BLOCK};
+}
+
+uint32_t skufbstore(kux *ctx, skuf *cache, const skufb *buffer)
+{
+    const skufpart *part = skufpartof(cache, buffer);
+    skufo *file = buffer->skufbfile->skufvid;
+    if (skufwhole(part)) return skufbwrite(ctx, cache, file, buffer->skufbnum, buffer->skufbdata);
+    std::memcpy(skufbaddress(file, buffer->skufbnum) + part->from, buffer->skufbdata + part->from,
+                static_cast<std::size_t>(part->to - part->from));
+    return 0;
+}
+
+uint32_t skufbfree(kux *ctx, void *cache, skufb *buffer)
+{
+    if (cache == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    if (buffer->skufbfile == nullptr) return 0;
+    auto *area = static_cast<skuf *>(cache);
+    skufb **link = &area->skufhash[buffer->skufbnum % area->skufnum];
+    while (*link != buffer) link = &(*link)->skufbnext;
+    *link = buffer->skufbnext;
+
+    buffer->skufbfile = nullptr;
+    buffer->skufbflags = 0;
+    buffer->skufbnext = area->skuffree;
+    area->skuffree = buffer;
+    *skufpartof(area, buffer) = {0, SKUF_BLOCK};
+    if (area->skufdynamic != 0) {
+        if (buffer->skufbdata != nullptr) ctx->kuxnmfree(ctx, buffer->skufbdata);
+        buffer->skufbdata = nullptr;
+    }
+    return 0;
+}
+
+uint32_t skufbfflush(kux *ctx, void *cache, void *file)
+{
+    auto *area = static_cast<skuf *>(cache);
+    if (area == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    for (uint32_t i = 0; i < area->skufnum; i++) {
+        skufb *buffer = &area->skuftab[i];
+        const skufv *held = buffer->skufbfile;
+        if ((buffer->skufbflags & SKUFB_DIRTY) == 0 || held == nullptr
+            || (held->skufvmode & SKUF_TEMPORARY) != 0 || held->skufvid == nullptr
+            || (file != nullptr && file != held))
+            continue;
+        const uint32_t status = skufbstore(ctx, area, buffer);
+        if (status != 0) return status;
+        buffer->skufbflags &= static_cast<uint8_t>(~SKUFB_DIRTY);
+    }
+    return 0;
+}
+
+uint32_t skufbdclear(kux *ctx, void *cache, void *file)
+{
+    auto *area = static_cast<skuf *>(cache);
+    auto *cleared = static_cast<skufv *>(file);
+    if (area == nullptr || cleared == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    for (uint32_t i = 0; i < area->skufnum; i++)
+        if (area->skuftab[i].skufbfile == cleared) skufbfree(ctx, area, &area->skuftab[i]);
+    cleared->skufvceiling = 0;
+    return 0;
+}

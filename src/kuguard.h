@@ -1,8 +1,9 @@
 // kuguard.h - small guards over the C interface: what is not kept is given back
 //
-// Each undoes one thing when it leaves its scope. None allocates, none pushes
-// an error, none can be copied. None stands on the stack across a callback
-// that may jump away.
+// Each undoes one thing when it leaves its scope, and cannot be copied. Leaving
+// never fails; opening a frame or an error level may, pushes its code then, and
+// the guard says so. None stands on the stack across a callback that may jump
+// away, which among the library's callbacks only kuxdaterr does.
 #ifndef KUGUARD_H
 #define KUGUARD_H
 

@@ -89,7 +89,21 @@ kuxer kuxermake(uint32_t code, int32_t nparams, const char *const *params)
         if (copy == nullptr) break;
         record.kuxerparams[record.kuxernparams++] = copy;
     }
+    if (record.kuxernparams == 0)
+        record.kuxerparams = static_cast<char **>(kuxbmfree(record.kuxerparams));
     return record;
+}
+
+// A level, and what tells it from one made later at the same address.
+struct kuxerlevel {
+    kuxes level;
+    uint32_t serial; // of the levels of a context, from 0
+    uint32_t made;   // in the first level: how many were made after it
+};
+
+uint32_t kuxerserial(const kuxes *level)
+{
+    return reinterpret_cast<const kuxerlevel *>(level)->serial;
 }
 
 void kuxerfreelevel(kuxes *level)
@@ -105,12 +119,16 @@ kuxes *kuxermakelevel(kux *ctx)
 {
     const uint64_t bytes = static_cast<uint64_t>(ctx->kuxersize) * sizeof(kuxer);
     if (bytes > UINT32_MAX) return nullptr;
-    auto *level = static_cast<kuxes *>(kuxbmalloc(sizeof(kuxes)));
-    if (level == nullptr) return nullptr;
-    level->errors_kuxes = static_cast<kuxer *>(kuxbmalloc(static_cast<uint32_t>(bytes)));
-    if (level->errors_kuxes != nullptr) return level;
-    kuxbmfree(level);
-    return nullptr;
+    auto *made = static_cast<kuxerlevel *>(kuxbmalloc(sizeof(kuxerlevel)));
+    if (made == nullptr) return nullptr;
+    made->level.errors_kuxes = static_cast<kuxer *>(kuxbmalloc(static_cast<uint32_t>(bytes)));
+    if (made->level.errors_kuxes == nullptr) {
+        kuxbmfree(made);
+        return nullptr;
+    }
+    if (ctx->kuxernstacks > 0)
+        made->serial = ++reinterpret_cast<kuxerlevel *>(ctx->kuxerstacks[0])->made;
+    return &made->level;
 }
 
 bool kuxergrowlevels(kux *ctx)
@@ -400,9 +418,10 @@ uint32_t kuxerdformat(kux *, kuxer *record, char *buffer, uint32_t size, int32_t
 
 void kuxeriterate(kux *ctx, kuxeritfn callback, void *clientarg)
 {
-    const kuxes *level = kuxercurrent(ctx);
+    if (kuxercurrent(ctx) == nullptr) return;
+    const uint32_t level = kuxerserial(kuxercurrent(ctx));
     for (int32_t index = kuxernerrors(ctx) - 1; index >= 0; index--) {
-        if (kuxercurrent(ctx) != level || index >= kuxernerrors(ctx)) return;
+        if (kuxerserial(kuxercurrent(ctx)) != level || index >= kuxernerrors(ctx)) return;
         callback(ctx, kuxerget(ctx, index), clientarg);
     }
 }
@@ -455,6 +474,7 @@ void kuxerfmtmsg(kux *ctx, kuxer *record, const char *type, char *buffer, uint32
     }
     // Without a level of its own the record may be gone by now: its code alone is left.
     if (result == attempt::no_level) record = &bare;
+    *truncated = 0;
     int32_t cut = 0;
     const uint32_t written = kuxerformat(ctx, record, buffer, most, &cut);
     buffer[std::min(written, most)] = '\0';

@@ -102,9 +102,9 @@ KU_API uint32_t kuxerdformat(kux *ctx, kuxer *record, char *buffer, uint32_t siz
                              int32_t *truncated);
 
 /*
- * Calls `callback` for each record of the current level, newest first. The
- * callback may push, pop or clear: new records are not visited, and the walk
- * ends when the next record is gone or the level has changed.
+ * Calls `callback` for each record of the current level, newest first. The walk goes
+ * by index: a callback may push, pop or clear, and then the record that lies at the
+ * next index is visited, if there is one. It ends when the level changes.
  */
 KU_API void kuxeriterate(kux *ctx, kuxeritfn callback, void *clientarg);
 
@@ -141,7 +141,8 @@ KU_API void kuxergmsg(kux *ctx, uint32_t code, const char *type, char *buffer, u
  *   truncated  out: 1 when a message text was longer than KUXER_TEXTMAX; may be
  *              null. A parameter cut for room does not set it.
  * Parameters are cut at a whole character; other text that does not fit makes
- * the attempt fail. Allocates nothing of its own.
+ * the attempt fail. Allocates for a level and
+ * for the message only; without memory the text is the plain one.
  */
 KU_API void kuxerfmtmsg(kux *ctx, kuxer *record, const char *type, char *buffer, uint32_t *length,
                         int32_t *truncated);

@@ -41,7 +41,8 @@ void kuxmloff(kux *ctx) { ctx->kuxmldisabled++; }
 
 void kuxmlon(kux *ctx)
 {
-    if (ctx->kuxmldisabled > 0) ctx->kuxmldisabled--;
+    // Released logs stay off: there is nothing left to write to.
+    if (ctx->kuxmldisabled > 0 && ctx->kuxnllog != nullptr) ctx->kuxmldisabled--;
 }
 
 uint32_t kuxmlinit(kux *ctx)

@@ -16,7 +16,8 @@
 namespace
 {
 
-constexpr int32_t kuxpr_step = 20; // records the table starts with and grows by
+constexpr int32_t kuxpr_step = 20;   // records the table starts with and grows by
+constexpr int32_t kuxpr_ending = -1; // kuxprsize while the context ends: nothing can be set
 
 kuxpr *kuxprfind(kux *ctx, uint32_t name)
 {
@@ -32,27 +33,33 @@ void kuxprrelease(kux *ctx, kuxpr *record)
 {
     const kuxpr leaving = *record;
     record->kuxprvalue = nullptr;
-    if (leaving.kuxprfreefun != nullptr && leaving.kuxprvalue != nullptr)
-        leaving.kuxprfreefun(ctx, leaving.kuxprvalue);
+    leaving.kuxprfreefun(ctx, leaving.kuxprvalue);
 }
 
-// The first record whose value is still to be released. The search starts afresh each
-// time: a release function may have moved the records by removing some.
-kuxpr *kuxprfirstheld(kux *ctx)
+bool kuxprholds(const kuxpr *record)
 {
-    for (int32_t slot = 0; slot < ctx->kuxprnprops; slot++) {
-        kuxpr &record = ctx->kuxprlist[slot];
-        if (record.kuxprfreefun != nullptr && record.kuxprvalue != nullptr) return &record;
+    return record->kuxprfreefun != nullptr && record->kuxprvalue != nullptr;
+}
+
+// Releases the value of a name, and those that its release function sets meanwhile.
+// Returns the record, which then holds nothing to release; null when there is none.
+kuxpr *kuxprvacate(kux *ctx, uint32_t name)
+{
+    kuxpr *record = kuxprfind(ctx, name);
+    while (record != nullptr && kuxprholds(record)) {
+        kuxprrelease(ctx, record);
+        record = kuxprfind(ctx, name);
     }
-    return nullptr;
+    return record;
 }
 
 // A new record with a name and nothing else; null when the table cannot grow.
 kuxpr *kuxprappend(kux *ctx, uint32_t name)
 {
     if (ctx->kuxprnprops >= ctx->kuxprsize) {
-        const size_t records = static_cast<size_t>(ctx->kuxprsize) + kuxpr_step;
-        void *grown = std::realloc(ctx->kuxprlist, records * sizeof(kuxpr));
+        const uint64_t bytes = (static_cast<uint64_t>(ctx->kuxprsize) + kuxpr_step) * sizeof(kuxpr);
+        if (bytes > UINT32_MAX) return nullptr;
+        void *grown = std::realloc(ctx->kuxprlist, static_cast<size_t>(bytes));
         if (grown == nullptr) return nullptr;
         ctx->kuxprlist = static_cast<kuxpr *>(grown);
         ctx->kuxprsize += kuxpr_step;
@@ -66,12 +73,9 @@ kuxpr *kuxprappend(kux *ctx, uint32_t name)
 
 uint32_t kuxprset(kux *ctx, uint32_t name, void *value, kuxprfreefn freefun)
 {
-    kuxpr *record = kuxprfind(ctx, name);
-    if (record != nullptr) {
-        kuxprrelease(ctx, record);
-        record = kuxprfind(ctx, name);
-    }
-    if (record == nullptr) record = kuxprappend(ctx, name);
+    const bool ending = ctx->kuxprsize == kuxpr_ending;
+    kuxpr *record = ending ? nullptr : kuxprvacate(ctx, name);
+    if (record == nullptr && !ending) record = kuxprappend(ctx, name);
     if (record == nullptr) {
         kuxer0push(ctx, KUXPR_FULL);
         return KUXPR_FULL;
@@ -91,11 +95,7 @@ int32_t kuxprexists(kux *ctx, uint32_t name) { return kuxprfind(ctx, name) != nu
 
 void kuxprremove(kux *ctx, uint32_t name)
 {
-    kuxpr *record = kuxprfind(ctx, name);
-    if (record == nullptr) return;
-    kuxprrelease(ctx, record);
-
-    record = kuxprfind(ctx, name);
+    kuxpr *record = kuxprvacate(ctx, name);
     if (record == nullptr) return;
     kuxpr *end = ctx->kuxprlist + ctx->kuxprnprops;
     std::memmove(record, record + 1, static_cast<size_t>(end - (record + 1)) * sizeof(kuxpr));
@@ -122,7 +122,12 @@ uint32_t kuxprinit(kux *ctx)
 
 void kuxprdestroy(kux *ctx)
 {
-    while (kuxpr *record = kuxprfirstheld(ctx)) kuxprrelease(ctx, record);
+    ctx->kuxprsize = kuxpr_ending;
+    for (int32_t slot = 0; slot < ctx->kuxprnprops;) {
+        const int32_t before = ctx->kuxprnprops;
+        if (kuxprholds(&ctx->kuxprlist[slot])) kuxprrelease(ctx, &ctx->kuxprlist[slot]);
+        slot = ctx->kuxprnprops == before ? slot + 1 : 0; // some were removed: look again
+    }
     ctx->kuxprnprops = 0;
     ctx->kuxprsize = 0;
     ctx->kuxprlist = static_cast<kuxpr *>(kuxbmfree(ctx->kuxprlist));

@@ -3,7 +3,8 @@
  *
  * Names are identifiers (kuxid.h). A value with a release function is given to
  * it when it is replaced, removed, or the context ends. The functions may set,
- * get and remove properties themselves. Error facility: kuxpr.
+ * get and remove properties themselves; one that sets its own name anew each time
+ * it is called keeps the setting or removal that called it going. Error facility: kuxpr.
  */
 #ifndef KUXPR_H
 #define KUXPR_H
@@ -54,8 +55,8 @@ KU_API void kuxpriterate(kux *ctx, kuxpritfn callback, void *clientarg);
 /* Makes an empty table of 20 records. Returns 0, or KUXNM_NORESIZE (not pushed). For kuxcreate. */
 KU_API uint32_t kuxprinit(kux *ctx);
 
-/* Releases every value in table order, then the table; values that release functions
- * set meanwhile are released too. For kuxdestroy. */
+/* Releases every value in table order, then the table; meanwhile nothing can be set:
+ * kuxprset answers KUXPR_FULL. For kuxdestroy. */
 KU_API void kuxprdestroy(kux *ctx);
 
 #ifdef __cplusplus

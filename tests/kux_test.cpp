@@ -278,6 +278,23 @@ TEST(Kuxpr, ReleaseFunctionsMayTouchTheTable)
         {"removes the first", [](kux *ctx) { kuxprremove(ctx, 1); }, {"2 3", "3"}},
         {"removes the last", [](kux *ctx) { kuxprremove(ctx, 3); }, {"1 2", "1"}},
         {"sets itself", [](kux *ctx) { kuxprset(ctx, 2, nullptr, nullptr); }, {"1 2 3", "1 3"}},
+        {"sets itself to what is to be released",
+         [](kux *ctx) {
+             static property meanwhile;
+             const int before = meanwhile.released;
+             if (kuxprset(ctx, 2, &meanwhile, release) == 0)
+                 kuxprremove(ctx, 2);
+             else // refused while the context ends
+                 meanwhile.released++;
+             EXPECT_EQ(meanwhile.released, before + 1);
+         },
+         {"1 3 2", "1 3"}},
+        {"switches the logs on",
+         [](kux *ctx) {
+             kuxmlon(ctx);
+             kuxnlfree(ctx, kuxnlalloc(ctx, 5));
+         },
+         {"1 2 3", "1 3"}},
         {"grows the table",
          [](kux *ctx) {
              for (uint32_t name = 100; name < 130; name++) kuxprset(ctx, name, nullptr, nullptr);

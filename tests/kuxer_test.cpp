@@ -172,6 +172,12 @@ TEST(Kuxer, IterationVisitsNewestFirstAndSurvivesItsCallback)
         {kuxerclear, "3"},
         {[](kux *ctx) { kuxer0push(ctx, some_error); }, "321"},
         {[](kux *ctx) { kuxersavestack(ctx); }, "3"}, // another level
+        {[](kux *ctx) {                               // another one, maybe at the same address
+             kuxerrestorestack(ctx);
+             kuxersavestack(ctx);
+             for (int record = 0; record < 3; record++) kuxer1push(ctx, some_error, "4");
+         },
+         "3"},
     };
     const auto visit = [](kux *ctx, kuxer *record, void *clientarg) {
         auto *state = static_cast<walk *>(clientarg);
@@ -180,6 +186,7 @@ TEST(Kuxer, IterationVisitsNewestFirstAndSurvivesItsCallback)
     };
     for (const auto &row : rows) {
         ku::test::context ctx;
+        kuxersavestack(ctx);
         for (const char *digit : {"1", "2", "3"}) kuxer1push(ctx, some_error, digit);
         walk walked{"", row.act};
         kuxeriterate(ctx, visit, &walked);

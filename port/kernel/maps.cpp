@@ -1,0 +1,167 @@
+// maps.cpp - the process's memory map, and what can be read and written by it
+//
+// The map says for every address whether it may be read or written. It does not say whether
+// there is anything behind the pages of a file, which may have been cut
+// since it was mapped; those pages are read by the system on our behalf, one byte
+// each, which fails where we would be killed. Where there is no map, all pages are
+// asked for that way.
+
+#include "maps_internal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+#include <fcntl.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include "kernel.h"
+#include "port/crt/crt.h"
+
+namespace ku::kernel
+{
+
+// ---- the list ----
+
+map_reader::map_reader()
+    : descriptor_(crt::calls().open("/proc/self/maps", O_RDONLY | O_CLOEXEC, 0)),
+      failed_(descriptor_ < 0)
+{
+}
+
+map_reader::~map_reader()
+{
+    if (descriptor_ >= 0) crt::calls().close(descriptor_);
+}
+
+bool map_reader::fill()
+{
+    ssize_t count = 0;
+    do count = crt::calls().read(descriptor_, buffer_, sizeof buffer_);
+    while (count < 0 && errno == EINTR);
+    if (count < 0) failed_ = true;
+    at_ = 0;
+    filled_ = count < 0 ? 0 : static_cast<std::size_t>(count);
+    return filled_ != 0;
+}
+
+bool map_reader::read_line(std::string_view *line)
+{
+    std::size_t length = 0;
+    while (!failed_ && (at_ < filled_ || fill())) {
+        const char c = buffer_[at_++];
+        if (c == '\n') {
+            *line = {line_, length};
+            return true;
+        }
+        if (length < line_room) line_[length++] = c;
+    }
+    return false;
+}
+
+// Takes a number and the character behind it from the front of a text.
+static bool take(std::string_view *text, int base, char behind, std::uint64_t *value)
+{
+    const char *const end = text->data() + text->size();
+    const auto [stop, error] = std::from_chars(text->data(), end, *value, base);
+    if (error != std::errc() || stop == end || *stop != behind) return false;
+    text->remove_prefix(static_cast<std::size_t>(stop - text->data()) + 1);
+    return true;
+}
+
+static bool understand(std::string_view line, mapping *result)
+{
+    std::uint64_t offset = 0;
+    std::uint64_t device = 0;
+    std::uint64_t node = 0;
+    if (!take(&line, 16, '-', &result->begin) || !take(&line, 16, ' ', &result->end)) return false;
+    if (line.size() < 5) return false;
+    result->readable = line[0] == 'r';
+    result->writable = line[1] == 'w';
+    line.remove_prefix(5);
+    if (!take(&line, 16, ' ', &offset) || !take(&line, 16, ':', &device)) return false;
+    if (!take(&line, 16, ' ', &device) || !take(&line, 10, ' ', &node)) return false;
+    result->file = node != 0;
+    result->path = line.substr(std::min(line.find_first_not_of(' '), line.size()));
+    return true;
+}
+
+bool map_reader::next(mapping *result)
+{
+    std::string_view line;
+    if (failed_ || !read_line(&line)) return false;
+    failed_ = !understand(line, result);
+    return !failed_;
+}
+
+// ---- ranges ----
+
+namespace
+{
+
+struct range {
+    std::uint64_t first;
+    std::uint64_t last; // the last byte itself: the end may be past all numbers
+};
+
+enum class answer { no, yes, ask_pages };
+
+answer ask_map(range wanted, bool to_write)
+{
+    map_reader maps;
+    mapping here;
+    bool file = false;
+    while (maps.next(&here)) {
+        if (here.end <= wanted.first) continue;
+        if (here.begin > wanted.first) return answer::no;
+        if (!here.readable || (to_write && !here.writable)) return answer::no;
+        file = file || here.file;
+        if (here.end > wanted.last) return file ? answer::ask_pages : answer::yes;
+        wanted.first = here.end;
+    }
+    return maps.failed() ? answer::ask_pages : answer::no;
+}
+
+// The system reads a byte of each page; true also where it does not do so for us.
+bool ask_pages(range wanted)
+{
+    constexpr std::size_t batch = 64; // pages asked for by one call
+    const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    char bytes[batch];
+    iovec pages[batch];
+    for (bool more = true; more;) {
+        std::size_t count = 0;
+        while (more && count < batch) {
+            pages[count++] = {reinterpret_cast<void *>(static_cast<std::uintptr_t>(wanted.first)),
+                              1};
+            const std::uint64_t left =
+                page - 1 - wanted.first % page; // bytes behind it in its page
+            more = wanted.last - wanted.first > left;
+            wanted.first += left + 1;
+        }
+        iovec here = {bytes, count};
+        const ssize_t moved = process_vm_readv(getpid(), &here, 1, pages, count, 0);
+        if (moved < 0) return errno != EFAULT;
+        if (moved != static_cast<ssize_t>(count)) return false;
+    }
+    return true;
+}
+
+bool good(const void *address, std::size_t size, bool to_write)
+{
+    if (size == 0) return true;
+    const auto first = reinterpret_cast<std::uintptr_t>(address);
+    if (first == 0 || size - 1 > UINTPTR_MAX - first) return false;
+    const range wanted = {first, std::uint64_t{first} + (size - 1)};
+    const answer said = ask_map(wanted, to_write);
+    return said == answer::yes || (said == answer::ask_pages && ask_pages(wanted));
+}
+
+} // namespace
+
+bool readable(const void *address, std::size_t size) { return good(address, size, false); }
+
+bool writable(const void *address, std::size_t size) { return good(address, size, true); }
+
+} // namespace ku::kernel

@@ -35,9 +35,10 @@
 #include "lizs.h"
 #include "lizu.h"
 
-/* files and environment */
+/* files, memory and environment */
 #include "sku.h"
 #include "skub.h"
+#include "skuhm.h"
 #include "skuf.h"
 #include "skufb.h"
 #include "skufo.h"

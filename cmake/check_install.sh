@@ -19,6 +19,9 @@ int main(void)
     if (ctx == NULL) return 1;
     kuxget(ctx, &attrs);
     puts(attrs.kuxaversion);
+    tag_skuhm *heap = skuhmi(ctx, 0);
+    if (heap == NULL) return 2;
+    skuhmf(ctx, &heap);
     return kuxdestroy(ctx) != NULL;
 }
 END
@@ -38,9 +41,11 @@ cc -std=c99 -o "$prefix/static" "$prefix/client/client.c" $(pkg-config --cflags 
     "$libdir/libku.a" -lstdc++ -ldl
 cmake -S "$prefix/client" -B "$prefix/client/build" -DCMAKE_PREFIX_PATH="$prefix" >/dev/null
 cmake --build "$prefix/client/build" >/dev/null
-for program in shared static client/build/client; do
+for program in shared client/build/client; do
     [ "$(LD_LIBRARY_PATH=$libdir "$prefix/$program")" = 2.0.5.0.0 ]
 done
+# A program with the static library has no library beside which modules would be.
+[ "$(KU_SYSDIR=$libdir "$prefix/static")" = 2.0.5.0.0 ]
 [ "$("$prefix/bin/kuq" version | head -n 1)" = "kuq 2.0.5" ]
 cmake --build build/install --target uninstall >/dev/null
 [ -z "$(find "$prefix" -name '*ku*' -type f -not -path '*/client/*')" ]

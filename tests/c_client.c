@@ -130,6 +130,26 @@ static const char *use_streams(kux *ctx, const char *directory)
     return NULL;
 }
 
+static const char *use_heaps(kux *ctx, const char *directory)
+{
+    tag_skuhm *heap = skuhmi(ctx, 0);
+    void *block;
+    void *behind;
+    uint32_t size = 0;
+    (void)directory;
+    HOLDS(heap != NULL);
+    block = heap->skuhmalloc_pfn(ctx, heap, 8);
+    HOLDS(block != NULL && heap->skuhmgetsize_pfn(ctx, heap, block, &size) == 0 && size == 8);
+    HOLDS(heap->skuhmmemcpy_pfn(ctx, heap, block, "abcdefg", 8) == 0);
+    HOLDS(heap->skuhmgetptr_pfn(ctx, heap, block, 3, &behind) == 0 && strcmp(behind, "defg") == 0);
+    block = heap->skuhmrealloc_pfn(ctx, heap, block, 4);
+    HOLDS(block != NULL && memcmp(block, "abcd", 4) == 0);
+    heap->skuhmfree_pfn(ctx, heap, block);
+    skuhmf(ctx, &heap);
+    HOLDS(heap == NULL);
+    return NULL;
+}
+
 static const char *use_lists(kux *ctx, const char *directory)
 {
     void *words[] = {"pear", "fig", "apple"};
@@ -224,6 +244,7 @@ const c_client_family c_client_families[] = {
     {"properties and messages", use_properties_and_messages},
     {"text", use_text},
     {"streams", use_streams},
+    {"heaps", use_heaps},
     {"lists", use_lists},
     {"tokens", use_tokens},
     {"preferences", use_preferences},

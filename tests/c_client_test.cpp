@@ -17,6 +17,7 @@ TEST(CClient, UsesEachFamilyOnce)
         ku::test::directory directory;
         ku::test::variable global("KU_GPREFS", directory.path());
         ku::test::variable user("KU_UPREFS", directory.path());
+        ku::test::variable modules("KU_SYSDIR", KU_BINARY_DIR);
         const char *broken = family->use(ctx, directory.path().c_str());
         EXPECT_EQ(broken, nullptr) << broken << ", errors " << testing::PrintToString(ctx.errors());
     }

@@ -106,9 +106,9 @@ header *take_out(const void *address)
 // A block of a new size, in the table; null with the old one as it was: no memory.
 void *sized(header *block, std::uint32_t size)
 {
-    const bool possible = size != COMRT_UNKNOWN && size <= SIZE_MAX - sizeof(header) - 1;
-    void *memory =
-        possible ? std::realloc(block, sizeof(header) + (size == 0 ? 1 : size)) : nullptr;
+    const std::size_t bytes = sizeof(header) + (size == 0 ? 1 : size);
+    if (size == COMRT_UNKNOWN || bytes < size) return nullptr; // the sum may wrap
+    void *memory = std::realloc(block, bytes);
     if (memory == nullptr) return nullptr;
     auto *made = static_cast<header *>(memory);
     made->size = size;

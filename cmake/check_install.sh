@@ -18,10 +18,10 @@ int main(void)
     kux *ctx = kuxcreate(NULL);
     if (ctx == NULL) return 1;
     kuxget(ctx, &attrs);
-    puts(attrs.kuxaversion);
     tag_skuhm *heap = skuhmi(ctx, 0);
     if (heap == NULL) return 2;
     skuhmf(ctx, &heap);
+    puts(attrs.kuxaversion);
     return kuxdestroy(ctx) != NULL;
 }
 END

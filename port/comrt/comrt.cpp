@@ -34,40 +34,44 @@ struct alignas(std::max_align_t) header {
     std::uint32_t size; // as asked for, in bytes
 };
 
+struct bucket {
+    header *first;
+};
+
 constexpr std::size_t few = 64; // buckets at first
 
 std::mutex guard;
 std::uint32_t initialised = 0; // CoInitialize less CoUninitialize
-header *first_buckets[few];
-header **buckets = first_buckets;
+bucket first_buckets[few];
+bucket *buckets = first_buckets;
 std::size_t bucket_count = few; // a power of 2
 std::size_t alive = 0;          // blocks in the table
 
 header **bucket_of(const void *address)
 {
     const std::uint64_t spread = reinterpret_cast<std::uintptr_t>(address) * 0x9E3779B97F4A7C15u;
-    return &buckets[(spread >> 32) & (bucket_count - 1)];
+    return &buckets[(spread >> 32) & (bucket_count - 1)].first;
 }
 
 void hang(header *block)
 {
-    header **bucket = bucket_of(block + 1);
-    block->next = *bucket;
-    *bucket = block;
+    header **place = bucket_of(block + 1);
+    block->next = *place;
+    *place = block;
 }
 
-void use_buckets(header **table, std::size_t count)
+void use_buckets(bucket *table, std::size_t count)
 {
-    header **const old = buckets;
+    bucket *const old = buckets;
     const std::size_t old_count = bucket_count;
     buckets = table;
     bucket_count = count;
     for (std::size_t i = 0; i < old_count; i++) {
-        for (header *block = old[i], *next = nullptr; block != nullptr; block = next) {
+        for (header *block = old[i].first, *next = nullptr; block != nullptr; block = next) {
             next = block->next;
             hang(block);
         }
-        old[i] = nullptr;
+        old[i].first = nullptr;
     }
     if (old != first_buckets) std::free(old);
 }
@@ -76,8 +80,8 @@ void enter(header *block)
 {
     const std::lock_guard lock(guard);
     if (alive == bucket_count) {
-        void *table = std::calloc(bucket_count * 2, sizeof(header *));
-        if (table != nullptr) use_buckets(static_cast<header **>(table), bucket_count * 2);
+        void *table = std::calloc(bucket_count * 2, sizeof(bucket));
+        if (table != nullptr) use_buckets(static_cast<bucket *>(table), bucket_count * 2);
     }
     hang(block);
     alive++;

@@ -68,7 +68,8 @@ void survives_writing(const kulang &lang, const block &text)
     const std::size_t size = offset(target);
     if (lang.shiftsensitive_kulang == 0)
         must(std::memcmp(copy.bytes.get(), text.bytes.get(), size) == 0);
-    copy.bytes[size] = 0; // what a NUL cut off must not wait for more
+    must(size <= text.size + 1); // the byte that closes what the text left open
+    copy.bytes[size] = 0;        // what a NUL cut off must not wait for more
     kucursor again = reading(lang, copy, SIZE_MAX), first = reading(lang, text, text.size);
     while (const std::uint32_t value = next(first)) must(next(again) == value);
     must(next(again) == 0);
@@ -106,6 +107,26 @@ void order_is_one(const kulang &lang, const block &text, std::size_t split)
     if (compare_text(lang, a, an, b, bn) == 0) must(compare_text_nocase(lang, a, an, b, bn) == 0);
 }
 
+// What two texts have in common ends before a NUL and reads the same in both.
+void common_is_common(const kulang &lang, const block &text, std::size_t split)
+{
+    const block first(split), second(text.size - split);
+    if (split != 0) std::memcpy(first.bytes.get(), text.bytes.get(), split);
+    if (second.size != 0) std::memcpy(second.bytes.get(), text.bytes.get() + split, second.size);
+    for (const bool nocase : {false, true}) {
+        const bool ended = std::memchr(first.bytes.get(), 0, first.size) != nullptr;
+        const common same = pass_common(lang, first.bytes.get(), ended ? SIZE_MAX : first.size,
+                                        second.bytes.get(), second.size, nocase);
+        kucursor a = reading(lang, first, same.a_bytes), b = reading(lang, second, same.b_bytes);
+        for (std::size_t i = 0; i < same.characters; i++) {
+            const std::uint32_t left = next(a), right = next(b);
+            must(left != 0 && right != 0);
+            must(nocase ? wide_compare_nocase(lang, left, right) == 0 : left == right);
+        }
+        must(offset(a) == same.a_bytes && offset(b) == same.b_bytes);
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size)
@@ -116,6 +137,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t *data, std::size_t size
     const block text(size - 2);
     if (text.size != 0) std::memcpy(text.bytes.get(), data + 2, text.size);
     const std::size_t limit = data[1] < text.size ? data[1] : text.size;
+    common_is_common(lang, text, limit);
     scans_agree(lang, text, text.size);
     scans_agree(lang, text, limit);
     if (std::memchr(data + 2, 0, text.size) != nullptr) scans_agree(lang, text, SIZE_MAX);

@@ -144,8 +144,8 @@ int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const
 
 // What two texts begin with in common, by value or without case, as far as that
 // is quick to see: it may end anywhere before the first difference, and does
-// before a NUL, a malformed character and the last few bytes. UTF-8 only; nothing
-// in other sets.
+// before a NUL (behind which nothing is read), a malformed character and the last
+// few bytes. UTF-8 only; nothing in other sets.
 struct common {
     std::size_t a_bytes;
     std::size_t b_bytes;

@@ -644,41 +644,85 @@ int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const
 namespace
 {
 
-// Two texts in UTF-8 and how far they were found to be alike.
+// A text in UTF-8 as far as its NUL, which is looked for a stretch at a time:
+// nothing is read behind it, and a text that differs early is not searched whole.
+struct outlook {
+    const byte *at;
+    std::size_t beyond;   // bytes behind those seen that may belong to the text
+    std::size_t seen = 0; // bytes from `at` on without a NUL
+    std::size_t stretch = 64;
+
+    // Whether so many bytes come before the NUL and the end.
+    bool sees(std::size_t bytes)
+    {
+        while (seen < bytes && beyond != 0) look_on();
+        return seen >= bytes;
+    }
+
+    void pass(std::size_t bytes)
+    {
+        at += bytes;
+        seen -= bytes;
+    }
+
+private:
+    void look_on()
+    {
+        constexpr std::size_t longest = 4096;
+        const std::size_t most = beyond < stretch ? beyond : stretch;
+        const std::size_t found = strnlen(reinterpret_cast<const char *>(at) + seen, most);
+        seen += found;
+        beyond = found == most ? beyond - most : 0;
+        if (stretch < longest) stretch *= 2;
+    }
+};
+
+// Two texts and how far they were found to be alike.
 struct twins {
-    reader<utf8_set> a, b;
+    outlook a, b;
     std::size_t characters = 0;
 
     void pass(std::size_t bytes, std::size_t passed)
     {
-        a = {a.at + bytes, a.left - bytes};
-        b = {b.at + bytes, b.left - bytes};
+        a.pass(bytes);
+        b.pass(bytes);
         characters += passed;
     }
 
-    // Equal ASCII bytes but NULs, of the next eight.
+    // Equal ASCII bytes of the next eight.
     std::size_t ascii(bool nocase) const
     {
         const std::uint64_t left = load(a.at), right = load(b.at);
         const std::uint64_t different =
             nocase ? ascii_upper(left & ~high_bits) ^ ascii_upper(right & ~high_bits)
                    : left ^ right;
-        const std::uint64_t nul = left - every; // bit 7 at a NUL, and at some bytes above it
-        const std::uint64_t stop = different | ((left | right | nul) & high_bits);
+        const std::uint64_t stop = different | ((left | right) & high_bits);
         return static_cast<std::size_t>(std::countr_zero(stop)) / 8;
+    }
+
+    std::size_t pass_pairs(const std::uint16_t *fold)
+    {
+        const std::size_t least = a.seen < b.seen ? a.seen : b.seen;
+        const std::size_t pairs = equal_pair_run(fold, a.at, b.at, least);
+        pass(pairs, pairs / 2);
+        return pairs;
     }
 
     // One well-formed character beyond ASCII on each side, if they are alike.
     bool pass_character(const kulang &lang, bool nocase)
     {
-        const character one = utf8_set::decode(a.at, a.left),
-                        other = utf8_set::decode(b.at, b.left);
+        constexpr std::size_t longest = 4;
+        a.sees(longest);
+        b.sees(longest);
+        if (a.seen == 0 || b.seen == 0) return false;
+        const character one = utf8_set::decode(a.at, a.seen),
+                        other = utf8_set::decode(b.at, b.seen);
         if (one.width < 2 || other.width < 2) return false;
         const bool alike = one.value == other.value
                            || (nocase && wide_compare_nocase(lang, one.value, other.value) == 0);
         if (!alike) return false;
-        a = {a.at + one.width, a.left - one.width};
-        b = {b.at + other.width, b.left - other.width};
+        a.pass(one.width);
+        b.pass(other.width);
         characters++;
         return true;
     }
@@ -692,16 +736,15 @@ common pass_common(const kulang &lang, const void *a, std::size_t an, const void
     if (lang.charset_kulang->kind_kucharset != kind_utf8) return {0, 0, 0};
     const std::uint16_t *fold = nocase ? utf8_pairs().fold : nullptr;
     twins both = {{bytes_of(a), an}, {bytes_of(b), bn}};
-    while (both.a.left >= 8 && both.b.left >= 8) {
+    while (both.a.sees(8) && both.b.sees(8)) {
         const std::size_t ascii = both.ascii(nocase);
         both.pass(ascii, ascii);
         if (ascii == 8) continue;
-        const std::size_t least = both.a.left < both.b.left ? both.a.left : both.b.left;
-        const std::size_t pairs = nocase ? equal_pair_run(fold, both.a.at, both.b.at, least) : 0;
-        both.pass(pairs, pairs / 2);
-        if (pairs == 0 && !both.pass_character(lang, nocase)) break;
+        const bool pairs = nocase && both.pass_pairs(fold) != 0;
+        if (!pairs && !both.pass_character(lang, nocase)) break;
     }
-    return {an - both.a.left, bn - both.b.left, both.characters};
+    return {static_cast<std::size_t>(both.a.at - bytes_of(a)),
+            static_cast<std::size_t>(both.b.at - bytes_of(b)), both.characters};
 }
 
 // ---- joining ----

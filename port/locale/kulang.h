@@ -60,7 +60,9 @@ typedef struct kulocglo {
 /*
  * String cursor over a text. Its current byte is 0 at the end of the text: at a
  * NUL byte or when size_kucursor bytes have been passed. In shift-sensitive
- * sets the cursor never rests on a shift byte: opening and stepping absorb it.
+ * sets a cursor for reading never rests on a shift byte: opening and stepping
+ * absorb it. One opened for writing may, until it is stepped, because the bytes
+ * behind it need not be filled yet; what is asked of it skips them all the same.
  */
 typedef struct kucursor {
     unsigned char *start_kucursor;    /* first byte of the text */
@@ -68,7 +70,8 @@ typedef struct kucursor {
     size_t size_kucursor;        /* bytes from start that belong to the text; SIZE_MAX: no limit */
     const kulang *lang_kucursor; /* the text's language; borrowed */
     uint8_t mode_kucursor;       /* 0 reading, 1 writing */
-    uint8_t shifted_kucursor;    /* 1 while inside a shifted run */
+    uint8_t shifted_kucursor;    /* not 0 while inside a shifted run; 2 behind half a pair just
+                                    written, 1 otherwise */
 } kucursor;
 
 #endif

@@ -258,31 +258,34 @@ std::uint16_t classes(const kucursor &cursor)
 namespace
 {
 
-// Bytes of one value in the shift-sensitive set, shift bytes included. A raw
-// byte that would be a character unshifted goes out shifted; one that could
-// become half of the next pair is shifted in at once.
+// Where a target stands: shifted_kucursor.
+enum run : std::uint8_t { unshifted, shifted, behind_half };
+
+// Bytes of one value in the shift-sensitive set, shift bytes included. A raw byte
+// that would be a character unshifted goes out shifted; a raw half of a pair is
+// kept from pairing with the next half by another shift-out between them. So a
+// shift byte is written only where any text of these characters needs one.
 struct shifted_bytes {
     byte bytes[4];
     std::uint32_t count;
-    bool shifted; // after them
+    run after;
 };
 
-shifted_bytes encode_shifted(const kucharset &set, std::uint32_t value, bool shifted)
+shifted_bytes encode_shifted(const kucharset &set, std::uint32_t value, run before)
 {
-    byte plain_bytes[4];
-    const std::uint32_t width = encode(set, value, plain_bytes);
-    if (width == 0) return {{}, 0, shifted};
-    const bool raw_pair_byte = is_raw(value) && plain_bytes[0] < 0x80;
-    if (raw_pair_byte && is_shift(plain_bytes[0])) return {{}, 0, shifted};
+    byte own[4];
+    const std::uint32_t width = encode(set, value, own);
+    const bool raw_byte = is_raw(value), raw_shifted = raw_byte && own[0] < 0x80;
+    if (width == 0 || (raw_shifted && is_shift(own[0]))) return {{}, 0, before};
 
-    shifted_bytes out = {{}, 0, shifted};
-    if (!is_raw(value) || raw_pair_byte) out.shifted = width == 2 || raw_pair_byte;
-    if (out.shifted != shifted) out.bytes[out.count++] = out.shifted ? shift_out : shift_in;
-    for (std::uint32_t i = 0; i < width; i++) out.bytes[out.count++] = plain_bytes[i];
-    if (raw_pair_byte && shifted_set::is_half(plain_bytes[0])) {
-        out.bytes[out.count++] = shift_in;
-        out.shifted = false;
-    }
+    const bool half = raw_shifted && shifted_set::is_half(own[0]);
+    const bool was_shifted = before != unshifted;
+    const bool is_shifted = raw_byte && !raw_shifted ? was_shifted : width == 2 || raw_shifted;
+    const bool parted = before == behind_half && (width == 2 || half);
+    shifted_bytes out = {{}, 0, half ? behind_half : is_shifted ? shifted : unshifted};
+    if (is_shifted != was_shifted || parted)
+        out.bytes[out.count++] = is_shifted ? shift_out : shift_in;
+    for (std::uint32_t i = 0; i < width; i++) out.bytes[out.count++] = own[i];
     return out;
 }
 
@@ -303,10 +306,10 @@ std::uint32_t put(kucursor &target, std::uint32_t value, std::size_t room)
         byte bytes[4];
         return put_bytes(target, bytes, encode(set, value, bytes), room);
     }
-    const shifted_bytes out = encode_shifted(set, value, target.shifted_kucursor != 0);
-    if (out.shifted && room <= out.count) return 0;
+    const shifted_bytes out = encode_shifted(set, value, static_cast<run>(target.shifted_kucursor));
+    if (out.after != unshifted && room <= out.count) return 0;
     const std::uint32_t written = put_bytes(target, out.bytes, out.count, room);
-    if (written != 0) target.shifted_kucursor = out.shifted;
+    if (written != 0) target.shifted_kucursor = out.after;
     return written;
 }
 

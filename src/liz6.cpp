@@ -21,7 +21,7 @@ byte_run bytes_to_nul(const text &given)
         bytes = cursor->start_kucursor;
         limit = std::min(limit, cursor->size_kucursor);
     }
-    if (limit == 0) return {bytes, 0};
+    if (limit == 0 || bytes == nullptr) return {bytes, 0};
     const auto *nul = static_cast<const unsigned char *>(std::memchr(bytes, 0, limit));
     return {bytes, static_cast<std::uint32_t>(nul != nullptr ? nul - bytes : limit)};
 }
@@ -55,6 +55,8 @@ outcome copy_bytes(const kulang &lang, void *target, std::uint32_t room, const v
 std::int32_t compare_bytes(const kulang &lang, const void *a, const void *b, std::uint32_t n,
                            std::int32_t option)
 {
+    if (a == nullptr) return LIZ_LESS; // even than null
+    if (b == nullptr) return LIZ_GREATER;
     const int order = option == LIZ_BINARY ? locale::bytes_compare(a, b, n)
                                            : locale::bytes_compare_nocase(lang, a, b, n);
     return order == 0 ? LIZ_EQUAL : order < 0 ? LIZ_LESS : LIZ_GREATER;
@@ -76,11 +78,7 @@ uint32_t liz6copy(const kulang *lh, kulocglo *, void *target, uint32_t tsize, co
 uint32_t liz6comp(const kulang *lh, kulocglo *, const void *a, const void *b, uint32_t n,
                   int32_t option, int32_t *res)
 {
-    if (a == nullptr || b == nullptr) {
-        give(res, a == nullptr ? LIZ_LESS : LIZ_GREATER);
-        return LIZ_OK;
-    }
-    if (n == KU_NTS) {
+    if (n == KU_NTS && a != nullptr && b != nullptr) {
         const std::uint32_t length = bytes_of(as_given(a, n, LIZ_MULTIBYTE)).length;
         n = bytes_to_nul(exactly(b, length, LIZ_MULTIBYTE)).length;
     }

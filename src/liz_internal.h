@@ -67,7 +67,6 @@ struct extent {
     std::uint32_t characters;
 };
 extent measure(const kulang &lang, const text &given);
-text measured(const kulang &lang, const text &given); // the same with its length
 
 std::int32_t compare(const kulang &lang, const text &a, const text &b, std::int32_t option);
 std::int32_t compare_bytes(const kulang &lang, const void *a, const void *b, std::uint32_t n,

@@ -8,7 +8,8 @@
 //
 // Shift bytes belong to no character: the cursor absorbs them when it is opened
 // and after each step, and boffset_lizg counts them. For SO x y SI it is 4 after
-// the one character.
+// the one character. A cursor that has passed nothing but shift bytes stands for
+// its whole text: it is counted, and limited, from its start.
 //
 // Matching two texts of bytes passes over what they have in common in bulk.
 #include "lizg.h"
@@ -38,22 +39,34 @@ std::uint32_t next_unit(const kulang &lang, lizg &scan)
     return value;
 }
 
-// Where the byte count of the next character begins: at the shift bytes before the
-// first one too, though the cursor has passed them.
-const unsigned char *count_from(const lizg &scan)
+// Where a scan of a cursor begins: at the start when only shift bytes lie before it.
+const unsigned char *origin(const kucursor &cursor)
 {
-    const kucursor &cursor = scan.osctx_lizg;
-    if (scan.lcnum_lizg >= 0) return cursor.position_kucursor;
-    if (scan.rep_lizg == LIZ_MULTIBYTE) return cursor.start_kucursor;
-    const bool opened = cursor.shifted_kucursor != 0 && locale::offset(cursor) != 0
-                        && cursor.position_kucursor[-1] == cursor.lang_kucursor->shiftout_kulang;
-    return cursor.position_kucursor - (opened ? 1 : 0);
+    const unsigned char *at = cursor.position_kucursor;
+    const kulang &lang = *cursor.lang_kucursor;
+    if (lang.shiftsensitive_kulang == 0) return at;
+    while (at != cursor.start_kucursor
+           && (at[-1] == lang.shiftout_kulang || at[-1] == lang.shiftin_kulang))
+        at--;
+    return at == cursor.start_kucursor ? at : cursor.position_kucursor;
+}
+
+// Bounds a cursor to `limit` bytes from where its scan begins.
+void bound(kucursor &cursor, std::size_t limit)
+{
+    const auto passed = static_cast<std::size_t>(origin(cursor) - cursor.start_kucursor);
+    const std::size_t left = cursor.size_kucursor > passed ? cursor.size_kucursor - passed : 0;
+    cursor.size_kucursor = passed + std::min(left, limit);
+    if (locale::offset(cursor) == passed) return;
+    const auto mode = static_cast<locale::cursor_mode>(cursor.mode_kucursor);
+    locale::open_exact(&cursor, cursor.start_kucursor, cursor.size_kucursor, cursor.lang_kucursor,
+                       mode);
 }
 
 std::uint32_t next_character(lizg &scan)
 {
     kucursor &cursor = scan.osctx_lizg;
-    const unsigned char *before = count_from(scan);
+    const unsigned char *before = scan.lcnum_lizg < 0 ? origin(cursor) : cursor.position_kucursor;
     const std::uint32_t value = locale::next(cursor);
     if (value == 0) return 0;
     scan.boffset_lizg += static_cast<std::uint32_t>(cursor.position_kucursor - before);
@@ -61,11 +74,10 @@ std::uint32_t next_character(lizg &scan)
     return value;
 }
 
-// Bytes that may be looked at beyond the next character: their length was given.
+// Bytes without shift states: characters can be passed by moving the position.
 bool plain_bytes(const kulang &lang, const lizg &scan)
 {
-    return scan.slen_lizg != KU_NTS
-           && (scan.rep_lizg == LIZ_MULTIBYTE || scan.rep_lizg == LIZ_CURSOR)
+    return (scan.rep_lizg == LIZ_MULTIBYTE || scan.rep_lizg == LIZ_CURSOR)
            && lang.shiftsensitive_kulang == 0;
 }
 
@@ -109,9 +121,7 @@ void open_scan(const kulang &lang, lizg &scan, const text &given)
                            locale::cursor_mode::read);
     } else if (given.rep == LIZ_CURSOR) {
         cursor = *static_cast<const kucursor *>(given.bytes);
-        const auto offset = static_cast<std::size_t>(count_from(scan) - cursor.start_kucursor);
-        if (cursor.size_kucursor > offset && cursor.size_kucursor - offset > given.limit)
-            cursor.size_kucursor = offset + given.limit;
+        bound(cursor, given.limit);
     } else {
         cursor.size_kucursor = given.limit;
     }
@@ -142,7 +152,8 @@ int compare_values(const kulang &lang, std::uint32_t a, std::uint32_t b, std::in
 
 verdict match(const kulang &lang, lizg &first, lizg &second, std::int32_t option)
 {
-    const bool in_bulk = plain_bytes(lang, first) && plain_bytes(lang, second);
+    // One scan given twice is read in turns, which only single steps do.
+    const bool in_bulk = &first != &second && plain_bytes(lang, first) && plain_bytes(lang, second);
     for (;;) {
         if (in_bulk) pass_common(lang, first, second, option);
         const std::uint32_t a = next(lang, first);

@@ -58,7 +58,8 @@ typedef struct lizg {
     int32_t rep_lizg;      /* representation of the text */
     int32_t lcnum_lizg;    /* index of the character last read; -1 before the first */
     uint32_t boffset_lizg; /* bytes from the scan's start to just after the character last read,
-                              shift bytes that follow it included */
+                              shift bytes that follow it included; a cursor that has passed
+                              only shift bytes is scanned from its start */
     const void *str_lizg;  /* the text (representation 3: the caller's cursor) */
     uint32_t slen_lizg;    /* its byte length as given */
 } lizg;
@@ -66,7 +67,7 @@ typedef struct lizg {
 /*
  * Starts a scan of a text and passes over its first `skip` characters.
  *   str   for LIZ_CURSOR the caller's cursor: copied, scanned from where it
- *         stands, never moved
+ *         stands, never moved; the length counts from there
  * Returns LIZ_OK, or LIZ_END when the text has fewer characters.
  */
 KU_API uint32_t lizginit(const kulang *lh, kulocglo *glo, lizg *scan, const void *str,
@@ -82,7 +83,8 @@ KU_API uint32_t lizggnc(const kulang *lh, kulocglo *glo, lizg *scan, uint32_t *v
 
 /*
  * Compares what is left of two scans, character by character.
- *   rdonly  1: neither scan moves; otherwise both stand behind what was compared
+ *   rdonly  1: neither scan moves; otherwise both stand behind what was compared,
+ *           and the same scan given twice is read by each in turn
  *   option  LIZ_NOCASE; any other compares by value
  *   lex     out: LIZ_EQUAL, LIZ_LESS, LIZ_GREATER; a proper prefix comes first
  *   prefix  out: 1 when the second was used up without a difference, else 0

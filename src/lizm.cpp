@@ -68,25 +68,20 @@ outcome copy(const kulang &lang, void *target, std::uint32_t room, std::int32_t 
     return done;
 }
 
-text measured(const kulang &lang, const text &given)
-{
-    return given.terminated ? exactly(given.bytes, measure(lang, given).bytes, given.rep) : given;
-}
-
 std::int32_t compare(const kulang &lang, const text &a, const text &b, std::int32_t option)
 {
     if (locale::single_byte(lang)) {
         const byte_run first = bytes_of(a);
         const byte_run second = bytes_of(b);
-        if (first.length == 0) return second.length == 0 ? LIZ_EQUAL : LIZ_LESS;
-        if (second.length == 0) return LIZ_GREATER;
+        if (first.length == 0 && second.length != 0) return LIZ_LESS;
+        if (first.length != 0 && second.length == 0) return LIZ_GREATER;
         const std::uint32_t common = std::min(first.length, second.length);
         return compare_bytes(lang, first.bytes, second.bytes, common, option);
     }
     lizg first;
     lizg second;
-    open_scan(lang, first, measured(lang, a));
-    open_scan(lang, second, measured(lang, b));
+    open_scan(lang, first, a);
+    open_scan(lang, second, b);
     return match(lang, first, second, option).order;
 }
 
@@ -164,6 +159,7 @@ struct lizmplace {
 lizmplace lizmfindbytes(const kulang &lang, const byte_run &target, const byte_run &pattern,
                         std::int32_t option, std::uint32_t start)
 {
+    if (target.bytes == nullptr || pattern.bytes == nullptr) return {}; // unlike any text
     if (start > target.length || pattern.length > target.length - start) return {};
     const std::uint32_t last = target.length - pattern.length;
     if (option == LIZ_BINARY) {

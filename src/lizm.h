@@ -64,7 +64,9 @@ KU_API uint32_t lizmcpy(const kulang *lh, kulocglo *glo, void *target, uint32_t 
  * Compares two texts.
  *   option  LIZ_NOCASE or LIZ_BINARY
  *   res     out: LIZ_EQUAL, LIZ_LESS, LIZ_GREATER. A proper prefix is less; but
- *           in single-byte languages equal, unless it is empty.
+ *           in single-byte languages equal, unless it is empty. There a null
+ *           first text of equal or no length is less, a null second one makes
+ *           the first greater.
  * Returns LIZ_OK.
  */
 KU_API uint32_t lizmcmp(const kulang *lh, kulocglo *glo, const void *a, uint32_t alen, int32_t arep,
@@ -77,7 +79,7 @@ KU_API uint32_t lizmcmp(const kulang *lh, kulocglo *glo, const void *a, uint32_t
  *            pattern begins; unchanged when it is not found
  *   boffset  out: its byte offset; 0 when not found
  * An empty pattern is found at the start index if that is at most the text's
- * length. Returns LIZ_OK.
+ * length; a null one, in single-byte languages, never. Returns LIZ_OK.
  */
 KU_API uint32_t lizmsearch(const kulang *lh, kulocglo *glo, const void *target, uint32_t tlen,
                            int32_t trep, const void *pattern, uint32_t plen, int32_t prep,

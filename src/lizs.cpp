@@ -43,22 +43,26 @@ uint32_t lizsbytes(const kulang &lang, void *target, int32_t trep, const text &s
     return done.status;
 }
 
-// The source is measured first: it may be the target itself.
+// A wide source is measured first: it may be the target itself. Bytes must not be,
+// because what their NUL cuts off is characters, what a length cuts off is none.
 uint32_t lizswide(const kulang &lang, void *target, const text &source, int32_t option)
 {
     const std::uint32_t end = measure(lang, as_given(target, KU_NTS, LIZ_WIDE)).bytes;
-    return convert(lang, static_cast<unsigned char *>(target) + end, UINT32_MAX, LIZ_WIDE,
-                   measured(lang, source), option)
+    const text from = source.rep == LIZ_WIDE
+                          ? exactly(source.bytes, measure(lang, source).bytes, LIZ_WIDE)
+                          : source;
+    return convert(lang, static_cast<unsigned char *>(target) + end, UINT32_MAX, LIZ_WIDE, from,
+                   option)
         .status;
 }
 
-// A cursor inside a shifted run: the copy begins with a shift byte of its own.
-std::uint32_t lizsopening(const text &source)
+// Shift bytes that the copy of a source has besides the source's own: before a
+// cursor inside a shifted run, and behind a run that the source leaves open.
+std::uint32_t lizsshifts(const kulang &lang, const text &source)
 {
-    return source.rep == LIZ_CURSOR
-                   && static_cast<const kucursor *>(source.bytes)->shifted_kucursor != 0
-               ? 1
-               : 0;
+    const bool inside = source.rep == LIZ_CURSOR
+                        && static_cast<const kucursor *>(source.bytes)->shifted_kucursor != 0;
+    return lang.shiftsensitive_kulang == 0 || source.rep == LIZ_WIDE ? 0 : inside ? 2 : 1;
 }
 
 uint32_t lizsjoin(const kulang &lang, kulocglo *glo, void *target, int32_t trep, const text &source,
@@ -66,8 +70,7 @@ uint32_t lizsjoin(const kulang &lang, kulocglo *glo, void *target, int32_t trep,
 {
     std::uint32_t size = 0;
     lizm2(&lang, glo, source.bytes, KU_NTS, source.rep, LIZ_MULTIBYTE, &size);
-    if (size == 0) return LIZ_OK;
-    size += lizsopening(source);
+    size += lizsshifts(lang, source);
     void *converted = manager.alloc_lizm(size);
     if (converted == nullptr) return LIZ_NOMEMORY;
 

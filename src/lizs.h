@@ -13,7 +13,8 @@ extern "C" {
 /*
  * Appends a NUL-terminated text to a NUL-terminated one.
  *   target   must have room for both and a terminator; a cursor is taken from
- *            its start and in the end opened anew, in its mode, on the whole
+ *            its start and in the end opened anew, in its mode, on the whole,
+ *            also when the source is empty
  *   manager  for the temporary that multibyte and cursor targets need outside
  *            single-byte languages; null: the default one (lizu.h)
  * Returns LIZ_OK; LIZ_NOMEMORY with the target unchanged; LIZ_END when case

@@ -70,9 +70,20 @@ struct lizucopier {
         return true;
     }
 
+    // Whether lizmcpy would read the source; single-byte languages count under any option.
+    bool copies() const
+    {
+        return is_representation(target.rep) && is_representation(source.rep)
+               && (locale::single_byte(lang) || is_copy_option(option));
+    }
+
     // Copies what fits; bytes written. A target that is cut counts as full.
     std::uint32_t piece()
     {
+        if (!copies()) {
+            if (target.rep == LIZ_WIDE && is_representation(source.rep)) finish(to, LIZ_OK);
+            return 0;
+        }
         outcome done;
         std::uint32_t read;
         if (locale::single_byte(lang)) {
@@ -100,8 +111,6 @@ uint32_t lizucopy(const kulang *lh, kulocglo *, lizusupply tnextbuf, void *tctxp
                   lizusupply snextbuf, void *sctxp, int32_t srep, int32_t option, uint32_t *bwritp)
 {
     give(bwritp, 0u);
-    if (!is_representation(trep) || !is_representation(srep)) return LIZ_OK;
-    if (!locale::single_byte(*lh) && !is_copy_option(option)) return LIZ_OK;
     lizucopier copier = {*lh, option, {tnextbuf, tctxp, trep}, {snextbuf, sctxp, srep}, {}, {}};
     std::uint64_t total = 0;
     while (copier.refill_source() && copier.refill_target()) {

@@ -23,7 +23,8 @@ typedef int32_t (*lizusupply)(void *client, void **buffer, uint32_t *length);
  * a source buffer, or when nothing could be copied: an empty buffer, or a
  * character that no whole target buffer holds. A source buffer holds whole
  * characters and begins unshifted: one that is cut at a buffer's end ends the
- * copy. Words of option 1 begin anew with every piece.
+ * copy. Words of option 1 begin anew with every piece. An option or a
+ * representation with which lizmcpy copies nothing takes one buffer of each chain.
  * Returns LIZ_OK; a full target is no failure.
  */
 KU_API uint32_t lizucopy(const kulang *lh, kulocglo *glo, lizusupply tnextbuf, void *tctxp,

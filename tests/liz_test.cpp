@@ -219,19 +219,26 @@ struct language {
     }
 };
 
-// A text as an argument: address and length in one representation, exact or NUL-terminated.
+// How the end of a text is told: by its length, by KU_NTS, or by a NUL before the length given.
+enum ending { exact, to_the_nul, nul_first };
+
+// A text as an argument: address and length in one representation.
 struct argument {
     block memory;
     kucursor cursor{};
     int rep;
     uint32_t length;
 
-    argument(language &l, const characters &text, int representation, bool terminated)
-        : memory(l.encoded(text, representation) + (terminated ? l.nul(representation) : "")),
-          rep(representation), length(terminated ? KU_NTS : memory.size())
+    argument(language &l, const characters &text, int representation, ending how)
+        : memory(l.encoded(text, representation) + (how == exact ? "" : l.nul(representation))),
+          rep(representation), length(how == to_the_nul ? KU_NTS : memory.size())
     {
-        locale::open_exact(&cursor, memory.data(), memory.size(), &l.lang,
-                           locale::cursor_mode::read);
+        if (how == nul_first) length += 100;
+        locale::open_exact(&cursor, memory.data(), length, &l.lang, locale::cursor_mode::read);
+    }
+    argument(language &l, const characters &text, int representation) // bytes take any length
+        : argument(l, text, representation, static_cast<ending>(l.dice.below(l.bytewise() ? 2 : 3)))
+    {
     }
     const void *at() const
     {
@@ -259,54 +266,101 @@ int random_rep(language &l) { return LIZ_WIDE + static_cast<int>(l.dice.below(3)
 
 } // namespace
 
-TEST(Liz, ScansDeliverEveryCharacterWithItsPlaceAndStopAtTheEnd)
+TEST(Liz, ScansDeliverEveryCharacterWithItsPlaceAndLengthsCountThem)
 {
     in_every_language([](language &l) {
         const characters text = l.random_text(9);
         const int rep = random_rep(l);
-        const argument given(l, text, rep, l.dice.one_in(2));
-        const auto offsets = l.offsets(text, rep);
+        const argument given(l, text, rep);
+        const auto ends = l.offsets(text, rep);
         const uint32_t skipped = l.dice.below(static_cast<uint32_t>(text.size()) + 2);
         lizg scan;
         const uint32_t status = l(lizginit, &scan, given, skipped);
         EXPECT_EQ(status, skipped <= text.size() ? LIZ_OK : LIZ_END);
-        uint32_t value = 1;
+        uint32_t value = 1, bytes = 99, count = 99;
         for (std::size_t i = skipped; i < text.size(); i++) {
             EXPECT_EQ(l(lizggnc, &scan, &value), LIZ_OK);
             EXPECT_EQ(value, text[i].value);
             EXPECT_EQ(scan.lcnum_lizg, static_cast<int>(i));
-            EXPECT_EQ(scan.boffset_lizg, offsets[i + 1]);
+            EXPECT_EQ(scan.boffset_lizg, ends[i + 1]);
         }
         EXPECT_EQ(l(lizggnc, &scan, &value), LIZ_END);
         EXPECT_EQ(value, 0u);
-        EXPECT_EQ(scan.boffset_lizg, text.empty() ? 0 : offsets.back());
-    });
-}
-
-TEST(Liz, LengthsCountWholeCharactersUpToTheNulOrTheLimit)
-{
-    in_every_language([](language &l) {
-        const characters text = l.random_text(7);
-        const int rep = random_rep(l);
-        const argument whole(l, text, rep, true);
-        uint32_t bytes = 99, count = 99;
-        EXPECT_EQ(l(lizmblen, whole.at(), KU_NTS, rep, &bytes), LIZ_OK);
-        EXPECT_EQ(l(lizmllen, whole.at(), KU_NTS, rep, &count), LIZ_OK);
-        EXPECT_EQ(bytes, l.encoded(text, rep).size());
+        EXPECT_EQ(l(lizmblen, given, &bytes), LIZ_OK);
+        EXPECT_EQ(l(lizmllen, given, &count), LIZ_OK);
+        EXPECT_EQ(bytes, ends.back());
         EXPECT_EQ(count, text.size());
 
-        const block cut(l.encoded(text, rep).substr(0, l.dice.below(bytes + 1)));
         const int as = rep == LIZ_CURSOR ? LIZ_MULTIBYTE : rep;
+        const block cut(l.encoded(text, rep).substr(0, l.dice.below(bytes + 1)));
         l(lizmblen, cut.data(), cut.size(), as, &bytes); // nothing behind the limit may be read
         l(lizmllen, cut.data(), cut.size(), as, &count);
-        lizg scan;
-        EXPECT_EQ(l(lizginit, &scan, cut.data(), cut.size(), as, count), LIZ_OK);
-        EXPECT_EQ(bytes, scan.boffset_lizg);
-        EXPECT_EQ(l(lizggnc, &scan, nullptr), LIZ_END);
-        const auto ends = l.offsets(text, as);
+        EXPECT_LE(bytes, cut.size());
         EXPECT_LE(ends[count], cut.size() + (l.shifts() ? 1 : 0));
         EXPECT_TRUE(count == text.size() || ends[count + 1] > cut.size());
     });
+}
+
+// A cursor is opened behind them, a multibyte text begins with them.
+TEST(Liz, ShiftBytesInFrontCountAndLimitsHoldForCursorsAsForBytes)
+{
+    language l(sets[5]);
+    const struct {
+        std::string text;
+        uint32_t bytes;
+    } rows[] = {{"\x0F\x61", 2},     {"\x0E\x0E\x21\x21\x0F", 5},
+                {"\x0E\x0F\x61", 3}, {"\x0E\x21\x21\x0F", 4},
+                {"\x0E\x0F", 0},     {"\x0E\x21\x21\x22\x22\x0F\x61\x62\x63", 9}};
+    for (const auto &row : rows)
+        for (uint32_t limit = 0; limit <= row.text.size(); limit++) {
+            const block whole(row.text), part(row.text.substr(0, limit)), empty(std::size_t{0});
+            kucursor cursor;
+            locale::open_exact(&cursor, whole.data(), whole.size(), &l.lang,
+                               locale::cursor_mode::read);
+            const auto all = [&l, &empty](const auto &...text) {
+                uint32_t bytes = 99, count = 99, index = 0;
+                int order = 99, found = 99;
+                l(lizmblen, text..., &bytes);
+                l(lizmllen, text..., &count);
+                l(lizmcmp, text..., empty, LIZ_BINARY, &order);
+                l(lizmsearch, text..., "\x0E!!\x0F", 4, LIZ_MULTIBYTE, LIZ_BINARY, &found, &index,
+                  nullptr);
+                const block target(std::size_t{12});
+                l(lizmcpy, target, text..., LIZ_COPY, nullptr);
+                return std::make_tuple(bytes, count, order, found, target.bytes());
+            };
+            EXPECT_EQ(all(&cursor, limit, LIZ_CURSOR), all(part)) << row.text << limit;
+            if (limit == row.text.size()) {
+                EXPECT_EQ(std::get<0>(all(part)), row.bytes);
+            }
+        }
+}
+
+TEST(Liz, BytesThatANulCutsOffAreCharacters)
+{
+    static constexpr struct {
+        const char *set, *a, *b;
+        int res;
+    } rows[] = {{"utf8", "\xC3", "", LIZ_GREATER},       {"utf8", "a\xE3\x81", "a", LIZ_GREATER},
+                {"utf8", "\xC3", "\xE3", LIZ_LESS},      {"sjis", "b\x83", "b", LIZ_GREATER},
+                {"euc-jp", "\x8F\xA1", "", LIZ_GREATER}, {"iso-2022-kr", "\x0E!", "", LIZ_GREATER}};
+    for (const auto &row : rows)
+        for (int rep : {LIZ_MULTIBYTE, LIZ_CURSOR})
+            for (int option : {LIZ_NOCASE, LIZ_BINARY}) {
+                language l({row.set, {}});
+                int res = 99;
+                const block a(std::string(row.a) + '\0'), b(std::string(row.b) + '\0');
+                kucursor cursor;
+                locale::open_exact(&cursor, a.data(), a.size(), &l.lang, locale::cursor_mode::read);
+                const void *at = rep == LIZ_CURSOR ? &cursor : static_cast<void *>(a.data());
+                l(lizmcmp, at, KU_NTS, rep, b.data(), KU_NTS, LIZ_MULTIBYTE, option, &res);
+                EXPECT_EQ(res, row.res) << row.set << " " << row.a;
+            }
+    language l(sets[2]);
+    uint32_t target[] = {0, 1, 2, 3};
+    l(lizscat, +target, LIZ_WIDE, "a\xC3", LIZ_MULTIBYTE, LIZ_COPY, nullptr);
+    EXPECT_EQ(std::vector<uint32_t>(target, target + 4),
+              (std::vector<uint32_t>{'a', 0x800000C3, 0, 3}));
 }
 
 // Every pair of representations, every option, every target size from none to ample.
@@ -321,7 +375,7 @@ TEST(Liz, CopiesConvertWholeCharactersAndTerminateWhereThereIsRoom)
         const characters wanted = l.mapped(text, option);
         const std::size_t needed = l.encoded(wanted, trep).size();
         const block target(l.dice.below(static_cast<uint32_t>(needed) + 8));
-        const argument source(l, text, srep, l.dice.one_in(2));
+        const argument source(l, text, srep);
         const expected_copy expected = l.copied(wanted, target.size(), trep);
         SCOPED_TRACE("to " + std::to_string(trep) + " from " + std::to_string(srep) + " option "
                      + std::to_string(option) + " room " + std::to_string(target.size()));
@@ -346,6 +400,36 @@ TEST(Liz, CopiesConvertWholeCharactersAndTerminateWhereThereIsRoom)
     });
 }
 
+namespace
+{
+
+// Buffers of a chain; cursors over them where the representation wants cursors.
+struct chain {
+    std::vector<block> buffers;
+    std::vector<kucursor> cursors;
+    std::size_t next = 0;
+
+    void add(language &l, block buffer)
+    {
+        buffers.push_back(std::move(buffer));
+        cursors.emplace_back();
+        locale::open_exact(&cursors.back(), buffers.back().data(), buffers.back().size(), &l.lang,
+                           locale::cursor_mode::write);
+    }
+    template <bool cursor> static int32_t supply(void *client, void **buffer, uint32_t *length)
+    {
+        auto &self = *static_cast<chain *>(client);
+        if (self.next == self.buffers.size()) return 1;
+        *buffer = cursor ? static_cast<void *>(&self.cursors[self.next])
+                         : static_cast<void *>(self.buffers[self.next].data());
+        *length = self.buffers[self.next++].size();
+        return 0;
+    }
+    static lizusupply supplier(int rep) { return rep == LIZ_CURSOR ? supply<true> : supply<false>; }
+};
+
+} // namespace
+
 TEST(Liz, CopiesWithAnotherOptionOrRepresentationDoNothing)
 {
     static constexpr struct {
@@ -368,6 +452,40 @@ TEST(Liz, CopiesWithAnotherOptionOrRepresentationDoNothing)
                   LIZ_OK);
         EXPECT_EQ(written, row.written);
         EXPECT_EQ(target.bytes(), std::string(row.after, 6));
+
+        chain to, from; // every supplier is asked once
+        to.add(l, block(std::string("......")));
+        from.add(l, block(std::string("ab")));
+        EXPECT_EQ(l(lizucopy, chain::supplier(row.trep), &to, row.trep, chain::supplier(row.srep),
+                    &from, row.srep, row.option, &written),
+                  LIZ_OK);
+        EXPECT_EQ(written, row.written);
+        EXPECT_EQ(to.buffers[0].bytes(), std::string(row.after, 6));
+        EXPECT_EQ(to.next + from.next, 2u);
+    }
+}
+
+// Half a pair, and what is none, among shifted pairs: a copy fits where the text fitted.
+TEST(Liz, CopiesOfShiftedTextsAreNeverLongerThanTheTexts)
+{
+    language l(sets[5]);
+    for (const char *text :
+         {"\x0Ex\nyz\x0F", "\x0Ex\x0Eyz\x0F", "\x0Ex\x80yz\x0F", "\x0Ex\x0F\x79\x0E!!\x0F",
+          "\x0Ex\x0Ey\x0F", "\x0Eyzx\x0F\x0Eyz\x0F"}) {
+        const block source{std::string(text)}, target(source.size());
+        uint32_t written = 0, n = 0;
+        EXPECT_EQ(l(lizmcpy, target, source, LIZ_COPY, &written), LIZ_OK);
+        const auto values = [&](const void *from, uint32_t length) {
+            std::vector<uint32_t> wide(24);
+            l(lizmcpy, wide, from, length, LIZ_MULTIBYTE, LIZ_COPY, &n);
+            return wide;
+        };
+        EXPECT_EQ(values(target.data(), target.size()), values(source.data(), source.size()));
+        char joined[20] = "a";
+        EXPECT_EQ(l(lizscat, +joined, LIZ_MULTIBYTE, text, LIZ_MULTIBYTE, LIZ_COPY, nullptr),
+                  LIZ_OK);
+        EXPECT_EQ(values(joined + 1, KU_NTS), values(text, KU_NTS)) << text;
+        EXPECT_LE(std::strlen(joined), source.size() + 1);
     }
 }
 
@@ -400,7 +518,7 @@ TEST(Liz, ComparisonsOrderByValueOrCaseAndSayWhetherThePrefixWasUsedUp)
             second.resize(common);
         }
         const int arep = random_rep(l), brep = random_rep(l);
-        const argument x(l, a, arep, l.dice.one_in(2)), y(l, b, brep, l.dice.one_in(2));
+        const argument x(l, a, arep), y(l, b, brep);
         int res = 99;
         EXPECT_EQ(l(lizmcmp, x, y, option, &res), LIZ_OK);
         EXPECT_EQ(res, order());
@@ -416,6 +534,17 @@ TEST(Liz, ComparisonsOrderByValueOrCaseAndSayWhetherThePrefixWasUsedUp)
             EXPECT_TRUE(rdonly == 0 || (left.lcnum_lizg == -1 && right.boffset_lizg == 0));
         }
     });
+}
+
+TEST(Liz, OneScanMatchedWithItselfIsReadInTurns)
+{
+    language l(sets[2]);
+    const block text(std::string(35, 'a'));
+    lizg scan;
+    int res = 99, used_up = 99;
+    l(lizginit, &scan, text, 0);
+    l(lizgmatch, &scan, &scan, 0, LIZ_BINARY, &res, &used_up); // the 35th has no partner
+    EXPECT_EQ(std::make_tuple(res, used_up, scan.lcnum_lizg), std::make_tuple(LIZ_GREATER, 1, 34));
 }
 
 TEST(Liz, SearchFindsTheFirstPlaceFromTheIndexOrLeavesTheIndexAlone)
@@ -440,8 +569,7 @@ TEST(Liz, SearchFindsTheFirstPlaceFromTheIndexOrLeavesTheIndexAlone)
         expected = expected && (at != text.end() || pattern.empty());
 
         const int trep = random_rep(l), prep = random_rep(l);
-        const argument in(l, text, trep, l.dice.one_in(2)),
-            what(l, pattern, prep, l.dice.one_in(2));
+        const argument in(l, text, trep), what(l, pattern, prep);
         int found = 99;
         uint32_t index = start, boffset = 99;
         l(lizmsearch, in, what, option, &found, &index, &boffset);
@@ -478,9 +606,8 @@ TEST(Liz, ConcatenationAppendsOrLeavesTheTargetWhenMemoryIsShort)
         locale::open_exact(&cursor, target.data(), target.size(), &l.lang,
                            locale::cursor_mode::write);
         void *at = trep == LIZ_CURSOR ? &cursor : static_cast<void *>(target.data());
-        const argument source(l, tail, srep, true);
-        const bool needs_memory =
-            !l.bytewise() && trep != LIZ_WIDE && (srep == LIZ_MULTIBYTE || !tail.empty());
+        const argument source(l, tail, srep, to_the_nul);
+        const bool needs_memory = !l.bytewise() && trep != LIZ_WIDE;
         allocations_allowed = 0;
         const auto append = [&] {
             return l(lizscat, at, trep, source.at(), srep, option, &manager);
@@ -511,36 +638,6 @@ TEST(Liz, ConcatenationOfFourByteCharactersFillsItsTemporaryExactly)
         LIZ_END); // 4 bytes and a NUL hold one of the two
     EXPECT_STREQ(growing, "\xE2\xB1\xA5");
 }
-
-namespace
-{
-
-// Buffers of a chain; cursors over them where the representation wants cursors.
-struct chain {
-    std::vector<block> buffers;
-    std::vector<kucursor> cursors;
-    std::size_t next = 0;
-
-    void add(language &l, block buffer)
-    {
-        buffers.push_back(std::move(buffer));
-        cursors.emplace_back();
-        locale::open_exact(&cursors.back(), buffers.back().data(), buffers.back().size(), &l.lang,
-                           locale::cursor_mode::write);
-    }
-    template <bool cursor> static int32_t supply(void *client, void **buffer, uint32_t *length)
-    {
-        auto &self = *static_cast<chain *>(client);
-        if (self.next == self.buffers.size()) return 1;
-        *buffer = cursor ? static_cast<void *>(&self.cursors[self.next])
-                         : static_cast<void *>(self.buffers[self.next].data());
-        *length = self.buffers[self.next++].size();
-        return 0;
-    }
-    static lizusupply supplier(int rep) { return rep == LIZ_CURSOR ? supply<true> : supply<false>; }
-};
-
-} // namespace
 
 TEST(Liz, StreamingCopyFillsTargetAfterTargetWithWholeCharacters)
 {
@@ -599,7 +696,7 @@ TEST(Liz, ClassTestsLookAtTheFirstCharacterOnly)
         characters text = l.random_text(2);
         text.insert(text.begin(), first);
         const int rep = random_rep(l);
-        const argument given(l, text, rep, l.dice.one_in(2));
+        const argument given(l, text, rep);
         for (const auto &member : members) {
             EXPECT_EQ(l(member.test, given), (first.traits & member.traits) != 0 ? 1 : 0)
                 << first.bytes << " row " << &member - members << " rep " << rep;
@@ -755,5 +852,15 @@ TEST(Liz, ByteCopiesOverlapAndByteComparisonsOrderNulls)
         int res = 99;
         EXPECT_EQ(l(liz6comp, row.a, row.b, row.n, row.option, &res), LIZ_OK);
         EXPECT_EQ(res, row.res);
+        if (row.n == 1) { // the same for whole texts
+            l(lizmcmp, row.a, row.n, LIZ_MULTIBYTE, row.b, row.n, LIZ_MULTIBYTE, row.option, &res);
+            EXPECT_EQ(res, row.res);
+        }
+        if (row.a != nullptr && row.b != nullptr) continue;
+        l(lizmcmp, row.a, 0, LIZ_MULTIBYTE, row.b, 0, LIZ_MULTIBYTE, row.option, &res);
+        EXPECT_EQ(res, row.res);
+        l(lizmsearch, row.a, row.n, LIZ_MULTIBYTE, row.b, 0, LIZ_MULTIBYTE, row.option, &res,
+          nullptr, nullptr);
+        EXPECT_EQ(res, 0);
     }
 }

@@ -111,8 +111,10 @@ typedef struct skuba {
  * refused. Without SKUBA_POSN the stream starts at the start.
  * Returns the stream, the caller's, ended with skubdestroy or skubclose; or
  * null, with SKUBA_NOMODE, SKUBA_NOFILE (no SKUB_CREATE and no such regular
- * file), SKUBA_NOWRITE or SKUBA_POSITION pushed, or nothing when the system
- * refuses to open the file or memory ran out. A file it had created stays.
+ * file; on top of SKUBA_STATUS when the system cannot tell), SKUBA_NOWRITE or
+ * SKUBA_POSITION (on top of SKUBA_READ when a read failed) pushed, or nothing
+ * when the system refuses to open the file or memory ran out. A file it had
+ * created stays.
  */
 KU_API void *skubcreate(kux *ctx, const char *name, const skuba *attrs);
 
@@ -120,8 +122,8 @@ KU_API void *skubcreate(kux *ctx, const char *name, const skuba *attrs);
  * Creates a stream from the mode text of the standard library's open: "r", "w",
  * "a", "r+", "w+", "a+", each with at most one "b" after the letter or the
  * plus, which changes nothing. "w" and "a" can read, too; "a" starts at the end.
- * Returns the stream as skubcreate does; or null with SKUBA_OPEN pushed, for
- * any other mode text as well.
+ * Returns the stream as skubcreate does; or null with SKUBA_OPEN pushed on top
+ * of what skubcreate pushed, or alone for any other mode text.
  */
 KU_API void *skubopen(kux *ctx, const char *name, const char *mode);
 
@@ -147,7 +149,8 @@ KU_API uint32_t skubposition(kux *ctx, void *stream, int32_t position);
 /*
  * Reading. Reaching the end is reported by the call after the one that met it:
  * SKUBA_EOF, returned and not pushed, until the stream is positioned. A failure
- * stays with the stream: every later call of any kind reports it, too.
+ * stays with the stream: every later call that reads or writes reports it, too
+ * (positioning to n > 0 reads; the other positions, the size and closing do not).
  */
 
 /* Reads one byte. Returns 0, SKUBA_EOF at the end, or SKUBA_CGET (a null `byte` too). */
@@ -204,7 +207,10 @@ KU_API uint32_t skubfsize(kux *ctx, void *stream, uint32_t *size);
  */
 KU_API int32_t skubfexist(kux *ctx, const char *name);
 
-/* Deletes a regular file; anything else is left alone. Returns 0, or SKUBA_REMOVE. */
+/*
+ * Deletes a regular file; anything else is left alone. Returns 0, or
+ * SKUBA_REMOVE. When the system cannot tell what it is: 0 with SKUBA_STATUS pushed.
+ */
 KU_API uint32_t skubremove(kux *ctx, const char *name);
 
 /*
@@ -215,10 +221,12 @@ KU_API uint32_t skubremove(kux *ctx, const char *name);
 KU_API uint32_t skubrename(kux *ctx, const char *source, const char *target);
 
 /*
- * Copies a file with its permission bits over the target. The same file twice:
- * nothing happens. Returns 0, or SKUBA_STATUS (no source), SKUBA_OPEN,
- * SKUBA_READ, SKUBA_WRITE, SKUBA_SHORT, SKUBA_CLOSE (of the target) or
- * SKUBA_SETMODE; the target is then incomplete.
+ * Copies a file with its permission bits over the target. A target that is no
+ * regular file (a device, a pipe) is written and keeps its own bits. The same
+ * file twice: nothing happens. Returns 0; or SKUBA_STATUS (no source) or
+ * SKUBA_OPEN, with the target's contents as they were; or SKUBA_READ,
+ * SKUBA_WRITE, SKUBA_SHORT or SKUBA_CLOSE (of the target), with the target
+ * incomplete; or SKUBA_SETMODE, with all of it copied.
  */
 KU_API uint32_t skubcopy(kux *ctx, const char *source, const char *target);
 

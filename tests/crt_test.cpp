@@ -43,6 +43,7 @@ TEST(Crt, SeparatorsAreTranslatedButNotBytesInsideCharacters)
 
 static kufile *open(const std::string &name, const char *mode)
 {
+    if (mode[0] == '=') return crt::open_replacing(nullptr, name.c_str());
     const bool reads = mode[0] == 'r' && mode[1] != '+';
     return crt::open(nullptr, name.c_str(), mode,
                      reads ? crt::share::deny_none : crt::share::deny_writers);
@@ -56,6 +57,8 @@ TEST(Crt, ASecondWriterIsRefusedAndAReaderIsNot)
     } rows[] = {
         {"r", "r", true},    {"r", "r+", true},  {"r+", "rb", true},
         {"r+", "a+", false}, {"a+", "w", false}, {"r+", "wb", false},
+        {"r+", "=", false},  {"=", "r+", false}, {"=", "=", false}, // it replaces the file
+        {"=", "r", true},    {"r", "=", true},
     };
     const ku::test::directory dir;
     const std::string name = dir.path("shared");
@@ -66,19 +69,26 @@ TEST(Crt, ASecondWriterIsRefusedAndAReaderIsNot)
         ASSERT_NE(first, nullptr);
         kufile *second = open(name, row.second);
         EXPECT_EQ(second != nullptr, row.admitted);
-        EXPECT_TRUE(row.admitted ? crt::close(second) : errno == EBUSY);
+        EXPECT_TRUE(row.admitted || errno == EBUSY);
+        crt::discard(second);
         EXPECT_EQ(dir.read("shared"), "kept") << "emptied by a writer that was refused";
         EXPECT_TRUE(crt::close(first));
         first = open(name, "w");
         ASSERT_NE(first, nullptr) << "the lock goes with its file";
         EXPECT_TRUE(crt::close(first));
     }
+    const std::string fresh = dir.path("fresh");
+    kufile *first = open(fresh, "=");
+    kufile *second = open(fresh, "w"); // nothing to lock yet
+    EXPECT_FALSE(crt::close(first)) << "its file is being written";
+    EXPECT_TRUE(crt::close(second));
+
     system_faults faults;
     faults.fail_all("flock", ENOLCK); // a file system without locks
-    kufile *first = open(name, "w");
+    first = open(name, "w");
     const int free = ::dup(0);
     ::close(free);
-    kufile *second = open(name, "w");
+    second = open(name, "w");
     EXPECT_NE(fcntl(free, F_GETFD) & FD_CLOEXEC, 0) << "programs that are run inherit it";
     EXPECT_TRUE(crt::close(first) && crt::close(second));
 }

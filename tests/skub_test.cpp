@@ -1,6 +1,7 @@
 // skub_test.cpp - streams, files by name, names as texts
 #include <dirent.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -408,6 +409,12 @@ TEST_F(Skub, AReplacedFileIsTheOldOneOrTheNewOne)
     EXPECT_EQ(dir.names(), std::vector<std::string>{"f"}) << "a scratch file is left";
 }
 
+// Size of a file's access list in bytes; below 0: it has none.
+static ssize_t listed(const std::string &name)
+{
+    return getxattr(name.c_str(), "system.posix_acl_access", nullptr, 0);
+}
+
 TEST_F(Skub, ReplacingKeepsLinksAndTakesWhatItCanGet)
 {
     dir.write("plain", "old");
@@ -416,24 +423,51 @@ TEST_F(Skub, ReplacingKeepsLinksAndTakesWhatItCanGet)
     ASSERT_EQ(link(dir.write("named", "old").c_str(), dir.path("twice").c_str()), 0);
     ASSERT_EQ(symlink("plain", dir.path("link").c_str()), 0);
     ASSERT_EQ(symlink("later", dir.path("dangling").c_str()), 0);
+    // User 4711 may read; new files in the directory get the same list.
+    static constexpr uint32_t list[] = {2,   0x60001, ~0u, 0x40002, 4711, 0x00004,
+                                        ~0u, 0x40010, ~0u, 0x00020, ~0u};
+    const std::string guarded = dir.write("guarded", "old");
+    const bool lists =
+        setxattr(guarded.c_str(), "system.posix_acl_access", list, sizeof list, 0) == 0
+        && setxattr(dir.path().c_str(), "system.posix_acl_default", list, sizeof list, 0) == 0;
     static constexpr struct {
         const char *name, *seen; // what is replaced; where the new bytes must be
-        int full;                // 1: the directory takes no new files
+        bool anew;               // in another file than before
+        const char *call;        // fails, the n-th from now
+        int n, error;
     } rows[] = {
-        {"fresh", "fresh", 0}, {"link", "plain", 0},     {"named", "twice", 0},
-        {"plain", "plain", 1}, {"dangling", "later", 0}, {"owned", "owned", 0},
+        {"fresh", "fresh", true, "open", 0, 0},
+        {"link", "plain", true, "open", 0, 0},
+        {"named", "twice", false, "open", 0, 0},
+        {"dangling", "later", true, "open", 0, 0},
+        {"owned", "owned", true, "open", 0, 0},
+        {"guarded", "guarded", true, "open", 0, 0},
+        {"plain", "plain", false, "open", 2, EACCES}, // the directory takes no new files
+        {"plain", "plain", false, "fchmod", 1, EPERM},
+        {"plain", "plain", false, "fgetxattr", 1, ERANGE},
+        {"plain", "plain", false, "rename", 1, EBUSY}, // something is mounted there
+        {"plain", "plain", false, "rename", 1, EXDEV},
     };
     for (const auto &row : rows) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(std::string(row.name) + " " + row.call);
+        struct stat old = {};
+        struct stat after = {};
+        stat(dir.path(row.seen).c_str(), &old);
         system_faults faults;
-        faults.fail_from_now("open", row.full, EACCES);
+        faults.fail_from_now(row.call, row.n, row.error);
         void *stream = skubreplace(ctx, dir.path(row.name).c_str());
         EXPECT_EQ(skubsput(ctx, stream, row.name), 0u);
         EXPECT_EQ(skubclose(ctx, stream), 0u);
         EXPECT_EQ(dir.read(row.seen), row.name);
-        EXPECT_EQ(faults.made("fsync"), faults.made("rename")) << "a crash could lose both";
-        faults.fail_all("access", EACCES);
-        EXPECT_TRUE(row.full == 1 || skubreplace(ctx, dir.path("fresh").c_str()) == nullptr);
+        EXPECT_GE(faults.made("fsync"), faults.made("rename")) << "a crash could lose both";
+        EXPECT_EQ(stat(dir.path(row.seen).c_str(), &after), 0);
+        EXPECT_EQ(old.st_ino != after.st_ino, row.anew);
+        faults.fail_from_now("open", 1, EACCES);
+        EXPECT_EQ(skubreplace(ctx, dir.path("fresh").c_str()), nullptr) << "read-only";
+    }
+    if (lists) {
+        EXPECT_EQ(listed(guarded), static_cast<ssize_t>(sizeof list));
+        EXPECT_LT(listed(dir.path("plain")), 0) << "more may read it than before";
     }
     struct stat found = {};
     EXPECT_TRUE(lstat(dir.path("link").c_str(), &found) == 0 && S_ISLNK(found.st_mode));
@@ -445,6 +479,29 @@ TEST_F(Skub, ReplacingKeepsLinksAndTakesWhatItCanGet)
     EXPECT_EQ(skubclose(ctx, stream), SKUBA_CLOSE);
     EXPECT_EQ(skubdiscard(ctx, stream), nullptr);
     EXPECT_EQ(errors(), " 5");
+}
+
+TEST_F(Skub, WhatAKilledReplacingLeavesTheNextOneRemoves)
+{
+    const std::string name = dir.path("f");
+    {
+        system_faults faults;
+        faults.fail_all("unlink", EIO);
+        skubdiscard(ctx, skubreplace(ctx, name.c_str()));
+        skubdiscard(ctx, skubreplace(ctx, dir.path("g").c_str()));
+    }
+    const std::vector<std::string> left = dir.names();
+    ASSERT_EQ(left.size(), 2u);
+    const std::string own = dir.write("f.original", "is not ours");
+    void *slow = skubreplace(ctx, name.c_str()); // not killed, only slow
+    void *quick = skubreplace(ctx, name.c_str());
+    EXPECT_EQ(skubclose(ctx, quick), 0u);
+    EXPECT_EQ(dir.names().size(), 4u) << "f, f.original, g's and the slow one's";
+    EXPECT_FALSE(dir.has(left[0]));
+    EXPECT_TRUE(dir.has(left[1]) && dir.has("f.original"));
+    EXPECT_EQ(skubsput(ctx, slow, "slow"), 0u);
+    EXPECT_EQ(skubclose(ctx, slow), 0u);
+    EXPECT_EQ(dir.read("f"), "slow");
 }
 
 TEST_F(Skub, NamesAreReadByCharacters)

@@ -28,12 +28,15 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/random.h>
 #include <sys/vfs.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include "../locale/locale.h"
@@ -48,7 +51,11 @@ constexpr std::size_t buffer_size = 32768;   // bytes
 constexpr mode_t permission_bits = 0777;     // what is copied from file to file
 constexpr mode_t created_permissions = 0666; // of a new file, less the process's mask
 constexpr int name_attempts = 100;           // names tried before giving up
-constexpr std::size_t suffix_length = 9;     // full stop and eight characters
+constexpr int suffix_letters = 8;            // random ones in a new file's name
+constexpr char suffix_end[] = "~ku";         // behind them: a name that nobody else gives
+constexpr std::size_t suffix_length = 1 + suffix_letters + sizeof suffix_end - 1; // full stop first
+constexpr char access_list[] = "system.posix_acl_access"; // where a file keeps its access list
+constexpr std::size_t access_list_room = 8192;            // bytes: a thousand entries
 
 } // namespace
 
@@ -65,6 +72,7 @@ struct kufile {
     std::size_t end;
     char *beside; // replacing: the new file's name; else null
     char *target; // replacing: the name it gets
+    int guard;    // replacing: the target, locked while the new file is made; -1: there is none
 };
 
 namespace ku::crt
@@ -101,6 +109,9 @@ static constexpr system_calls system_table = {
     .chmod = ::chmod,
     .fchmod = ::fchmod,
     .fchown = ::fchown,
+    .fgetxattr = ::fgetxattr,
+    .fsetxattr = ::fsetxattr,
+    .fremovexattr = ::fremovexattr,
     .unlink = ::unlink,
     .rename = ::rename,
     .flock = ::flock,
@@ -114,6 +125,13 @@ static constexpr system_calls system_table = {
                   off_t size) { return ::fallocate(file, FALLOC_FL_KEEP_SIZE, from, size); },
     .map = system_map,
     .unmap = ::munmap,
+    .list =
+        [](const char *name, void (*visit)(void *about, const char *entry), void *about) {
+            DIR *listing = ::opendir(name);
+            if (listing == nullptr) return -1;
+            while (const dirent *entry = ::readdir(listing)) visit(about, entry->d_name);
+            return ::closedir(listing);
+        },
 };
 
 static thread_local const system_calls *replacement = nullptr;
@@ -264,36 +282,48 @@ kufile *make(std::size_t extra)
 {
     auto *file = static_cast<kufile *>(std::calloc(1, sizeof(kufile) + buffer_size + extra));
     if (file == nullptr) return nullptr;
-    file->descriptor = -1;
+    file->descriptor = file->guard = -1;
     file->buffer = reinterpret_cast<unsigned char *>(file + 1);
     return file;
 }
 
-// Closes the descriptor; an interrupted close has closed. Errno stays unless it fails.
-bool close_descriptor(kufile *file)
+// Closes a descriptor (-1: none); an interrupted close has closed. Errno stays unless it fails.
+bool close_descriptor(int descriptor)
 {
     const int error = errno;
-    const int descriptor = file->descriptor;
-    file->descriptor = -1;
     if (descriptor >= 0 && calls().close(descriptor) < 0 && errno != EINTR) return false;
     errno = error;
     return true;
 }
 
-// Closes the descriptor and releases the object.
+// Closes the descriptors and releases the object. Whether the file's own was closed well.
 bool forget(kufile *file)
 {
-    const bool closed = close_descriptor(file);
+    const bool closed = close_descriptor(file->descriptor);
+    const int error = errno;
+    close_descriptor(file->guard);
     std::free(file);
+    errno = error;
     return closed;
 }
 
 } // namespace
 
-bool lock(int descriptor)
+static int try_lock(int descriptor)
 {
-    if (repeat([=] { return calls().flock(descriptor, LOCK_EX | LOCK_NB); }) == 0) return true;
-    if (errno != EWOULDBLOCK) return true; // no locks here: go on without
+    return repeat([=] { return calls().flock(descriptor, LOCK_EX | LOCK_NB); });
+}
+
+bool lock(int descriptor, const char *name, const struct stat &opened)
+{
+    if (try_lock(descriptor) == 0) {
+        struct stat named;
+        if (calls().stat(name, &named) == 0 && named.st_dev == opened.st_dev
+            && named.st_ino == opened.st_ino)
+            return true;
+    } else if (errno != EWOULDBLOCK) {
+        return true; // no locks here: go on without
+    }
     errno = EBUSY;
     return false;
 }
@@ -304,7 +334,7 @@ int open_descriptor(const char *name, int flags, mode_t permissions)
 }
 
 // Looks at what was opened, locks it, and only then empties it.
-static bool admit(int descriptor, const intent &wanted, share sharing)
+static bool admit(int descriptor, const char *name, const intent &wanted, share sharing)
 {
     struct stat found;
     if (calls().fstat(descriptor, &found) < 0) return false;
@@ -313,7 +343,8 @@ static bool admit(int descriptor, const intent &wanted, share sharing)
         return false;
     }
     if (!S_ISREG(found.st_mode)) return true; // terminals, pipes, devices: nothing to lock or empty
-    if (wanted.writable && sharing == share::deny_writers && !lock(descriptor)) return false;
+    if (wanted.writable && sharing == share::deny_writers && !lock(descriptor, name, found))
+        return false;
     return !wanted.truncates || repeat([=] { return calls().ftruncate(descriptor, 0); }) == 0;
 }
 
@@ -331,27 +362,10 @@ kufile *open(const kulang *lang, const char *name, const char *mode, share shari
     file->readable = wanted.readable;
     file->writable = wanted.writable;
     file->descriptor = open_descriptor(where.text(), wanted.flags, created_permissions);
-    if (file->descriptor >= 0 && admit(file->descriptor, wanted, sharing)) return file;
+    if (file->descriptor >= 0 && admit(file->descriptor, where.text(), wanted, sharing))
+        return file;
     forget(file);
     return nullptr;
-}
-
-bool close(kufile *file)
-{
-    bool good = flush(file) && !(file->whole && file->failed);
-    if (file->beside == nullptr) return forget(file) && good;
-
-    const int descriptor = file->descriptor;
-    good = good && repeat([=] { return calls().fsync(descriptor); }) == 0;
-    good = close_descriptor(file) && good;
-    good = good && calls().rename(file->beside, file->target) == 0;
-    if (!good) {
-        const int error = errno;
-        calls().unlink(file->beside);
-        errno = error;
-    }
-    forget(file);
-    return good;
 }
 
 kufile *standard_file(int number)
@@ -444,14 +458,14 @@ std::size_t read_line(kufile *file, char *bytes, std::size_t most)
 
 // ---- writing ----
 
-// Writes all of `bytes`, in as many calls as it takes. Bytes written; fewer are a failure.
-static std::size_t store(kufile *file, const unsigned char *bytes, std::size_t count)
+// Writes all of `bytes` to a descriptor, in as many calls as it takes. Bytes written; fewer
+// are a failure, which marks the file.
+static std::size_t store(kufile *file, int onto, const unsigned char *bytes, std::size_t count)
 {
     std::size_t moved = 0;
     while (moved < count) {
         const std::size_t most = std::min(count - moved, std::size_t{SSIZE_MAX});
-        const ssize_t put =
-            repeat([=] { return calls().write(file->descriptor, bytes + moved, most); });
+        const ssize_t put = repeat([=] { return calls().write(onto, bytes + moved, most); });
         if (put <= 0) {
             if (put == 0) errno = ENOSPC; // takes nothing and gives no reason
             file->failed = true;
@@ -489,7 +503,7 @@ std::size_t write(kufile *file, const void *bytes, std::size_t count)
     if (count == 0 || !turn_to_writing(file)) return 0;
     const auto *from = static_cast<const unsigned char *>(bytes);
     if (count > buffer_size - file->end && !flush(file)) return 0;
-    if (count >= buffer_size) return store(file, from, count);
+    if (count >= buffer_size) return store(file, file->descriptor, from, count);
     std::memcpy(file->buffer + file->end, from, count);
     file->end += count;
     return count;
@@ -499,7 +513,7 @@ bool flush(kufile *file)
 {
     if (file == nullptr) return false;
     if (file->last != activity::writing) return true;
-    const std::size_t written = store(file, file->buffer, file->end);
+    const std::size_t written = store(file, file->descriptor, file->buffer, file->end);
     file->end -= written;
     if (file->end == 0) return true;
     std::memmove(file->buffer, file->buffer + written, file->end);
@@ -543,7 +557,7 @@ enum class placing { refused, in_place, beside };
 bool disallowed(int error)
 {
     return error == EACCES || error == EPERM || error == EROFS || error == ENAMETOOLONG
-           || error == EINVAL || error == EOPNOTSUPP;
+           || error == EINVAL || error == EOPNOTSUPP || error == ERANGE;
 }
 
 // Decides how `name` can be replaced, and finds the file behind it: its name
@@ -564,34 +578,67 @@ placing survey(const char *name, char *target, struct stat *old)
         return placing::refused;
     }
     if (!S_ISREG(old->st_mode) || old->st_nlink > 1) return placing::in_place;
-    if (calls().access(name, W_OK) < 0) return placing::refused;
     if (calls().resolve(name, target) == 0) return placing::beside;
     return disallowed(errno) ? placing::in_place : placing::refused;
 }
 
-// Creates the new file beside the target.
+// Opens and locks the target, as any writer would. False when that is refused.
+bool guard(kufile *file)
+{
+    struct stat found;
+    file->guard = open_descriptor(file->target, O_WRONLY, 0);
+    return file->guard >= 0 && calls().fstat(file->guard, &found) == 0
+           && lock(file->guard, file->target, found);
+}
+
+// Creates the new file beside the target and locks it: a new file that nobody
+// has locked is a leftover. False with the descriptor -1 when there is none.
 bool create_beside(kufile *file, mode_t permissions)
 {
-    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
+    constexpr int flags = O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW;
     char *suffix = file->beside + std::strlen(file->target);
     *suffix++ = '.';
     for (int attempt = 0; attempt < name_attempts; attempt++) {
-        random_letters(suffix, static_cast<int>(suffix_length - 1));
+        random_letters(suffix, suffix_letters);
+        std::memcpy(suffix + suffix_letters, suffix_end, sizeof suffix_end);
         file->descriptor = open_descriptor(file->beside, flags, permissions);
-        if (file->descriptor >= 0 || errno != EEXIST) break;
+        if (file->descriptor < 0 && errno == EEXIST) continue;
+        struct stat fresh;
+        if (file->descriptor < 0 || calls().fstat(file->descriptor, &fresh) < 0) return false;
+        if (lock(file->descriptor, file->beside, fresh)) return true;
+        // Taken for a leftover before it was locked, and removed.
+        close_descriptor(std::exchange(file->descriptor, -1));
     }
-    return file->descriptor >= 0;
+    return false;
 }
 
-// Gives the new file the old one's owner and permissions.
-bool take_after(int descriptor, const struct stat &old)
+// Gives a file the access list of another, or none.
+bool take_access_list(int descriptor, int from)
 {
+    unsigned char list[access_list_room];
+    const ssize_t size = calls().fgetxattr(from, access_list, list, sizeof list);
+    if (size >= 0)
+        return calls().fsetxattr(descriptor, access_list, list, static_cast<std::size_t>(size), 0)
+               == 0;
+    // The directory may have given the new file one that the old one does not have.
+    return errno == EOPNOTSUPP || errno == ENOSYS
+           || (errno == ENODATA
+               && (calls().fremovexattr(descriptor, access_list) == 0 || errno == ENODATA
+                   || errno == EOPNOTSUPP));
+}
+
+// Gives the new file the old one's owner, access list and permissions.
+bool take_after(const kufile *file)
+{
+    struct stat old;
     struct stat fresh;
-    if (calls().fstat(descriptor, &fresh) < 0) return false;
-    if ((fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid)
-        && calls().fchown(descriptor, old.st_uid, old.st_gid) < 0)
+    if (calls().fstat(file->guard, &old) < 0 || calls().fstat(file->descriptor, &fresh) < 0)
         return false;
-    return calls().fchmod(descriptor, old.st_mode & permission_bits) == 0;
+    if ((fresh.st_uid != old.st_uid || fresh.st_gid != old.st_gid)
+        && calls().fchown(file->descriptor, old.st_uid, old.st_gid) < 0)
+        return false;
+    return take_access_list(file->descriptor, file->guard)
+           && calls().fchmod(file->descriptor, old.st_mode & permission_bits) == 0;
 }
 
 kufile *open_in_place(const kulang *lang, const char *name)
@@ -601,7 +648,81 @@ kufile *open_in_place(const kulang *lang, const char *name)
     return file;
 }
 
+// Removes a new file of this target that its maker, killed, has left: its lock
+// is free. `about` is the file just put in place, whose second name gives room.
+void remove_leftover(void *about, const char *entry)
+{
+    const auto *file = static_cast<const kufile *>(about);
+    const char *slash = std::strrchr(file->target, '/');
+    const char *base = slash == nullptr ? file->target : slash + 1;
+    const std::size_t length = std::strlen(base);
+    const char *suffix = entry + length;
+    if (std::strlen(entry) != length + suffix_length || std::memcmp(entry, base, length) != 0
+        || suffix[0] != '.' || std::strcmp(suffix + 1 + suffix_letters, suffix_end) != 0)
+        return;
+    std::memcpy(file->beside + std::strlen(file->target), suffix, suffix_length);
+    const int left = open_descriptor(file->beside, O_WRONLY | O_NOFOLLOW | O_NONBLOCK, 0);
+    if (left >= 0 && try_lock(left) == 0) calls().unlink(file->beside);
+    close_descriptor(left);
+}
+
+void remove_leftovers(kufile *file)
+{
+    char directory[path::room];
+    const char *slash = std::strrchr(file->target, '/');
+    // A root keeps its slash, as what is beside it has no other name.
+    const std::size_t length =
+        slash == nullptr ? 0
+                         : std::max<std::size_t>(1, static_cast<std::size_t>(slash - file->target));
+    std::memcpy(directory, file->target, length);
+    directory[length] = 0;
+    calls().list(length == 0 ? "." : directory, remove_leftover, file);
+}
+
+int sync(int descriptor)
+{
+    return repeat([=] { return calls().fsync(descriptor); });
+}
+
+// Copies the new file, complete on the disk, over the target's bytes.
+bool overwrite(kufile *file)
+{
+    if (calls().lseek(file->descriptor, 0, SEEK_SET) < 0) return false;
+    off_t size = 0;
+    while (const std::size_t got = fetch(file, file->buffer, buffer_size)) {
+        if (store(file, file->guard, file->buffer, got) != got) return false;
+        size += static_cast<off_t>(got);
+    }
+    return !file->failed && repeat([=] { return calls().ftruncate(file->guard, size); }) == 0
+           && sync(file->guard) == 0;
+}
+
+// Puts a finished new file in the target's place. Its lock is held meanwhile, lest
+// it is taken for a leftover.
+bool commit(kufile *file)
+{
+    if (sync(file->descriptor) < 0) return false;
+    // What has come into being under the target's name is not lost while it is written.
+    if (file->guard < 0 && !guard(file) && errno != ENOENT) return false;
+    if (calls().rename(file->beside, file->target) == 0) {
+        remove_leftovers(file);
+        file->beside = nullptr;
+        return true;
+    }
+    const bool barred = errno == EBUSY || errno == EXDEV; // something is mounted there
+    return barred && file->guard >= 0 && overwrite(file);
+}
+
 } // namespace
+
+bool close(kufile *file)
+{
+    bool good = flush(file) && !(file->whole && file->failed);
+    if (file->beside == nullptr) return forget(file) && good;
+    good = good && commit(file);
+    discard(file); // all of it was synced: closing tells nothing new
+    return good;
+}
 
 kufile *open_replacing(const kulang *lang, const char *name)
 {
@@ -619,15 +740,19 @@ kufile *open_replacing(const kulang *lang, const char *name)
     file->writable = true;
     file->whole = true;
     file->target = reinterpret_cast<char *>(file->buffer + buffer_size);
-    file->beside = file->target + size;
     std::memcpy(file->target, target, size);
-    std::memcpy(file->beside, target, size);
-
     const bool exists = old.st_nlink != 0;
+    if (exists && !guard(file)) {
+        forget(file);
+        return nullptr;
+    }
+
+    file->beside = file->target + size;
+    std::memcpy(file->beside, target, size);
     const bool created = create_beside(file, exists ? private_permissions : created_permissions);
-    if (created && (!exists || take_after(file->descriptor, old))) return file;
+    if (created && (!exists || take_after(file))) return file;
     const bool elsewhere = disallowed(errno);
-    if (!created) file->beside = nullptr;
+    if (file->descriptor < 0) file->beside = nullptr;
     discard(file);
     return elsewhere ? open_in_place(lang, name) : nullptr;
 }

@@ -42,6 +42,10 @@ struct system_calls {
     int (*chmod)(const char *path, mode_t permissions);
     int (*fchmod)(int descriptor, mode_t permissions);
     int (*fchown)(int descriptor, uid_t owner, gid_t group);
+    ssize_t (*fgetxattr)(int descriptor, const char *name, void *bytes, std::size_t room);
+    int (*fsetxattr)(int descriptor, const char *name, const void *bytes, std::size_t count,
+                     int flags);
+    int (*fremovexattr)(int descriptor, const char *name);
     int (*unlink)(const char *path);
     int (*rename)(const char *from, const char *to);
     int (*flock)(int descriptor, int operation);
@@ -54,6 +58,8 @@ struct system_calls {
     int (*reserve)(int descriptor, off_t offset, off_t size); // disk space; the size stays
     int (*map)(int descriptor, off_t offset, std::size_t size, void **address); // shared
     int (*unmap)(void *address, std::size_t size);
+    // Calls `visit` with every name in a directory, "." and ".." too (opendir, readdir).
+    int (*list)(const char *path, void (*visit)(void *about, const char *entry), void *about);
 };
 
 // The table in force on this thread: the system's own unless it was replaced.
@@ -186,10 +192,21 @@ unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::s
 
 // Opens a file for writing whose contents become those of `name` when it is
 // closed: a new file in the same directory (of what a symbolic link leads to),
-// with the same permissions and owner, synced and renamed over the target. Where
-// no such file can be made, or the target is not a plain file with one name, it
-// is emptied and written in place. A read-only target is refused.
+// with the same permissions, access list and owner, synced and renamed over the
+// target. Where no such file can be made, or the target is not a plain file with
+// one name, it is emptied and written in place. A target that cannot be written
+// is refused. Its lock is held as by open with deny_writers, and refused alike.
+// A target that did not exist has no lock: close() fails when somebody has made
+// it since and still writes it; if he is done, his contents are replaced.
+//
 // close() commits, and fails with the target as it was when any write failed.
+// Where something is mounted on the target, the new contents are copied over the
+// old ones: only a failure of that copy leaves the target incomplete.
+//
+// The new file is named as the target with ".", eight letters and "~ku" behind
+// it. A process that is killed leaves it; the next close() that puts a new file
+// in the place of the same target removes it. A lock tells that it is in use:
+// where the file system has no locks it stays.
 kufile *open_replacing(const kulang *lang, const char *name);
 
 // Closes a replacing file without committing; the new file is removed. Null is ignored.

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 namespace ku::crt
@@ -23,8 +24,9 @@ template <typename Call> auto repeat(Call call)
 
 int open_descriptor(const char *name, int flags, mode_t permissions);
 
-// Takes the lock of a file that is to be written. False, with EBUSY, only when another has it.
-bool lock(int descriptor);
+// Takes the lock of a file that is to be written, opened as `name`. False, with
+// EBUSY, when another has it, or has put another file in its place just now.
+bool lock(int descriptor, const char *name, const struct stat &opened);
 
 } // namespace ku::crt
 

@@ -62,12 +62,12 @@ static int raise(int descriptor)
 }
 
 // Locks what was opened and empties it. False with the reason.
-static bool take(int descriptor, unsigned bits)
+static bool take(int descriptor, const char *name, unsigned bits)
 {
     struct stat found;
     if (calls().fstat(descriptor, &found) < 0) return false;
     if (!S_ISREG(found.st_mode)) return true; // nothing to lock or empty
-    if (!lock(descriptor)) {
+    if (!lock(descriptor, name, found)) {
         errno = EACCES;
         return false;
     }
@@ -81,7 +81,7 @@ int low_open(const kulang *lang, const char *name, unsigned bits)
     const int flags = O_RDWR | ((bits & low_create) != 0 ? O_CREAT : 0)
                       | ((bits & low_fresh) != 0 ? O_NOFOLLOW : 0);
     const int descriptor = raise(open_descriptor(where.text(), flags, private_permissions));
-    if (descriptor < 0 || take(descriptor, bits)) return descriptor;
+    if (descriptor < 0 || take(descriptor, where.text(), bits)) return descriptor;
     const int error = errno;
     calls().close(descriptor);
     errno = error;

@@ -92,8 +92,9 @@ namespace
 // clang-format off
 #define KU_SYSTEM_CALLS(_) \
     _(open) _(close) _(read) _(write) _(lseek) _(fstat) _(stat) _(lstat) _(access) _(chmod) \
-    _(fchmod) _(fchown) _(unlink) _(rename) _(flock) _(ftruncate) _(fsync) _(resolve) _(random) \
-    _(duplicate) _(filesystem) _(reserve) _(map) _(unmap)
+    _(fchmod) _(fchown) _(fgetxattr) _(fsetxattr) _(fremovexattr) _(unlink) _(rename) _(flock) \
+    _(ftruncate) _(fsync) _(resolve) _(random) _(duplicate) _(filesystem) _(reserve) _(map) \
+    _(unmap) _(list)
 // clang-format on
 
 enum call {

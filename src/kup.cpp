@@ -38,6 +38,8 @@
 #include "kul.h"
 #include "kul_internal.h"
 #include "kuuq.h"
+#include "kuxer.h"
+#include "kuxrm.h"
 #include "port/locale/locale.h"
 #include "skub.h"
 #include "skub_internal.h"
@@ -860,6 +862,25 @@ struct kupout {
     bool failed;
 };
 
+// Access to what is written, while it is in scope. A null handle is an empty
+// text; access that fails ends the writing, with its code.
+class kupreading
+{
+public:
+    kupreading(kupout &out, kuxhandle handle) : access_(out.ctx, handle)
+    {
+        if (handle == nullptr || access_.address() != nullptr || out.failed) return;
+        const bool deref = (out.ctx->kuxrmgetstate(out.ctx, handle) & KUXRM_DEREF) != 0;
+        kuxer0push(out.ctx, deref ? KUXRM_NODEREF : KUXRM_NOLOCK);
+        out.failed = true;
+    }
+    const void *address() const { return access_.address(); }
+    std::string_view text() const { return access_.text() == nullptr ? "" : access_.text(); }
+
+private:
+    ku::access access_;
+};
+
 void kupput(kupout &out, std::string_view text)
 {
     if (out.failed || text.empty()) return;
@@ -873,8 +894,8 @@ void kupput(kupout &out, std::string_view text)
 
 void kupputhandle(kupout &out, kuxhandle text)
 {
-    const ku::access reading(out.ctx, text);
-    if (reading.text() != nullptr) kupput(out, reading.text());
+    const kupreading reading(out, text);
+    kupput(out, reading.text());
 }
 
 // Whether a value is read back as it stands: it is not empty, it has no byte
@@ -934,8 +955,8 @@ void kupputquoted(kupout &out, std::string_view value)
 
 void kupwrv(kupout &out, kuxhandle handle)
 {
-    const ku::access reading(out.ctx, handle);
-    const std::string_view value = reading.text() == nullptr ? "" : reading.text();
+    const kupreading reading(out, handle);
+    const std::string_view value = reading.text();
     if (kupbare(out, value))
         kupput(out, value);
     else
@@ -956,25 +977,34 @@ void kupputvalues(kupout &out, void *values)
     kulpunlock(out.ctx, values);
 }
 
+void kupwriteentry(kupout &out, kuxhandle handle, const char *prefix)
+{
+    kuppf entry = {};
+    {
+        const kupreading reading(out, handle);
+        if (reading.address() == nullptr) return;
+        entry = *static_cast<const kuppf *>(reading.address());
+    }
+    if (prefix != nullptr) {
+        kupput(out, prefix);
+        kupput(out, ".");
+    }
+    if (entry.kuppfprd != nullptr) {
+        kupputhandle(out, entry.kuppfprd);
+        kupput(out, ".");
+    }
+    kupputhandle(out, entry.kuppfprf);
+    kupput(out, " = ");
+    kupputvalues(out, entry.kuppfval);
+    kupput(out, "\n");
+}
+
 // Writes the entries of a list, each behind `prefix` unless that is null.
 void kupwrl(kupout &out, void *list, const char *prefix)
 {
     const kul *record = kulplock(out.ctx, list);
-    for (int32_t i = 0; i < record->nitems_kul && !out.failed; i++) {
-        const kuppf entry = kupentry(out.ctx, kuphandle(record, i));
-        if (prefix != nullptr) {
-            kupput(out, prefix);
-            kupput(out, ".");
-        }
-        if (entry.kuppfprd != nullptr) {
-            kupputhandle(out, entry.kuppfprd);
-            kupput(out, ".");
-        }
-        kupputhandle(out, entry.kuppfprf);
-        kupput(out, " = ");
-        kupputvalues(out, entry.kuppfval);
-        kupput(out, "\n");
-    }
+    for (int32_t i = 0; i < record->nitems_kul && !out.failed; i++)
+        kupwriteentry(out, kuphandle(record, i), prefix);
     kulpunlock(out.ctx, list);
 }
 

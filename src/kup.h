@@ -146,10 +146,18 @@ KU_API uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag);
  * Writes the user file: general entries, specific ones, those of other
  * products. Comments, layout and order of the old file are not kept. The new
  * file is written beside the old one and put in its place when it is complete,
- * with its permissions and through symbolic links; where the directory does
- * not allow that, the old file is overwritten.
- * Returns 0, or KUP_NOUSERFILE when the file cannot be named or opened. What
- * fails later is on the error stack alone, and the old file is whole.
+ * with its owner, permissions and access list and through symbolic links.
+ * Returns 0, or KUP_NOUSERFILE when the file cannot be named or opened, also
+ * because somebody writes it just now. What fails later is on the error stack
+ * alone: SKUBA_WRITE, SKUBA_CLOSE, KUXRM_NOLOCK, KUXRM_NODEREF; the old file is
+ * then whole, but for the cases that follow.
+ *
+ * The old file is overwritten, so that a failure loses it, where its directory
+ * takes no new files, where it has further names (hard links), where it is no
+ * regular file, where the new one cannot get its owner, permissions or access
+ * list, and where something is mounted on it (only once the new one is complete).
+ * A process that is killed meanwhile leaves the new file, named as the old one
+ * with ".", eight letters and "~ku" behind; the next kupwrite removes it.
  *
  * Reading the file gives the same entries, with these exceptions: a name or
  * product that is not one word; a general entry named as the product; a value

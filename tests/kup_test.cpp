@@ -454,6 +454,20 @@ TEST(Kup, WritingThatFailsSaysSoAndLosesNothing)
     ASSERT_EQ(symlink("/dev/full", files.dir.path(userfile).c_str()), 0);
     EXPECT_EQ(kupwrite(file.prefs), 0);
     EXPECT_ERRORS(ctx, {"skuba 5"});
+    ASSERT_EQ(unlink(files.dir.path(userfile).c_str()), 0);
+    files.dir.write(userfile, "y = (a, 'b c')\nother.z = 1\n");
+    for (int n = 1; n < 1000; n++) { // access to one text after the other fails
+        const std::string before = files.dir.read(userfile);
+        opened again(ctx);
+        ctx.fail_access_from_now(n);
+        EXPECT_EQ(kupwrite(again.prefs), 0);
+        ctx.fail_access_from_now(0);
+        const std::vector<std::string> errors = ctx.errors();
+        ctx.clear();
+        if (errors.empty() && n > 6) break;
+        EXPECT_TRUE(errors.size() == 1 && (errors[0] == "kuxrm 1" || errors[0] == "kuxrm 4")) << n;
+        EXPECT_EQ(files.dir.read(userfile), before);
+    }
 
     sweep_system_calls(
         [](context &swept) {

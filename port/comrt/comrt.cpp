@@ -15,7 +15,7 @@
 // unloaded without anything of its own remaining.
 //
 // One mutex guards the table and the count of initialisations. It is not held
-// while the system allocates.
+// while blocks are allocated, moved and released.
 
 #include "comrt.h"
 
@@ -79,7 +79,7 @@ void use_buckets(bucket *table, std::size_t count)
 void enter(header *block)
 {
     const std::lock_guard lock(guard);
-    if (alive == bucket_count) {
+    if (alive >= bucket_count) {
         void *table = std::calloc(bucket_count * 2, sizeof(bucket));
         if (table != nullptr) use_buckets(static_cast<bucket *>(table), bucket_count * 2);
     }

@@ -1,10 +1,15 @@
-// maps.cpp - the process's memory map, and what can be read and written by it
+// maps.cpp - the process's memory map, and what can be read and written
 //
-// The map says for every address whether it may be read or written. It does not say whether
-// there is anything behind the pages of a file, which may have been cut
-// since it was mapped; those pages are read by the system on our behalf, one byte
-// each, which fails where we would be killed. Where there is no map, all pages are
-// asked for that way.
+// Three ways to ask, none of which touches the memory from this thread:
+//
+// - A short range: have the system make its pages ready to be read or written. That
+//   is one call, exact, and needed soon anyway; but it takes memory for pages
+//   that have none yet, and older kernels do not know it.
+// - The memory map says for every address whether it may be read or written. It does
+//   not say whether there is anything behind the pages of a file, which may have
+//   been cut since it was mapped.
+// - The system reads a byte of each page on our behalf, which fails where we would be
+//   killed: for pages of files, and for all of them where there is no map.
 
 #include "maps_internal.h"
 
@@ -13,6 +18,7 @@
 #include <charconv>
 
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/uio.h>
 #include <unistd.h>
 
@@ -105,8 +111,29 @@ struct range {
     std::uint64_t last; // the last byte itself: the end may be past all numbers
 };
 
-enum class answer { no, yes, ask_pages };
+enum class answer { no, yes, unknown };
 
+constexpr std::size_t short_range = 262144; // bytes
+constexpr int populate_read = 22;           // advice of Linux 5.14, which headers may lack
+constexpr int populate_write = 23;
+
+std::uint64_t page_size() { return static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE)); }
+
+void *address_of(std::uint64_t number)
+{
+    return reinterpret_cast<void *>(static_cast<std::uintptr_t>(number));
+}
+
+answer populate(range wanted, bool to_write)
+{
+    const std::uint64_t begin = wanted.first - wanted.first % page_size();
+    const auto length = static_cast<std::size_t>(wanted.last - begin + 1);
+    if (madvise(address_of(begin), length, to_write ? populate_write : populate_read) == 0)
+        return answer::yes;
+    return errno == EFAULT ? answer::no : answer::unknown;
+}
+
+// Unknown: the map allows it, or there is none; the pages themselves have the last word.
 answer ask_map(range wanted, bool to_write)
 {
     map_reader maps;
@@ -117,24 +144,23 @@ answer ask_map(range wanted, bool to_write)
         if (here.begin > wanted.first) return answer::no;
         if (!here.readable || (to_write && !here.writable)) return answer::no;
         file = file || here.file;
-        if (here.end > wanted.last) return file ? answer::ask_pages : answer::yes;
+        if (here.end > wanted.last) return file ? answer::unknown : answer::yes;
         wanted.first = here.end;
     }
-    return maps.failed() ? answer::ask_pages : answer::no;
+    return maps.failed() ? answer::unknown : answer::no;
 }
 
 // The system reads a byte of each page; true also where it does not do so for us.
 bool ask_pages(range wanted)
 {
     constexpr std::size_t batch = 64; // pages asked for by one call
-    const auto page = static_cast<std::uint64_t>(sysconf(_SC_PAGESIZE));
+    const std::uint64_t page = page_size();
     char bytes[batch];
     iovec pages[batch];
     for (bool more = true; more;) {
         std::size_t count = 0;
         while (more && count < batch) {
-            pages[count++] = {reinterpret_cast<void *>(static_cast<std::uintptr_t>(wanted.first)),
-                              1};
+            pages[count++] = {address_of(wanted.first), 1};
             const std::uint64_t left =
                 page - 1 - wanted.first % page; // bytes behind it in its page
             more = wanted.last - wanted.first > left;
@@ -154,8 +180,9 @@ bool good(const void *address, std::size_t size, bool to_write)
     const auto first = reinterpret_cast<std::uintptr_t>(address);
     if (first == 0 || size - 1 > UINTPTR_MAX - first) return false;
     const range wanted = {first, std::uint64_t{first} + (size - 1)};
-    const answer said = ask_map(wanted, to_write);
-    return said == answer::yes || (said == answer::ask_pages && ask_pages(wanted));
+    answer said = size <= short_range ? populate(wanted, to_write) : answer::unknown;
+    if (said == answer::unknown) said = ask_map(wanted, to_write);
+    return said == answer::unknown ? ask_pages(wanted) : said == answer::yes;
 }
 
 } // namespace

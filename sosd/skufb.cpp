@@ -17,14 +17,9 @@ namespace crt = ku::crt;
 
 static uint64_t skufboffset(uint32_t block) { return uint64_t{block} * SKUF_BLOCK; }
 
-static unsigned char *skufbaddress(const skufo *file, uint32_t block)
-{
-    return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK);
-}
-
 const unsigned char *skufbmapped(const skufo *file, uint32_t block)
 {
-    return skufbaddress(file, block);
+    return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK, crt::purpose::load);
 }
 
 static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
@@ -33,10 +28,9 @@ static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
     return code;
 }
 
-static bool skufbseek(const skufo *file, uint32_t block)
+static bool skufbseek(const skufo *file, uint64_t offset)
 {
-    const auto offset = static_cast<int64_t>(skufboffset(block));
-    return crt::low_seek(file->skufoid, offset, crt::origin::start) >= 0;
+    return crt::low_seek(file->skufoid, static_cast<int64_t>(offset), crt::origin::start) >= 0;
 }
 
 uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
@@ -46,7 +40,7 @@ uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
         std::memcpy(buffer, bytes, SKUF_BLOCK);
         return 0;
     }
-    if (!skufbseek(file, block)) return skufbfail(ctx, SKUFA_SEEK, file);
+    if (!skufbseek(file, skufboffset(block))) return skufbfail(ctx, SKUFA_SEEK, file);
     auto *to = static_cast<unsigned char *>(buffer);
     for (std::size_t done = 0; done < SKUF_BLOCK;) {
         const int64_t got = crt::low_read(file->skufoid, to + done, SKUF_BLOCK - done);
@@ -57,23 +51,33 @@ uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
     return 0;
 }
 
+// Writes the bytes of a block from offset `at` in it to `end`.
+static uint32_t skufbstorepart(kux *ctx, const skufo *file, uint32_t block,
+                               const unsigned char *bytes, std::size_t at, std::size_t end)
+{
+    const uint64_t offset = skufboffset(block);
+    unsigned char *mapped =
+        crt::scratch_at(file->skufoscratch, offset, SKUF_BLOCK, crt::purpose::store);
+    if (mapped != nullptr) {
+        std::memcpy(mapped + at, bytes + at, end - at);
+        return 0;
+    }
+    if (!skufbseek(file, offset + at)) return skufbfail(ctx, SKUFA_SEEK, file);
+    while (at < end) {
+        const int64_t put = crt::low_write(file->skufoid, bytes + at, end - at);
+        if (put < 1) return skufrefuse(ctx, SKUFA_WRITE);
+        at += static_cast<std::size_t>(put);
+    }
+    crt::scratch_written(file->skufoscratch, offset, end);
+    return 0;
+}
+
 uint32_t skufbwrite(kux *ctx, void *, skufo *file, uint32_t block, const void *buffer)
 {
     if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
     if (block >= SKUF_BLOCKS) return skufrefuse(ctx, SKUFA_WRITE);
-    if (unsigned char *bytes = skufbaddress(file, block)) {
-        std::memcpy(bytes, buffer, SKUF_BLOCK);
-        return 0;
-    }
-    if (!skufbseek(file, block)) return skufbfail(ctx, SKUFA_SEEK, file);
-    const auto *from = static_cast<const unsigned char *>(buffer);
-    for (std::size_t done = 0; done < SKUF_BLOCK;) {
-        const int64_t put = crt::low_write(file->skufoid, from + done, SKUF_BLOCK - done);
-        if (put < 1) return skufrefuse(ctx, SKUFA_WRITE);
-        done += static_cast<std::size_t>(put);
-    }
-    crt::scratch_written(file->skufoscratch, skufboffset(block), SKUF_BLOCK);
-    return 0;
+    return skufbstorepart(ctx, file, block, static_cast<const unsigned char *>(buffer), 0,
+                          SKUF_BLOCK);
 }
 
 void skufbfill(const skuf *cache, const skufb *buffer)
@@ -91,9 +95,7 @@ uint32_t skufbstore(kux *ctx, skuf *cache, const skufb *buffer)
     const skufpart *part = skufpartof(cache, buffer);
     skufo *file = buffer->skufbfile->skufvid;
     if (skufwhole(part)) return skufbwrite(ctx, cache, file, buffer->skufbnum, buffer->skufbdata);
-    std::memcpy(skufbaddress(file, buffer->skufbnum) + part->from, buffer->skufbdata + part->from,
-                static_cast<std::size_t>(part->to - part->from));
-    return 0;
+    return skufbstorepart(ctx, file, buffer->skufbnum, buffer->skufbdata, part->from, part->to);
 }
 
 uint32_t skufbfree(kux *ctx, void *cache, skufb *buffer)

@@ -173,11 +173,11 @@ bool accessible(const kulang *lang, const char *name, reach wanted);
 // ---- the pages of a scratch file ----
 
 // A file that is its opener's alone can be reached through memory where it is
-// written much. Only pages that were written, and whose disk space is reserved,
-// are: a full disk is a failed write, never a signal. The file must be empty and
-// must not be cut short afterwards.
+// written much: its pages are read there, and those whose disk space is reserved
+// are written there. A full disk is a failed write, never a signal. The file must
+// be empty at first and must not be cut short afterwards.
 
-// Starts; null where the file system cannot promise the space, or memory ran out.
+// Starts; null where the file system is not suited, or memory ran out.
 kuscratch *map_scratch(int descriptor);
 void unmap_scratch(kuscratch *scratch); // null is ignored
 
@@ -185,8 +185,11 @@ void unmap_scratch(kuscratch *scratch); // null is ignored
 void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count);
 
 // The address of `count` bytes within one page at `offset`; null when they are to
-// be read or written by descriptor. Valid until unmap_scratch. Null scratch: null.
-unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count);
+// be read or written by descriptor. Valid until unmap_scratch; what low_write
+// writes is seen there. Null scratch: null.
+enum class purpose { load, store };
+unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count,
+                          purpose use);
 
 // ---- replacing a file as a whole ----
 

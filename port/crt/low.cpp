@@ -1,19 +1,23 @@
 // low.cpp - low-level files, and scratch files reached through memory
 //
 // A scratch file is looked at in windows of 16 MB. A window starts out reached
-// by descriptor; once enough pages of it were written its disk space is reserved
-// as a whole and it is mapped:
+// by descriptor; once enough pages of it were written it is mapped, and read from
+// memory then; with its disk space reserved it is written there, too:
 //
 //     | window 0: mapped    | window 1: by descriptor | window 2 ...
 //     | pages written | . . . . . . . .
 //                     size: from here on by descriptor always
 //
-// Growing by descriptor keeps the file's size what was written; pages below that
-// size have their space on disk, so storing into them cannot fail for want of
-// it. File systems that write changed pages to a new place cannot promise that,
-// and are left out. Few writes to a window leave a sparse file sparse.
+// Growing by descriptor keeps the file's size what was written; pages of a
+// reserved window below that size have their space on disk, so storing into them
+// cannot fail for want of it. File systems that write changed pages to a new
+// place, and those that stand on others, cannot promise that: they are only read
+// from memory. Others, on a network perhaps, are left alone. Few writes to a
+// window leave a sparse file sparse.
 
+#include <algorithm>
 #include <cstdlib>
+#include <iterator>
 
 #include <linux/magic.h>
 #include <unistd.h>
@@ -33,6 +37,7 @@ constexpr int first_free = 3; // above the standard streams
 
 struct window {
     unsigned char *address; // null: by descriptor
+    bool stores;            // written there, too: its space is reserved
     std::uint32_t writes;   // counted up to enough_writes
 };
 
@@ -40,6 +45,7 @@ struct window {
 
 struct kuscratch {
     int descriptor;
+    bool keeps;           // the file system keeps what it has reserved
     std::uint32_t mapped; // windows
     std::uint64_t size;   // bytes: end of what was written
     window table[windows];
@@ -115,18 +121,27 @@ bool accessible(const kulang *lang, const char *name, reach wanted)
 
 // ---- scratch files ----
 
-// Whether space once reserved is there for every later store, whoever takes the rest.
-static bool keeps_reserved(std::uint64_t kind)
-{
-    return kind == EXT4_SUPER_MAGIC || kind == XFS_SUPER_MAGIC || kind == TMPFS_MAGIC;
-}
+// The local file systems.
+struct local {
+    std::uint64_t kind;
+    bool keeps; // space once reserved is there for every later store, whoever takes the rest
+};
+static constexpr local locals[] = {
+    {EXT4_SUPER_MAGIC, true},       {XFS_SUPER_MAGIC, true},    {TMPFS_MAGIC, true},
+    {OVERLAYFS_SUPER_MAGIC, false}, {BTRFS_SUPER_MAGIC, false}, {F2FS_SUPER_MAGIC, false},
+};
 
 kuscratch *map_scratch(int descriptor)
 {
     std::uint64_t kind = 0;
-    if (calls().filesystem(descriptor, &kind) < 0 || !keeps_reserved(kind)) return nullptr;
+    if (calls().filesystem(descriptor, &kind) < 0) return nullptr;
+    const local *found = std::find_if(std::begin(locals), std::end(locals),
+                                      [=](const local &each) { return each.kind == kind; });
+    if (found == std::end(locals)) return nullptr;
     auto *scratch = static_cast<kuscratch *>(std::calloc(1, sizeof(kuscratch)));
-    if (scratch != nullptr) scratch->descriptor = descriptor;
+    if (scratch == nullptr) return nullptr;
+    scratch->descriptor = descriptor;
+    scratch->keeps = found->keeps;
     return scratch;
 }
 
@@ -138,17 +153,19 @@ void unmap_scratch(kuscratch *scratch)
     std::free(scratch);
 }
 
-// Reserves and maps a window, once; it stays by descriptor when that fails.
+// Maps a window, once; it stays by descriptor when that fails.
 static void map_window(kuscratch *scratch, std::size_t index)
 {
     const auto offset = static_cast<off_t>(index * window_size);
-    const auto size = static_cast<off_t>(window_size);
     void *address = nullptr;
-    if (scratch->mapped == most_mapped || calls().reserve(scratch->descriptor, offset, size) < 0
+    if (scratch->mapped == most_mapped
         || calls().map(scratch->descriptor, offset, window_size, &address) < 0)
         return;
-    scratch->table[index].address = static_cast<unsigned char *>(address);
     scratch->mapped++;
+    window &mapped = scratch->table[index];
+    mapped.address = static_cast<unsigned char *>(address);
+    mapped.stores =
+        scratch->keeps && calls().reserve(scratch->descriptor, offset, window_size) == 0;
 }
 
 void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count)
@@ -160,11 +177,13 @@ void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count
     if (here.writes < enough_writes && ++here.writes == enough_writes) map_window(scratch, index);
 }
 
-unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count)
+unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count,
+                          purpose use)
 {
     if (scratch == nullptr || offset + count > scratch->size) return nullptr;
-    unsigned char *address = scratch->table[offset >> window_shift].address;
-    return address == nullptr ? nullptr : address + (offset & (window_size - 1));
+    const window &here = scratch->table[offset >> window_shift];
+    if (here.address == nullptr || (use == purpose::store && !here.stores)) return nullptr;
+    return here.address + (offset & (window_size - 1));
 }
 
 } // namespace ku::crt

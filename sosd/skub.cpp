@@ -477,18 +477,38 @@ int32_t skubstspecified(kux *ctx, const char *name, const char *type)
     return 1;
 }
 
-// 1 when the last character is a backslash.
-static bool skubendsinseparator(kux *ctx, const char *name)
+// Last character of a name; 0 when it is empty.
+static uint32_t skublast(kux *ctx, const char *name)
 {
     kucursor at = skubwalk(ctx, name);
     uint32_t last = 0;
     while (const uint32_t wide = ku::locale::next(at)) last = wide;
-    return last == '\\';
+    return last;
 }
 
+// Joins texts character by character: runs left shifted are closed, runs that
+// meet become one. Bytes written.
+static std::size_t skubconvert(kux *ctx, std::initializer_list<const char *> parts, char *joined,
+                               std::size_t room)
+{
+    kucursor target;
+    ku::locale::open_exact(&target, joined, room, ctx->kuxlangidh, ku::locale::cursor_mode::write);
+    for (const char *part : parts) {
+        kucursor at = skubwalk(ctx, part);
+        while (const uint32_t wide = ku::locale::next(at))
+            ku::locale::put(target, wide, room - ku::locale::offset(target));
+    }
+    ku::locale::close_shift(target);
+    return ku::locale::offset(target);
+}
+
+// How the parts of a name are joined where characters depend on a shift state:
+// as they stand, or converted.
+enum class skubjoining { plain, converted };
+
 // Joins three texts, the last two optional, into the caller's buffer.
-static uint32_t skubjoin(kux *ctx, const char *first, const char *middle, const char *last,
-                         char *buffer, uint32_t *length)
+static uint32_t skubjoin(kux *ctx, skubjoining how, const char *first, const char *middle,
+                         const char *last, char *buffer, uint32_t *length)
 {
     const kulang &lang = *ctx->kuxlangidh;
     const uint64_t room = uint64_t{std::strlen(first)} + std::strlen(middle) + std::strlen(last)
@@ -500,8 +520,11 @@ static uint32_t skubjoin(kux *ctx, const char *first, const char *middle, const 
     }
     joined.get()[0] = 0;
     std::size_t size = 0;
-    for (const char *part : {first, middle, last})
-        size = ku::locale::concatenate(lang, joined.get(), part);
+    if (how == skubjoining::converted && lang.shiftsensitive_kulang != 0)
+        size = skubconvert(ctx, {first, middle, last}, joined.get(), room);
+    else
+        for (const char *part : {first, middle, last})
+            size = ku::locale::concatenate(lang, joined.get(), part);
     if (buffer == nullptr || length == nullptr || size > *length)
         return skubrefuse(ctx, SKUBA_ROOM);
     std::memcpy(buffer, joined.get(), size);
@@ -512,14 +535,15 @@ static uint32_t skubjoin(kux *ctx, const char *first, const char *middle, const 
 
 uint32_t skubatype(kux *ctx, const char *base, const char *type, char *buffer, uint32_t *length)
 {
-    return skubjoin(ctx, base == nullptr ? "" : base, ".", type == nullptr ? "" : type, buffer,
-                    length);
+    return skubjoin(ctx, skubjoining::plain, base == nullptr ? "" : base, ".",
+                    type == nullptr ? "" : type, buffer, length);
 }
 
 uint32_t skubadir(kux *ctx, const char *base, const char *directory, char *buffer, uint32_t *length)
 {
     if (directory == nullptr) directory = "";
-    const bool separated = directory[0] == 0 || skubendsinseparator(ctx, directory);
-    return skubjoin(ctx, directory, separated ? "" : "\\", base == nullptr ? "" : base, buffer,
-                    length);
+    const uint32_t last = skublast(ctx, directory);
+    const bool separated = last == 0 || last == '\\';
+    return skubjoin(ctx, skubjoining::converted, directory, separated ? "" : "\\",
+                    base == nullptr ? "" : base, buffer, length);
 }

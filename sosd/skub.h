@@ -262,7 +262,9 @@ KU_API uint32_t skubatype(kux *ctx, const char *base, const char *type, char *bu
 
 /*
  * Builds directory + base, with a backslash between unless the directory is
- * empty or ends in one. Buffer, length and result as for skubatype.
+ * empty or ends in one. Where characters depend on a shift state, runs left
+ * shifted are closed and runs that meet become one. Buffer, length and result as
+ * for skubatype.
  */
 KU_API uint32_t skubadir(kux *ctx, const char *base, const char *directory, char *buffer,
                          uint32_t *length);

@@ -548,6 +548,9 @@ TEST_F(Skub, NamesAreBuiltWholeOrNotAtAll)
         {"sjis", skubadir, "c", "\x83\x5C", "\x83\x5C\\c"}, // ends in a byte, not a separator
         {"iso-2022-kr", skubadir, "\x0E\x30\x21\x0F", "\x0E\x30\x5C\x0F",
          "\x0E\x30\x5C\x0F\\\x0E\x30\x21\x0F"},
+        {"iso-2022-kr", skubadir, "\x0E\x30\x21\x0F\x0E\x30\x22", "\x0E\x30\x5C",
+         "\x0E\x30\x5C\x0F\\\x0E\x30\x21\x30\x22\x0F"},  // runs closed, and joined
+        {"iso-2022-kr", skubadir, "c", "\x0E\x0F", "c"}, // no character: empty
     };
     for (const auto &row : rows) {
         const auto exact = static_cast<uint32_t>(row.wanted.size());

@@ -11,17 +11,17 @@
 #include "../port/kernel/kernel.h"
 #include "kuguard.h"
 
-static constexpr uint32_t sku_first_room = 512; // bytes asked with at first
+static constexpr uint64_t sku_first_room = 512; // bytes asked with at first
 
 // A variable's value in a work buffer of any size; null without memory.
 static char *skufetch(kux *ctx, const char *name)
 {
-    uint32_t room = sku_first_room;
+    uint64_t room = sku_first_room;
     for (;;) {
-        ku::owned<char> work(ctx, static_cast<char *>(ku::allocate(ctx, uint64_t{room} + 1, 1)));
+        ku::owned<char> work(ctx, static_cast<char *>(ku::allocate(ctx, room + 1, 1)));
         if (!work) return nullptr;
         work.get()[0] = 0; // what an unset variable leaves
-        const uint32_t answer = ku::kernel::environment_variable(name, work.get(), room);
+        const uint64_t answer = ku::kernel::environment_variable(name, work.get(), room);
         if (answer <= room) return work.keep();
         room = answer; // what it needs; more by now if somebody changed it
     }

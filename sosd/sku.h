@@ -17,7 +17,7 @@ extern "C" {
  * A null or empty name and a variable that is not set give an empty text.
  * Returns a new NUL-terminated text of exactly its size, the caller's, released
  * with the context's release callback; or null without memory, with what the
- * allocate callback pushed.
+ * allocate callback pushed, or when the value is longer than a block can be.
  */
 KU_API char *sku_gev(kux *ctx, const char *name);
 

@@ -1,4 +1,8 @@
 // sku_test.cpp - the environment's values and the preference files' names
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -39,6 +43,32 @@ TEST(Sku, WhatIsNotSetIsAnEmptyText)
         EXPECT_STREQ(got, "");
         ctx->kuxnmfree(ctx, got);
     }
+}
+
+TEST(Sku, AValueLongerThanABlockCanBeIsRefused)
+{
+    if (sizeof(std::size_t) < 8) GTEST_SKIP() << "there is none";
+    // One piece of memory 65 times in a row, and zeros: a value of 4 GiB - 1 bytes.
+    constexpr off_t piece = 1 << 26;
+    constexpr auto size = static_cast<std::size_t>(piece);
+    constexpr int flags = MAP_ANONYMOUS | MAP_PRIVATE | MAP_NORESERVE;
+    const int memory = memfd_create("value", 0);
+    ASSERT_EQ(ftruncate(memory, piece), 0);
+    void *all = mmap(nullptr, 66 * size, PROT_READ | PROT_WRITE, flags, -1, 0);
+    if (all == MAP_FAILED) GTEST_SKIP() << "no room";
+    auto *bytes = static_cast<char *>(all);
+    for (std::size_t i = 0; i < 65; i++)
+        mmap(bytes + i * size, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_FIXED, memory, 0);
+    std::memset(bytes, 'v', size);
+    putenv(static_cast<char *>(
+        std::memcpy(bytes + size - 13, "KU_TEST_VALUE=", 14))); // its name ends a piece
+    {
+        context ctx;
+        EXPECT_EQ(sku_gev(ctx, "KU_TEST_VALUE"), nullptr) << "not an empty text";
+    }
+    unsetenv("KU_TEST_VALUE");
+    munmap(all, 66 * size);
+    close(memory);
 }
 
 TEST(Skup, PreferenceFilesAreNamedByTheirVariableOrRefused)

@@ -20,15 +20,14 @@
 namespace ku::kernel
 {
 
-std::uint32_t environment_variable(const char *name, char *buffer, std::uint32_t size)
+std::uint64_t environment_variable(const char *name, char *buffer, std::uint64_t size)
 {
     const char *value = std::getenv(name);
     if (value == nullptr) return 0;
     const std::size_t length = std::strlen(value);
-    if (length >= UINT32_MAX) return 0; // no answer could say so
-    if (length >= size) return static_cast<std::uint32_t>(length + 1);
+    if (length >= size) return std::uint64_t{length} + 1;
     std::memcpy(buffer, value, length + 1);
-    return static_cast<std::uint32_t>(length);
+    return length;
 }
 
 // ---- modules ----

@@ -18,7 +18,7 @@ namespace ku::kernel
 // Copies a variable's value with its NUL into `size` bytes of `buffer`. Returns
 // its length without the NUL; or, when it does not fit, the size it needs with
 // the NUL and leaves the buffer alone; 0 when the variable is not set.
-std::uint32_t environment_variable(const char *name, char *buffer, std::uint32_t size);
+std::uint64_t environment_variable(const char *name, char *buffer, std::uint64_t size);
 
 // ---- modules that are loaded at run time ----
 

@@ -130,6 +130,22 @@ static const char *use_streams(kux *ctx, const char *directory)
     return NULL;
 }
 
+static const char *use_paged_files(kux *ctx, const char *directory)
+{
+    skuf *cache = skufcreate(ctx, 3);
+    char *name = skufzname(ctx, cache, directory);
+    skufv *file = skufvopen(ctx, cache, name, SKUF_SCRATCH);
+    char text[6] = "bytes";
+    HOLDS(file != NULL && skufvmove(ctx, cache, file, text, 6, SKUFV_PUT) == 0);
+    text[0] = 0;
+    file->skufvpos = 0;
+    HOLDS(skufvmove(ctx, cache, file, text, 6, SKUFV_GET) == 0 && strcmp(text, "bytes") == 0);
+    HOLDS(skufvclose(ctx, cache, file) == NULL && skubfexist(ctx, name) == 0);
+    ctx->kuxnmfree(ctx, name);
+    HOLDS(skufdestroy(ctx, cache) == NULL && kuxernerrors(ctx) == 0);
+    return NULL;
+}
+
 static const char *use_heaps(kux *ctx, const char *directory)
 {
     tag_skuhm *heap = skuhmi(ctx, 0);
@@ -244,6 +260,7 @@ const c_client_family c_client_families[] = {
     {"properties and messages", use_properties_and_messages},
     {"text", use_text},
     {"streams", use_streams},
+    {"paged files", use_paged_files},
     {"heaps", use_heaps},
     {"lists", use_lists},
     {"tokens", use_tokens},

@@ -1,8 +1,8 @@
 /*
  * runtime.c - component runtimes for tests, loaded like the real one
  *
- * A name of every call is appended to the file that KU_TEST_LOG names. KU_TEST_FAULT
- * names the call that fails. Built once whole and once without each entry point.
+ * Every call is noted in the file that KU_TEST_LOG names; the one that KU_TEST_FAULT
+ * names fails. Built once whole and once without each entry point.
  */
 #include <stdio.h>
 #include <stdlib.h>
@@ -12,28 +12,21 @@
 
 #define ENTRY __attribute__((visibility("default")))
 
-static void note(const char *call)
-{
-    const char *name = getenv("KU_TEST_LOG");
-    FILE *log = name != NULL ? fopen(name, "a") : NULL;
-    if (log == NULL) return;
-    fprintf(log, "%s ", call);
-    fclose(log);
-}
-
-static int fails(const char *call)
+/* 1: the call is to fail. */
+static int note(const char *call)
 {
     const char *fault = getenv("KU_TEST_FAULT");
-    note(call);
+    FILE *log = fopen(getenv("KU_TEST_LOG"), "a");
+    fprintf(log, "%s ", call);
+    fclose(log);
     return fault != NULL && strcmp(fault, call) == 0;
 }
 
 static void *test_alloc(comrt_allocator *self, uint32_t size)
 {
-    void *block = fails("Alloc") ? NULL : malloc(size);
+    void *block = note("Alloc") ? NULL : malloc(size);
     (void)self;
-    if (block != NULL) memset(block, 0x5A, size); /* zero only what must be */
-    return block;
+    return block != NULL ? memset(block, 0x5A, size) : NULL; /* zero only what must be */
 }
 
 static void test_free(comrt_allocator *self, void *address)
@@ -43,43 +36,36 @@ static void test_free(comrt_allocator *self, void *address)
     free(address);
 }
 
-static void test_release(comrt_allocator *self)
-{
-    (void)self;
-    note("Release");
-}
-
-static void test_minimize(comrt_allocator *self)
-{
-    (void)self;
-    note("HeapMinimize");
-}
+#define NOTED(name, call)                                                                          \
+    static void name(comrt_allocator *self)                                                        \
+    {                                                                                              \
+        (void)self;                                                                                \
+        note(call);                                                                                \
+    }
+NOTED(test_release, "Release")
+NOTED(test_minimize, "HeapMinimize")
 
 static const comrt_operations operations = {test_alloc, NULL,          test_free,
                                             NULL,       test_minimize, test_release};
 comrt_allocator test_allocator = {&operations};
 
-int32_t CoInitialize(void *reserved);
-void CoUninitialize(void);
-int32_t CoGetMalloc(uint32_t context, comrt_allocator **result);
-
 #ifndef WITHOUT_CoInitialize
 ENTRY int32_t CoInitialize(void *reserved)
 {
-    return fails("CoInitialize") || reserved != NULL ? COMRT_INVALID : 1;
+    return note("start") || reserved != NULL ? COMRT_INVALID : 1;
 }
 #endif
 
 #ifndef WITHOUT_CoUninitialize
-ENTRY void CoUninitialize(void) { note("CoUninitialize"); }
+ENTRY void CoUninitialize(void) { note("stop"); }
 #endif
 
 #ifndef WITHOUT_CoGetMalloc
 ENTRY int32_t CoGetMalloc(uint32_t context, comrt_allocator **result)
 {
-    const int failed = fails(context == COMRT_SHARED ? "CoGetMalloc(2)" : "CoGetMalloc(1)");
-    *result = fails("allocator") ? NULL : &test_allocator;
-    return failed ? COMRT_INVALID : 0;
+    if (note(context == COMRT_SHARED ? "get2" : "get1")) return COMRT_INVALID;
+    *result = note("give") ? NULL : &test_allocator;
+    return 0;
 }
 #endif
 

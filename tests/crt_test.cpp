@@ -1,5 +1,6 @@
 // crt_test.cpp - the runtime layer's files: names, locks, temporary names, descriptors
 #include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -82,6 +83,14 @@ TEST(Crt, ASecondWriterIsRefusedAndAReaderIsNot)
     kufile *second = open(fresh, "w"); // nothing to lock yet
     EXPECT_FALSE(crt::close(first)) << "its file is being written";
     EXPECT_TRUE(crt::close(second));
+
+    static std::string gone;
+    gone = dir.write("gone", "replaced between opening and locking it");
+    crt::system_calls racing = crt::calls();
+    racing.flock = [](int file, int how) { return ::unlink(gone.c_str()) + ::flock(file, how); };
+    const crt::system_calls *calls = crt::replace_calls(&racing);
+    EXPECT_EQ(open(gone, "r+"), nullptr) << "would write what nobody sees";
+    crt::replace_calls(calls);
 
     system_faults faults;
     faults.fail_all("flock", ENOLCK); // a file system without locks

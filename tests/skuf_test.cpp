@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "kuguard.h"
 #include "port/crt/crt.h"
 #include "skuf.h"
 #include "skufb.h"
@@ -81,7 +82,7 @@ protected:
 
     context ctx;
     ku::test::directory dir;
-    int before = open_descriptors();
+    std::ptrdiff_t before = open_descriptors();
     int made = 0;
     skuf *cache = static_cast<skuf *>(skufcreate(ctx, 2));
 };
@@ -92,7 +93,6 @@ TEST_F(Skuf, TheTemporaryDirectoryEndsInASeparator)
         const char *language, *value, *wanted;
     } rows[] = {
         {"ascii", nullptr, ""},
-        {"ascii", "", ""},
         {"ascii", "C:\\TEMP", "C:\\TEMP\\"},
         {"ascii", "C:\\TEMP\\", "C:\\TEMP\\"},
         {"ascii", "D:", "D:"},
@@ -127,26 +127,22 @@ TEST_F(Skuf, FreshNamesCountOnAndPassOverWhatExists)
         return std::string(name);
     };
     const std::string prefix = dir.path() + "\\";
-    const auto fresh = [&] {
-        char *name = skufzname(ctx, cache, prefix.c_str());
-        const std::string copy = name == nullptr ? prefix + "none" : name;
-        if (name != nullptr) ctx->kuxnmfree(ctx, name);
-        return copy.substr(prefix.size());
+    const auto fresh = [&](void *from, const char *before) {
+        ku::owned<char> name(ctx, skufzname(ctx, from, before));
+        return !name ? "none" : std::string(name.get() + (before == nullptr ? 0 : prefix.size()));
     };
-    EXPECT_EQ(fresh(), numbered(1));
-    EXPECT_EQ(fresh(), numbered(2));
+    EXPECT_EQ(fresh(cache, prefix.c_str()), numbered(1));
+    EXPECT_EQ(fresh(cache, nullptr), numbered(2));
     cache->skuftnum = 999;
     dir.write(numbered(999), "");
-    EXPECT_EQ(fresh(), numbered(0));
+    EXPECT_EQ(fresh(cache, prefix.c_str()), numbered(0));
     for (int i = 0; i < 1000; i++)
         if (i != 777) dir.write(numbered(i), "");
-    EXPECT_EQ(fresh(), numbered(777));
+    EXPECT_EQ(fresh(cache, prefix.c_str()), numbered(777));
     dir.write(numbered(777), "");
-    EXPECT_EQ(fresh(), "none");
-    char *name = skufzname(ctx, cache, nullptr);
-    EXPECT_EQ(name, numbered(778));
-    ctx->kuxnmfree(ctx, name);
-    EXPECT_EQ(skufzname(ctx, nullptr, ""), nullptr);
+    EXPECT_EQ(fresh(cache, prefix.c_str()), "none");
+    EXPECT_EQ(errors(), "");
+    EXPECT_EQ(fresh(nullptr, nullptr), "none");
     EXPECT_EQ(errors(), " 21");
 }
 
@@ -198,11 +194,9 @@ TEST_F(Skuf, DescriptorsStayAwayFromTheStandardStreams)
     const int input = dup(0);
     close(0);
     skufo *file = skufoopen(ctx, dir.path("file").c_str(), SKUF_CREATE);
-    EXPECT_EQ(fcntl(0, F_GETFD), -1);
     dup2(input, 0);
     close(input);
-    ASSERT_NE(file, nullptr);
-    EXPECT_GT(file->skufoid, 2);
+    ASSERT_TRUE(file != nullptr && file->skufoid > 2);
     EXPECT_EQ(fcntl(file->skufoid, F_GETFD), FD_CLOEXEC);
     struct stat found = {};
     EXPECT_TRUE(fstat(file->skufoid, &found) == 0 && (found.st_mode & 07777) == 0600);
@@ -237,16 +231,14 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
         fetch(1);
         EXPECT_EQ(fetch(7), " 7 1 4") << "free buffers from the last to the first";
         EXPECT_EQ(fetch(10), " 7 10 4") << "the hand skips the most recent, block 7";
-        EXPECT_EQ(fetch(4), " 7 10 4");
+        fetch(4);
         EXPECT_EQ(fetch(2), " 2 10 4") << "skips block 4 and wraps";
         fetch(10);
         three->skufmru->skufbflags |= SKUFB_DIRTY;
         EXPECT_EQ(skufbfflush(ctx, three, nullptr), 0u);
-        fetch(5);
         EXPECT_EQ(fetch(5), " 2 10 5");
         EXPECT_EQ(fetch(1), " 1 10 5");
-        EXPECT_EQ(fs::file_size(name), 0u)
-            << "neither a flush nor the eviction of clean blocks writes";
+        EXPECT_EQ(fs::file_size(name), 0u) << "neither a flush nor clean blocks are written";
         EXPECT_EQ(fetch(0), " 1 0 5");
         EXPECT_EQ(fs::file_size(name), 11u * 4096) << "evicted";
         EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u);
@@ -287,6 +279,7 @@ TEST_F(Skuf, TheCeilingDecidesWhatIsReadAndTheEndLeavesTheBufferAlone)
     EXPECT_EQ(dir.read("file").substr(0, 8), "shortera");
     EXPECT_EQ(fs::file_size(dir.path("file")), 4096u) << "whole blocks";
     skufvclose(ctx, cache, file);
+    EXPECT_EQ(faults.made("write"), 1) << "clean once it was flushed";
 }
 
 TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
@@ -305,9 +298,7 @@ TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
     EXPECT_EQ(file->skufvpos, 0xFFFFFFFEu);
     EXPECT_EQ(errors(), " 3 6 6");
 
-    EXPECT_EQ(skufvmove(ctx, cache, file, nullptr, 1, SKUFV_GET), SKUFA_NULL);
     EXPECT_EQ(skufvmove(ctx, cache, nullptr, data.data(), 1, SKUFV_GET), SKUFA_NULL);
-    EXPECT_EQ(skufvmove(ctx, nullptr, file, data.data(), 1, SKUFV_GET), SKUFA_NULL);
     EXPECT_EQ(skufvgptr(ctx, cache, nullptr, 0), nullptr);
     EXPECT_EQ(skufbread(ctx, cache, nullptr, 0, data.data()), SKUFA_NULL);
     EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, 0, nullptr), SKUFA_NULL);
@@ -316,7 +307,7 @@ TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
     EXPECT_EQ(skufbfflush(ctx, nullptr, file), SKUFA_NULL);
     EXPECT_EQ(skufbdclear(ctx, cache, nullptr), SKUFA_NULL);
     EXPECT_EQ(skufvclose(ctx, nullptr, file), nullptr);
-    EXPECT_EQ(errors(), " 21 21 21 21 21 21 3 21 21 21 21");
+    EXPECT_EQ(errors(), " 21 21 21 21 3 21 21 21 21");
     EXPECT_EQ(skufvclose(ctx, cache, skufvclose(ctx, cache, file)), nullptr);
 }
 
@@ -339,7 +330,7 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
         faults.fail_from_now(row.call, 1, EIO);
         EXPECT_EQ(skufvgptr(ctx, cache, file, 2), nullptr);
         EXPECT_ERRORS(ctx, {row.code});
-        for (uint32_t block = 0; block < 4; block++)
+        for (const uint32_t block : {2u, 0u, 1u, 3u})
             EXPECT_EQ(*skufvgptr(ctx, cache, file, block), block < 2 ? 'c' : 'f') << block;
         EXPECT_EQ(move(ctx, cache, file, 0, text, 7, SKUFV_PUT), 0u);
         faults.fail_from_now("write", 1, ENOSPC);
@@ -401,6 +392,7 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         EXPECT_EQ(write_much(ctx, cache, file, 200), SKUFA_WRITE);
         ctx.clear();
         skufvclose(ctx, cache, file);
+        EXPECT_EQ(faults.made("unmap"), 1 - row.reads);
     }
 }
 
@@ -412,6 +404,7 @@ struct modelled {
     std::string name;
     bytes model;
     skufv *file = nullptr;
+    uint32_t last = 0; // offset of the last move
 
     uint32_t move(kux *ctx, uint32_t offset, bytes &data, char direction) const
     {
@@ -427,7 +420,8 @@ struct modelled {
 static void step(context &ctx, dice &random, modelled &region)
 {
     const auto size = static_cast<uint32_t>(region.model.size());
-    const uint32_t offset = random.below(size);
+    const uint32_t near = region.last + random.below(2000);
+    const uint32_t offset = region.last = random.one_in(4) ? random.below(size) : near % size;
     bytes piece(std::min(size - offset, 1 + random.below(random.one_in(9) ? 9000 : 300)));
     const auto at = region.model.begin() + offset;
     const uint32_t choice = random.below(8);

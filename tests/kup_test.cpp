@@ -8,6 +8,7 @@
 
 #include "kul.h"
 #include "port/locale/locale.h"
+#include "skub.h"
 #include "support/context.h"
 #include "support/files.h"
 #include "support/random.h"
@@ -456,6 +457,9 @@ TEST(Kup, WritingThatFailsSaysSoAndLosesNothing)
     EXPECT_ERRORS(ctx, {"skuba 5"});
     ASSERT_EQ(unlink(files.dir.path(userfile).c_str()), 0);
     files.dir.write(userfile, "y = (a, 'b c')\nother.z = 1\n");
+    void *writer = skubopen(ctx, files.dir.path(userfile).c_str(), "a");
+    EXPECT_EQ(kupwrite(file.prefs), KUP_NOUSERFILE) << "somebody writes it just now";
+    EXPECT_EQ(skubclose(ctx, writer), 0u);
     for (int n = 1; n < 1000; n++) { // access to one text after the other fails
         const std::string before = files.dir.read(userfile);
         opened again(ctx);

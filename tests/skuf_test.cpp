@@ -33,7 +33,7 @@ static auto open_descriptors()
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
-static skufv *open(kux *ctx, void *cache, const std::string &name, uint16_t mode)
+static skufv *open_file(kux *ctx, void *cache, const std::string &name, uint16_t mode)
 {
     return static_cast<skufv *>(skufvopen(ctx, cache, name.c_str(), mode));
 }
@@ -70,7 +70,10 @@ protected:
         for (const std::string &name : dir.names()) EXPECT_NE(name.rfind("scratch", 0), 0u) << name;
     }
     std::string scratch() { return dir.path("scratch" + std::to_string(made++)); }
-    skufv *opened(const std::string &name, uint16_t mode) { return open(ctx, cache, name, mode); }
+    skufv *opened(const std::string &name, uint16_t mode)
+    {
+        return open_file(ctx, cache, name, mode);
+    }
     // The numbers of the errors, oldest first, which are forgotten.
     std::string errors()
     {
@@ -127,9 +130,9 @@ TEST_F(Skuf, FreshNamesCountOnAndPassOverWhatExists)
         return std::string(name);
     };
     const std::string prefix = dir.path() + "\\";
-    const auto fresh = [&](void *from, const char *before) {
-        ku::owned<char> name(ctx, skufzname(ctx, from, before));
-        return !name ? "none" : std::string(name.get() + (before == nullptr ? 0 : prefix.size()));
+    const auto fresh = [&](void *from, const char *start) {
+        ku::owned<char> name(ctx, skufzname(ctx, from, start));
+        return !name ? "none" : std::string(name.get() + (start == nullptr ? 0 : prefix.size()));
     };
     EXPECT_EQ(fresh(cache, prefix.c_str()), numbered(1));
     EXPECT_EQ(fresh(cache, nullptr), numbered(2));
@@ -220,7 +223,7 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
     for (auto *create : {skufcreate, skufdcreate}) {
         auto *three = static_cast<skuf *>(create(ctx, 3));
         const std::string name = scratch();
-        skufv *file = open(ctx, three, name, SKUF_SCRATCH);
+        skufv *file = open_file(ctx, three, name, SKUF_SCRATCH);
         const auto fetch = [&](uint32_t block) {
             EXPECT_NE(skufvgptr(ctx, three, file, block), nullptr);
             std::string held;
@@ -244,7 +247,7 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
         EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u);
         EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u) << "free already";
         EXPECT_EQ(fetch(6), " 1 6 5") << "just freed, next out";
-        skufv *other = open(ctx, three, scratch(), SKUF_SCRATCH);
+        skufv *other = open_file(ctx, three, scratch(), SKUF_SCRATCH);
         skufvgptr(ctx, three, other, 0);
         EXPECT_EQ(skufvclose(ctx, three, file), nullptr);
         EXPECT_EQ(skufdestroy(ctx, three), nullptr) << "with a block of the other file";
@@ -435,7 +438,7 @@ static void step(context &ctx, dice &random, modelled &region)
         ASSERT_EQ(skufbfflush(ctx, region.cache, random.one_in(2) ? region.file : nullptr), 0u);
         if ((region.mode & SKUF_TEMPORARY) != 0) return;
         skufvclose(ctx, region.cache, region.file);
-        region.file = open(ctx, region.cache, region.name, SKUF_READWRITE);
+        region.file = open_file(ctx, region.cache, region.name, SKUF_READWRITE);
     } else if (choice < 5) {
         for (unsigned char &byte : piece) byte = static_cast<unsigned char>(random.bits());
         std::copy(piece.begin(), piece.end(), at);
@@ -461,7 +464,7 @@ TEST_F(Skuf, RandomMovesMatchPlainBytesInTwoCachesAtOnce)
             {caches[1], 0xFFFFFFFF - 99999, kept, dir.path("high"), bytes(100000)},
         };
         for (modelled &region : regions) {
-            region.file = open(ctx, region.cache, region.name, region.mode);
+            region.file = open_file(ctx, region.cache, region.name, region.mode);
             ASSERT_EQ(region.move(ctx, 0, region.model, SKUFV_PUT), 0u);
         }
         system_faults faults;
@@ -473,7 +476,7 @@ TEST_F(Skuf, RandomMovesMatchPlainBytesInTwoCachesAtOnce)
             EXPECT_TRUE(region.matches(ctx)) << region.name;
             skufvclose(ctx, region.cache, region.file);
             if (region.mode == SKUF_SCRATCH) continue;
-            region.file = open(ctx, region.cache, region.name, SKUF_READWRITE);
+            region.file = open_file(ctx, region.cache, region.name, SKUF_READWRITE);
             EXPECT_TRUE(region.matches(ctx)) << region.name;
             skufvclose(ctx, region.cache, region.file);
         }
@@ -489,7 +492,7 @@ TEST_F(Skuf, EveryCallAndAllocationMayFailAndNothingLeaksOrStays)
         const auto run = [&](context &swept) {
             void *two = create(swept, 2);
             if (two == nullptr) return false;
-            skufv *file = open(swept, two, name, SKUF_SCRATCH);
+            skufv *file = open_file(swept, two, name, SKUF_SCRATCH);
             uint32_t status = file == nullptr ? 1 : write_much(swept, two, file, 80);
             for (uint32_t block = 0; status == 0 && block < 80; block += 7) {
                 unsigned char pair[2];

@@ -38,12 +38,12 @@
 /* files, memory and environment */
 #include "sku.h"
 #include "skub.h"
-#include "skuhm.h"
 #include "skuf.h"
 #include "skufb.h"
 #include "skufo.h"
 #include "skufv.h"
 #include "skufz.h"
+#include "skuhm.h"
 #include "skup.h"
 
 /* lists */

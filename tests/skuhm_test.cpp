@@ -153,7 +153,7 @@ TEST(HeapRuntimes, AreInTheSystemDirectoryOrWhereTheSystemLooksForLibraries)
     std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
     ku::test::context ctx;
     const ku::test::directory logged;
-    for (const std::string &where : {longest, longest + "/x", backslashes}) {
+    for (const std::string &where : {longest, longest + "/", backslashes}) {
         const ku::test::variable sysdir("KU_SYSDIR", where);
         const ku::test::variable log("KU_TEST_LOG", logged.write("log", ""));
         EXPECT_EQ(directory(), where.size() < 256 ? where : ""); // then by the bare name
@@ -321,6 +321,10 @@ TEST(Memory, NoAddressDoesHarm)
         EXPECT_TRUE(kernel::writable(large.at(0), large.size()));
         EXPECT_TRUE(faults.failed());
     }
+    munmap(large.at(50), large.page);
+    const bool over_hole = kernel::readable(large.at(0), large.size());
+    mmap(large.at(50), large.page, PROT_READ, MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0);
+    EXPECT_FALSE(over_hole);
 }
 
 TEST(HeapThreads, EachWithItsOwnHeapShareTheRuntime)

@@ -96,6 +96,7 @@ TEST(Numbers, RandomOnesSortAsTheirValuesAndHaveOneFormOnly)
         const std::string read = text(any);
         ASSERT_TRUE(read == "none" || number(read) == any) << read << " " << ku::test::seed();
     }
+    EXPECT_EQ(text(bytes(21, 0x88)), "none"); // 40 digits
     EXPECT_EQ(order({1, 0}, {1}), 1);
     EXPECT_EQ(order({0x7F}, {0x80, 1}), -1); // unsigned
 }

@@ -33,7 +33,7 @@ struct decimal {
     std::size_t count = 0;                   // digits in use; 0: the value is zero
     unsigned char digits[number_digits + 1]; // 0 to 9, the first and the last not 0
 
-    // Keeps the first `kept` digits, rounded half away from zero.
+    // Keeps the first `kept` digits, rounded half away from zero; zeros may be left at the end.
     void round(std::size_t kept)
     {
         if (kept >= count) return;
@@ -46,7 +46,6 @@ struct decimal {
             digits[count++] = 1;
             exponent++;
         }
-        while (count > 0 && digits[count - 1] == 0) count--;
         if (count == 0) *this = decimal();
     }
 };
@@ -83,7 +82,7 @@ bool read_digits(const unsigned char *bytes, std::size_t length, decimal *value)
 bool read_bytes(const unsigned char *bytes, std::size_t length, decimal *value)
 {
     *value = decimal();
-    if (length == 0 || length > number_longest || bytes[0] == 0) return false;
+    if (length == 0 || bytes[0] == 0) return false;
     if (bytes[0] == zero_byte) return length == 1;
     value->negative = bytes[0] < zero_byte;
     value->exponent = (value->negative ? 0x7F - bytes[0] : bytes[0] - 0x81) - exponent_bound;

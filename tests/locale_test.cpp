@@ -270,6 +270,7 @@ TEST(Locale, ShiftedRunsReadInPairs)
          {raw(0x78), raw('\n'), 0x797A},
          6},
         {"\x0E\x78\x0E\x79\x7A\x0F", {raw(0x78), 0x797A}, {raw(0x78), 0x797A}, 6},
+        {"\x0E\x78\x0E\x79\x0F", {raw(0x78), raw(0x79)}, {raw(0x78), raw(0x79)}, 5},
         {"\x0E \x30\x80", {raw(' '), raw(0x30), raw(0x80)}, {raw(' '), raw(0x30), raw(0x80)}, 4},
         {"a\x80", {'a', raw(0x80)}, {'a', raw(0x80)}, 2},
     };

@@ -227,7 +227,8 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
         const auto fetch = [&](uint32_t block) {
             EXPECT_NE(skufvgptr(ctx, three, file, block), nullptr);
             std::string held;
-            for (int i = 0; i < 3; i++) held += " " + std::to_string(three->skuftab[i].skufbnum);
+            for (int i = 0; i < 3; i++)
+                held.append(" ").append(std::to_string(three->skuftab[i].skufbnum));
             return held;
         };
         fetch(4);

@@ -64,9 +64,9 @@ KU_API uint32_t lizmcpy(const kulang *lh, kulocglo *glo, void *target, uint32_t 
  * Compares two texts.
  *   option  LIZ_NOCASE or LIZ_BINARY
  *   res     out: LIZ_EQUAL, LIZ_LESS, LIZ_GREATER. A proper prefix is less; but
- *           in single-byte languages equal, unless it is empty. There a null
- *           first text of equal or no length is less, a null second one makes
- *           the first greater.
+ *           in single-byte languages equal, unless it is empty. There, when
+ *           both lengths are 0 or neither is, a null first text is less (even
+ *           than null), and a null second one makes the first greater.
  * Returns LIZ_OK.
  */
 KU_API uint32_t lizmcmp(const kulang *lh, kulocglo *glo, const void *a, uint32_t alen, int32_t arep,

@@ -71,6 +71,7 @@ auto flat(const block &of)
 {
     return std::make_tuple(static_cast<void *>(of.data()), of.size(), LIZ_MULTIBYTE);
 }
+
 // A text as an argument, in one representation.
 struct argument {
     block memory;
@@ -203,6 +204,7 @@ template <typename Body> void in_every_language(Body body)
     }
 }
 
+// Buffers of a chain; `next` is how many were asked for.
 struct chain {
     std::vector<argument> buffers;
     std::size_t next;

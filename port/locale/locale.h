@@ -137,7 +137,8 @@ std::size_t upper_copy(const kulang &lang, void *target, std::size_t room, const
                        std::size_t n);
 
 // Order by character value, or by the values without case (upper case of lower
-// case, but dotted I and dotless i stay themselves; byte sets: their folding table); a proper prefix comes first. Below, at or above 0.
+// case, but dotted I and dotless i stay themselves; byte sets: their folding
+// table); a proper prefix comes first. Below, at or above 0.
 int compare_text(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn);
 int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const void *b,
                         std::size_t bn);

@@ -8,10 +8,12 @@
 
 #include "port/crt/crt.h"
 
-// calloc and realloc of everything that is linked statically come here.
+// malloc, calloc and realloc of everything that is linked statically come here.
 extern "C" {
+void *__real_malloc(std::size_t size);
 void *__real_calloc(std::size_t count, std::size_t size);
 void *__real_realloc(void *block, std::size_t size);
+void *__wrap_malloc(std::size_t size);
 void *__wrap_calloc(std::size_t count, std::size_t size);
 void *__wrap_realloc(void *block, std::size_t size);
 }
@@ -241,6 +243,11 @@ void sweep_system_calls(const scenario &run, const std::vector<int> &errnos, con
 }
 
 } // namespace ku::test
+
+void *__wrap_malloc(std::size_t size)
+{
+    return ku::test::basic_due() ? nullptr : __real_malloc(size);
+}
 
 void *__wrap_calloc(std::size_t count, std::size_t size)
 {

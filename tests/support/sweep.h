@@ -24,7 +24,7 @@ using scenario = std::function<bool(context &)>;
 // Over the context's allocations and resizes.
 void sweep_allocations(const scenario &run, const char *language = "ascii");
 
-// Over the basic allocator: calloc and realloc as called by this program on this thread.
+// Over the basic allocator: malloc, calloc and realloc as called by this program on this thread.
 void sweep_basic_allocations(const scenario &run, const char *language = "ascii");
 
 // Over every call of the system-call table, with each errno.

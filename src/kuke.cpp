@@ -22,6 +22,7 @@
 #include "kuguard.h"
 #include "kuko.h"
 #include "kuko_internal.h"
+#include "kukp_internal.h"
 #include "kul.h"
 #include "kuxnl.h"
 
@@ -129,16 +130,18 @@ void *kukeconcat(kux *ctx, void *kuk1h, void *kuk2h, unsigned char sepc)
     const bool owning = first->weight_kuk == 0;
     unsigned char *text = owning ? kukejointext(ctx, *first, *second, sepc) : nullptr;
     if (owning && text == nullptr) return nullptr;
-    auto *object = static_cast<kuk *>(kuxnlalloc(ctx, sizeof(kuk)));
+    auto *whole = static_cast<kukpobject *>(kuxnlalloc(ctx, sizeof(kukpobject)));
     const std::uint32_t shift = first->origtxl_kuk + (sepc != 0);
-    void *list = object != nullptr ? kukejointokens(ctx, *first, *second, shift) : nullptr;
+    void *list = whole != nullptr ? kukejointokens(ctx, *first, *second, shift) : nullptr;
     if (list == nullptr) {
         // Rolling back would do, but does nothing while logging is off.
-        if (object != nullptr) kuxer0push(ctx, KUKAA_NOCONCAT);
-        kuxnlfree(ctx, object);
+        if (whole != nullptr) kuxer0push(ctx, KUKAA_NOCONCAT);
+        kuxnlfree(ctx, whole);
         kuxnlfree(ctx, text);
         return nullptr;
     }
+    *whole = {};
+    kuk *object = &whole->visible;
     object->state_kuk = second->state_kuk;
     object->mode_kuk = first->mode_kuk;
     object->origtxp_kuk = text;
@@ -158,10 +161,10 @@ std::uint32_t kukecfilter(kux *ctx, void *, void *newlisth, std::uint32_t l1len,
         kukn *copy = nullptr;
         if (token != nullptr) copy = kukecopytoken(ctx, *token, done < ntoken1 ? 0 : l1len);
         if (copy != nullptr && kulpreplace(ctx, newlisth, done, copy) == 0) continue;
-        if (copy != nullptr) ku::token_release(ctx, copy);
+        if (copy != nullptr) kukprelease(ctx, nullptr, copy);
         // The items from here on are still the sources' own.
         while (--done >= 0)
-            ku::token_release(ctx, static_cast<kukn *>(kulpitem(ctx, newlisth, done)));
+            kukprelease(ctx, nullptr, static_cast<kukn *>(kulpitem(ctx, newlisth, done)));
         kulpclear(ctx, newlisth);
         const std::uint32_t code = kuxercode(ctx);
         return code != 0 ? code : KUKAA_NOCONCAT; // an allocator may push nothing
@@ -224,7 +227,8 @@ std::uint32_t kukejoinpair(kukewalk &walk, std::int32_t last)
         status = kukestretch(ctx, ku::token_at(ctx, walk.object, walk.from),
                              ku::token_at(ctx, walk.object, last));
     if (status != 0) return status;
-    while (walk.from < last) ku::token_release(ctx, ku::token_at(ctx, walk.object, walk.from++));
+    while (walk.from < last)
+        kukprelease(ctx, walk.object, ku::token_at(ctx, walk.object, walk.from++));
     return 0;
 }
 

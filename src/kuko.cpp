@@ -24,6 +24,7 @@
 
 #include "kuguard.h"
 #include "kuko_internal.h"
+#include "kukp_internal.h"
 #include "kul.h"
 #include "kuxdr.h"
 #include "kuxnl.h"
@@ -208,13 +209,6 @@ kukn *ku::token_at(kux *, const kuk *object, std::int32_t index)
     const auto *list = static_cast<const kul *>(object->origtklh_kuk);
     return index >= 0 && index < list->nitems_kul ? static_cast<kukn *>(list->items_kul[index])
                                                   : nullptr;
-}
-
-void ku::token_release(kux *ctx, kukn *token)
-{
-    if (token->hint_kukn != nullptr && token->hint_kukn != token)
-        ctx->kuxnmfree(ctx, token->hint_kukn);
-    ctx->kuxnmfree(ctx, token);
 }
 
 std::uint32_t ku::token_list_refuses(kux *ctx, const kuk *object)
@@ -612,7 +606,7 @@ std::uint32_t kukordelete(kux *ctx, void *kukh, std::int32_t start, std::int32_t
     // Nothing below can fail. The tail closes the gap, so that the cost is that
     // of one walk however many tokens go.
     for (std::int64_t i = first; i <= last; i++)
-        ku::token_release(ctx, ku::token_at(ctx, object, static_cast<std::int32_t>(i)));
+        kukprelease(ctx, object, ku::token_at(ctx, object, static_cast<std::int32_t>(i)));
     auto to = static_cast<std::int32_t>(first);
     for (auto from = static_cast<std::int32_t>(last + 1); from < count; from++)
         kulpreplace(ctx, object->origtklh_kuk, to++, ku::token_at(ctx, object, from));

@@ -17,9 +17,6 @@ std::int32_t token_count(kux *ctx, const kuk *object);
 // and leaves the list's cursor alone.
 kukn *token_at(kux *ctx, const kuk *object, std::int32_t index);
 
-// Releases a token record with its hint.
-void token_release(kux *ctx, kukn *token);
-
 // 0, or the code pushed because the list, which is not empty, is locked.
 std::uint32_t token_list_refuses(kux *ctx, const kuk *object);
 

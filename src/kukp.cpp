@@ -19,7 +19,10 @@
 // on which the machine would stay in its state, byte by byte from a table;
 // nothing else happens at them.
 //
-// One pass; per token one record and one slot of the list; no other memory.
+// One pass; per token one record and one slot of the list; no other memory. The
+// records are in blocks that the object owns, the first as large as such a text
+// needs as a rule. What else takes a record out of the list lets go of it with
+// kukprelease, which knows which records are blocks of their own.
 // Keywords are found by hash, built at compile time from the one table.
 #include "kukp.h"
 
@@ -27,6 +30,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 
 #include "kuguard.h"
 #include "kukp_internal.h"
@@ -130,69 +134,61 @@ std::int32_t kukpqconvert(std::int32_t state)
 
 // ---- passing the characters that change nothing ----
 
-// Traits of a byte: the states inside which it is just one more character, the
-// marks that words may hold, and the operators that it is alone. A NUL has none.
-constexpr std::uint8_t kukp_instring = 0x01;
-constexpr std::uint8_t kukp_inidentifier = 0x02;
-constexpr std::uint8_t kukp_inlabel = 0x04;
-constexpr std::uint8_t kukp_incomment = 0x08;
-constexpr std::uint8_t kukp_inline = 0x10;
-constexpr std::uint8_t kukp_wordmark = 0x20;
-constexpr std::uint8_t kukp_operator = 0x40;
+// Traits of a byte: it may stand in a word, ends one, is an operator alone. A byte
+// of none may be a letter, a digit or white space of the language.
+constexpr std::uint8_t kukp_wordmark = 0x01;
+constexpr std::uint8_t kukp_wordend = 0x02;
+constexpr std::uint8_t kukp_operator = 0x04;
 
 constexpr auto kukptraits = [] {
     std::array<std::uint8_t, 256> traits{};
-    for (unsigned byte = 1; byte < 256; byte++) {
-        if (byte != '\'') traits[byte] |= kukp_instring;
-        if (byte != '"') traits[byte] |= kukp_inidentifier;
-        if (byte != '>') traits[byte] |= kukp_inlabel;
-        if (byte != '*') traits[byte] |= kukp_incomment;
-        if (byte != '\n') traits[byte] |= kukp_inline;
-        if (byte == '$' || byte == '_' || byte == '#') traits[byte] |= kukp_wordmark;
-    }
+    for (const char mark : {'$', '_', '#'}) traits[static_cast<std::size_t>(mark)] |= kukp_wordmark;
+    for (const char end : {'\0', ' ', '\'', '"'})
+        traits[static_cast<std::size_t>(end)] |= kukp_wordend;
     for (const kukptb &entry : kukptbsp)
         if (entry.leng_kukptb == 1)
-            traits[static_cast<std::size_t>(entry.keyp_kukptb[0])] |= kukp_operator;
+            traits[static_cast<std::size_t>(entry.keyp_kukptb[0])] |= kukp_operator | kukp_wordend;
     return traits;
 }();
 
-// What a state stays on: bytes of these classes, and bytes of these traits. In
-// a multibyte set the class of a byte from 128 up is not known here, and the
-// run ends there; but the marks that end quoted text are never trail bytes.
+// What a state stays on: bytes of these classes and marks; or, without classes,
+// every byte but this one. In a multibyte set the class of a byte from 128 up is
+// not known here, and the run ends there; but the marks that end quoted text
+// are never trail bytes.
 struct kukpstay {
     std::uint16_t classes;
     std::uint8_t traits;
+    char until; // NUL: on none, without classes
 };
 constexpr auto kukpstays = [] {
     std::array<kukpstay, kukp_states> stays{};
-    stays[kukp_between] = {KULANG_SPACE, 0};
-    stays[kukp_string] = {0, kukp_instring};
-    stays[kukp_identifier] = {0, kukp_inidentifier};
-    stays[kukp_label] = {0, kukp_inlabel};
-    stays[kukp_comment] = {0, kukp_incomment};
-    stays[kukp_hint] = {0, kukp_incomment};
-    stays[kukp_line] = {0, kukp_inline};
-    stays[kukp_linehint] = {0, kukp_inline};
-    stays[kukp_word] = {KULANG_LETTER | KULANG_DIGIT, kukp_wordmark};
-    stays[kukp_integer] = {KULANG_DIGIT, 0};
-    stays[kukp_fraction] = {KULANG_DIGIT, 0};
-    stays[kukp_exponent] = {KULANG_DIGIT, 0};
+    stays[kukp_between] = {KULANG_SPACE, 0, '\0'};
+    stays[kukp_string] = {0, 0, '\''};
+    stays[kukp_identifier] = {0, 0, '"'};
+    stays[kukp_label] = {0, 0, '>'};
+    stays[kukp_comment] = {0, 0, '*'};
+    stays[kukp_hint] = {0, 0, '*'};
+    stays[kukp_line] = {0, 0, '\n'};
+    stays[kukp_linehint] = {0, 0, '\n'};
+    stays[kukp_word] = {KULANG_LETTER | KULANG_DIGIT, kukp_wordmark, '\0'};
+    stays[kukp_integer] = {KULANG_DIGIT, 0, '\0'};
+    stays[kukp_fraction] = {KULANG_DIGIT, 0, '\0'};
+    stays[kukp_exponent] = {KULANG_DIGIT, 0, '\0'};
     return stays;
 }();
 
-const unsigned char *kukppass(const unsigned char *at, const std::uint16_t *classes,
-                              std::int32_t state)
+// `end` is that of the text; the NUL there has no class and no mark.
+inline const unsigned char *kukppass(const unsigned char *at, const unsigned char *end,
+                                     const std::uint16_t *classes, std::int32_t state)
 {
     const kukpstay stay = kukpstays[static_cast<std::size_t>(state)];
-    if (stay.classes == 0) {
-        while ((kukptraits[*at] & stay.traits) != 0) at++;
+    if (stay.classes != 0) {
+        while ((classes[*at] & stay.classes) != 0 || (kukptraits[*at] & stay.traits) != 0) at++;
         return at;
     }
-    for (;;) {
-        while ((classes[*at] & stay.classes) != 0) at++;
-        if ((kukptraits[*at] & stay.traits) == 0) return at;
-        at++;
-    }
+    if (stay.until == '\0') return at;
+    const void *mark = std::memchr(at, stay.until, static_cast<std::size_t>(end - at));
+    return mark != nullptr ? static_cast<const unsigned char *>(mark) : end;
 }
 
 // ---- readers: the current character, lower-cased, and its neighbours ----
@@ -223,7 +219,8 @@ public:
         return at_[places] == static_cast<unsigned char>(character);
     }
     void step() { at_++; }
-    void pass(std::int32_t state) { at_ = kukppass(at_, classes_, state); }
+    void jump(const unsigned char *at) { at_ = at; }
+    void pass(std::int32_t state) { at_ = kukppass(at_, end_, classes_, state); }
     bool ended() const { return at_ == end_; }
     std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
     kukpplace place() const { return {at_, false}; }
@@ -285,7 +282,8 @@ public:
         return at_[places] == static_cast<unsigned char>(character);
     }
     void step() { at_ += *at_ < 0x80 ? 1 : glyph().width; }
-    void pass(std::int32_t state) { at_ = kukppass(at_, lang_->classes_kulang, state); }
+    void jump(const unsigned char *at) { at_ = at; }
+    void pass(std::int32_t state) { at_ = kukppass(at_, end_, lang_->classes_kulang, state); }
     bool ended() const { return at_ == end_; }
     std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
     kukpplace place() const { return {at_, false}; }
@@ -352,6 +350,8 @@ private:
 struct kukprun {
     kux *ctx;
     kuk *object;
+    kukpobject *whole;          // the same object
+    kul *list;                  // its tokens
     const unsigned char *given; // the text as given to create
     void *clients;              // client token list, or null
     kukptokenfn callback;       // or null
@@ -485,49 +485,58 @@ constexpr std::size_t kukpnextslot(std::size_t slot)
     return (slot + 1) % (std::size_t{1} << kukp_slotbits);
 }
 struct kukphashed {
-    std::uint64_t head; // 0: an empty slot
-    std::uint16_t length;
-    std::uint16_t number;
+    std::array<std::uint64_t, std::size_t{1} << kukp_slotbits> heads; // 0: an empty slot
+    std::array<std::uint16_t, std::size_t{1} << kukp_slotbits> numbers;
 };
 constexpr auto kukpslots = [] {
-    std::array<kukphashed, std::size_t{1} << kukp_slotbits> slots{};
+    kukphashed slots{};
     for (std::uint16_t i = 0; i < KUKPTBKW_COUNT; i++) {
-        const auto length = static_cast<std::uint16_t>(kukptbkw[i].leng_kukptb);
+        const std::size_t length = kukptbkw[i].leng_kukptb;
         const std::uint64_t head = kukphead(kukptbkw[i].keyp_kukptb, length);
         std::size_t slot = kukpslot(head, length);
-        while (slots[slot].head != 0) slot = kukpnextslot(slot);
-        slots[slot] = {head, length, i};
+        while (slots.heads[slot] != 0) slot = kukpnextslot(slot);
+        slots.heads[slot] = head;
+        slots.numbers[slot] = i;
     }
     return slots;
 }();
 
-// Type of the word of this head and length; `rest`: its bytes behind the head, lower-cased.
-std::uint32_t kukpsearch(std::uint64_t head, std::size_t length, const char *rest)
+// Type of the word, all ASCII in any case, of this head and length.
+std::uint32_t kukpsearch(std::uint64_t head, const unsigned char *word, std::size_t length)
 {
-    for (std::size_t slot = kukpslot(head, length); kukpslots[slot].head != 0;
+    for (std::size_t slot = kukpslot(head, length); kukpslots.heads[slot] != 0;
          slot = kukpnextslot(slot)) {
-        if (kukpslots[slot].head != head || kukpslots[slot].length != length) continue;
-        const kukptb &entry = kukptbkw[kukpslots[slot].number];
-        if (length <= kukp_headsize) return entry.type_kukptb;
-        if (std::memcmp(entry.keyp_kukptb + kukp_headsize, rest, length - kukp_headsize) == 0)
-            return entry.type_kukptb;
+        if (kukpslots.heads[slot] != head) continue;
+        const kukptb &entry = kukptbkw[kukpslots.numbers[slot]];
+        if (entry.leng_kukptb != length) continue;
+        std::size_t same = kukp_headsize;
+        while (same < length && (word[same] | 0x20) == (entry.keyp_kukptb[same] | 0x20)) same++;
+        if (same >= length) return entry.type_kukptb;
     }
     return KUKP_T_WORD;
 }
 
-// Type of a word that is longer than a head or not all ASCII as given:
-// lower-cased character by character, it may be a keyword still.
+// Type of a word that is not all ASCII as given: lower-cased character by
+// character, it may be a keyword still.
 template <class Reader>
 std::uint32_t kukpikwslow(const kulang &lang, const unsigned char *text, std::size_t length)
 {
-    char word[std::max(kukp_longest, kukp_headsize)];
+    unsigned char word[std::max(kukp_longest, kukp_headsize)];
     std::size_t size = 0;
     for (Reader in(lang, text, length); in.left() > 0; in.step()) {
         const unsigned code = in.code();
         if (code >= 0x80 || size == kukp_longest) return KUKP_T_WORD;
-        word[size++] = static_cast<char>(code);
+        word[size++] = static_cast<unsigned char>(code);
     }
-    return kukpsearch(kukphead(word, size), size, word + kukp_headsize);
+    return kukpsearch(kukphead(reinterpret_cast<const char *>(word), size), word, size);
+}
+
+// Eight bytes of the text, the first in the lowest ones.
+std::uint64_t kukpeight(const unsigned char *at)
+{
+    std::uint64_t bytes = 0;
+    std::memcpy(&bytes, at, sizeof bytes);
+    return bytes;
 }
 
 // Type of the word at `start`, `length` bytes of the text as given, of which
@@ -537,18 +546,22 @@ std::uint32_t kukpikw(const kulang &lang, const kukpplace &start, std::size_t le
                       std::size_t left)
 {
     if (start.shifted) return KUKP_T_WORD;
-    if (length <= kukp_headsize) {
-        std::uint64_t head = 0;
-        if (left >= kukp_headsize)
-            std::memcpy(&head, start.at, kukp_headsize);
-        else
-            std::memcpy(&head, start.at, left);
-        head &= kukpmask(length);
-        const auto *rest = reinterpret_cast<const char *>(start.at); // there is none
-        if ((head & kukp_bit7) == 0)
-            return kukpsearch(head | (kukp_bit5 & kukpmask(length)), length, rest);
+    std::uint64_t head = 0;
+    if (left >= kukp_headsize)
+        head = kukpeight(start.at);
+    else
+        std::memcpy(&head, start.at, left);
+    const std::uint64_t mask = kukpmask(length);
+    head &= mask;
+    std::uint64_t all = head;
+    if (length > kukp_headsize) {
+        for (std::size_t at = kukp_headsize; at + kukp_headsize < length; at += kukp_headsize)
+            all |= kukpeight(start.at + at);
+        all |= kukpeight(start.at + length - kukp_headsize);
     }
-    return kukpikwslow<Reader>(lang, start.at, length);
+    if ((all & kukp_bit7) != 0) return kukpikwslow<Reader>(lang, start.at, length);
+    if (length > kukp_longest) return KUKP_T_WORD;
+    return kukpsearch(head | (kukp_bit5 & mask), start.at, length);
 }
 
 // ---- the machine ----
@@ -571,10 +584,9 @@ template <class Reader> bool kukpends(Reader &in)
 // token is found there instead, so it is known without the recogniser.
 template <class Reader> bool kukpmkywrhs(const kukprun &run, Reader &in)
 {
-    if (kukpends(in)) return true;
     const unsigned code = in.code();
-    if (code < 128 && (kukptraits[code] & kukp_operator) != 0) return true;
-    return kukpisp(run, in).bytes > 0;
+    if (code < 128 && (kukptraits[code] & kukp_wordend) != 0) return true;
+    return kukpends(in) || kukpisp(run, in).bytes > 0;
 }
 
 // A number may end here: not before a lone period, which belongs to it.
@@ -675,44 +687,55 @@ std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, std::
     }
 }
 
-// kukpdelta from between tokens, with short cuts for most tokens: a word is passed
-// to its end, and an operator that begins nothing else takes no recogniser.
-template <class Reader> std::int32_t kukpbegin(const kukprun &run, Reader &in, std::uint32_t *type)
-{
-    if (in.is(KULANG_LETTER)) {
-        in.step();
-        in.pass(kukp_word);
-        return kukpinword(run, in);
-    }
-    const unsigned code = in.code();
-    if (run.clients == nullptr && code < kukpalone.size() && kukpalone[code] != 0) {
-        *type = kukpalone[code];
-        return kukp_last1;
-    }
-    return kukpdelta(run, in, kukp_between, type);
-}
-
 // ---- storing ----
 
 // Bits of a callback's answer.
 constexpr std::uint32_t kukp_goon = 1;
 constexpr std::uint32_t kukp_drop = 2;
 
-// Appends a token record to the object. False: KUKAA_TOKEN was pushed.
-bool kukptadd(const kukprun &run, std::uint32_t type, std::uint32_t offset, std::uint32_t length)
+constexpr std::uint64_t kukp_leastrecords = 16; // records of a block behind the first
+constexpr std::uint64_t kukp_mostrecords = 1u << 20;
+
+// Another block of records, as many as there are so far. False without memory.
+bool kukpmorerecords(kux *ctx, kukpobject &object, const kul &list)
 {
-    auto *token = ku::allocate<kukn>(run.ctx);
-    if (token != nullptr) {
-        *token = {type, offset, length, nullptr};
-        auto &list = *static_cast<kul *>(run.object->origtklh_kuk);
-        // Half as many again, so that long texts are stored in linear time.
-        const bool room = list.nitems_kul < list.maxitems_kul
-                          || kulrealloc(run.ctx, list, list.nitems_kul * std::uint64_t{3} / 2) == 0;
-        if (room && kulpinsert(run.ctx, &list, KUL_APPEND, token) == 0) return true;
-        run.ctx->kuxnmfree(run.ctx, token);
-    }
-    kuxer0push(run.ctx, KUKAA_TOKEN);
+    const auto have = static_cast<std::uint64_t>(list.nitems_kul);
+    const std::uint64_t count = std::clamp(have, kukp_leastrecords, kukp_mostrecords);
+    const std::uint64_t size = offsetof(kukpblock, records) + count * sizeof(kukn);
+    auto *block = static_cast<kukpblock *>(ku::allocate(ctx, size, 1));
+    if (block == nullptr) return false;
+    block->next = object.more;
+    block->end = block->records + count;
+    object.more = block;
+    object.unused = block->records;
+    object.end = block->end;
+    return true;
+}
+
+// Room for one more token. False: KUKAA_TOKEN was pushed.
+bool kukproom(kux *ctx, kukpobject &object, kul &list)
+{
+    // Half as many again, so that long texts are stored in linear time.
+    if ((object.unused != object.end || kukpmorerecords(ctx, object, list))
+        && (list.nitems_kul < list.maxitems_kul
+            || kulrealloc(ctx, list, list.nitems_kul * std::uint64_t{3} / 2) == 0))
+        return true;
+    kuxer0push(ctx, KUKAA_TOKEN);
     return false;
+}
+
+// Appends a token record to the object. False: KUKAA_TOKEN was pushed.
+[[gnu::always_inline]] inline bool kukptadd(const kukprun &run, std::uint32_t type,
+                                            std::uint32_t offset, std::uint32_t length)
+{
+    kukpobject &object = *run.whole;
+    kul &list = *run.list;
+    const bool full = object.unused == object.end || list.nitems_kul == list.maxitems_kul;
+    if (full && !kukproom(run.ctx, object, list)) return false;
+    kukn *token = object.unused++;
+    *token = {type, offset, length, nullptr};
+    list.items_kul[list.nitems_kul++] = token;
+    return true;
 }
 
 // What a token covers: from the first character to the end of the last.
@@ -721,44 +744,114 @@ struct kukpspan {
     kukpplace end;
 };
 
-// Shows a token to the callback and stores it. `action` holds what happens
-// without a callback, and the callback's answer afterwards. False: out of memory.
-bool kukpaction(const kukprun &run, const kukpspan &span, std::uint32_t type, std::uint32_t *action)
+// Shows a token to the callback, if there is one. `action` and `type` are its
+// answer then; `length` counts shift bytes. False: out of memory.
+bool kukpshow(const kukprun &run, const kukpspan &span, std::uint32_t *type, std::uint32_t *length,
+              std::uint32_t *action)
 {
-    const auto offset = static_cast<std::uint32_t>(span.start.at - run.object->origtxp_kuk);
-    const auto bytes = static_cast<std::uint32_t>(span.end.at - span.start.at);
+    const std::uint32_t bytes = *length;
     const bool opens = bytes > 0 && span.start.shifted;
     const bool closes = bytes > 0 && span.end.shifted;
-    std::uint32_t length = bytes + (opens ? 1 : 0) + (closes ? 1 : 0);
-    std::uint32_t stored = type;
-    if (run.callback != nullptr) {
-        const unsigned char *token = run.given + offset;
-        if (opens || closes)
-            token = kukpstandalone(run.ctx, span.start.at, bytes, opens, closes, &length);
-        if (token == nullptr) return false;
-        *action = run.callback(run.callbackcontext, token, length, type, &stored);
+    *length += (opens ? 1 : 0) + (closes ? 1 : 0);
+    if (run.callback == nullptr) return true;
+    const unsigned char *token = run.given + (span.start.at - run.object->origtxp_kuk);
+    if (opens || closes)
+        token = kukpstandalone(run.ctx, span.start.at, bytes, opens, closes, length);
+    if (token == nullptr) return false;
+    const std::uint32_t seen = *type;
+    *action = run.callback(run.callbackcontext, token, *length, seen, type);
+    return true;
+}
+
+// Shows a token to the callback and stores it. `action` holds what happens
+// without a callback, and the callback's answer afterwards. False: out of memory.
+[[gnu::always_inline]] inline bool kukpaction(const kukprun &run, const kukpspan &span,
+                                              std::uint32_t type, std::uint32_t *action)
+{
+    const auto offset = static_cast<std::uint32_t>(span.start.at - run.object->origtxp_kuk);
+    auto length = static_cast<std::uint32_t>(span.end.at - span.start.at);
+    if (run.callback != nullptr || span.start.shifted || span.end.shifted) {
+        if (!kukpshow(run, span, &type, &length, action)) return false;
+        if ((*action & kukp_drop) != 0) return true;
     }
-    return (*action & kukp_drop) != 0 || kukptadd(run, stored, offset, length);
+    return kukptadd(run, type, offset, length);
 }
 
 // ---- the driver ----
 
 constexpr std::int32_t kukp_failed = -1;
 
+// Type of a word in the object's mode.
+template <class Reader>
+std::uint32_t kukpwordtype(const kukprun &run, const kukpplace &start, std::size_t length,
+                           std::size_t left)
+{
+    if (run.object->mode_kuk == KUKP_M_WORDS) return KUKP_T_WORD;
+    if (run.object->mode_kuk != KUKP_M_KEYWORDS) return 0;
+    return kukpikw<Reader>(*run.ctx->kuxlangidh, start, length, left);
+}
+
+// A period here is an operator: it begins no number and no longer operator.
+bool kukpislonely(const unsigned char *at, const std::uint16_t *classes)
+{
+    return at[0] == '.' && at[1] != '.' && at[1] < 128 && (classes[at[1]] & KULANG_DIGIT) == 0;
+}
+
+// Most tokens need no machine: words of ASCII letters between plain ends, and
+// operators that begin nothing else. Passes such tokens up to the first other
+// one. Returns kukp_between there, the state in which the callback stopped, or
+// kukp_failed.
+template <class Reader> std::int32_t kukpplain(const kukprun &run, Reader &in)
+{
+    const std::uint16_t *classes = run.ctx->kuxlangidh->classes_kulang;
+    const unsigned char *const end = in.place().at + in.left();
+    for (;;) {
+        const unsigned char *at = in.place().at;
+        while (end - at >= std::ptrdiff_t{kukp_headsize} && kukpeight(at) == kukp_bit5)
+            at += kukp_headsize; // eight blanks of an indentation
+        at = kukppass(at, end, classes, kukp_between);
+        in.jump(at);
+        const unsigned char *const start = at;
+        std::uint32_t type = 0;
+        std::int32_t state = kukp_last1;
+        if (*at >= 128) return kukp_between;
+        if ((classes[*at] & KULANG_LETTER) != 0) {
+            at = kukppass(at + 1, end, classes, kukp_word);
+            if ((kukptraits[*at] & kukp_wordend) == 0) return kukp_between;
+            const auto length = static_cast<std::size_t>(at - start);
+            type = kukpwordtype<Reader>(run, {start, false}, length,
+                                        static_cast<std::size_t>(end - start));
+            state = kukp_complete;
+        } else {
+            type = kukpislonely(at, classes) ? KUKP_T_PERIOD : kukpalone[*at];
+            if (type == 0) return kukp_between;
+            at++;
+        }
+        in.jump(at);
+        std::uint32_t action = KUKP_A_KEEP;
+        if (!kukpaction(run, {{start, false}, {at, false}}, type, &action)) return kukp_failed;
+        if ((action & kukp_goon) == 0) return state;
+    }
+}
+
+// In text with shift states a byte may mean anything.
+std::int32_t kukpplain(const kukprun &, kukpshifted &) { return kukp_between; }
+
 // Analyses the text from `state`. Returns the end state, or kukp_failed.
 template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, std::int32_t state)
 {
-    const kulang &lang = *run.ctx->kuxlangidh;
     kukpplace start = in.place();
     std::uint32_t type = kukpq2t(state);
     for (;;) {
-        in.pass(state);
         if (state == kukp_between) {
+            if (run.clients == nullptr) state = kukpplain(run, in);
+            if (state != kukp_between) return state;
+            in.pass(state);
             start = in.place(); // where the next token begins, if one does
-            state = kukpbegin(run, in, &type);
         } else {
-            state = kukpdelta(run, in, state, &type);
+            in.pass(state);
         }
+        state = kukpdelta(run, in, state, &type);
         std::uint32_t action = KUKP_A_KEEP;
         switch (state) {
         case kukp_between:
@@ -770,9 +863,9 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         case KUKP_S_STRING:
         case KUKP_S_IDENTIFIER:
         case KUKP_S_LABEL: // the text ended inside it
+            type = kukpq2t(state);
             action = KUKP_A_LAST;
-            if (!kukpaction(run, {start, in.behind()}, kukpq2t(state), &action)) return kukp_failed;
-            return state;
+            break;
 
         default:
             if (type == 0) type = kukpq2t(state);
@@ -790,10 +883,9 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         case kukp_last2: in.step(); [[fallthrough]];
         case kukp_last1: in.step(); [[fallthrough]];
         case kukp_complete:
-            if (type == 0 && run.object->mode_kuk == KUKP_M_WORDS) type = KUKP_T_WORD;
-            if (type == 0 && run.object->mode_kuk == KUKP_M_KEYWORDS) {
+            if (type == 0) {
                 const auto length = static_cast<std::size_t>(in.behind().at - start.at);
-                type = kukpikw<Reader>(lang, start, length, length + in.left());
+                type = kukpwordtype<Reader>(run, start, length, length + in.left());
             }
             break;
 
@@ -804,7 +896,7 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
             break;
         }
         if (!kukpaction(run, {start, in.behind()}, type, &action)) return kukp_failed;
-        if ((action & kukp_goon) == 0) return state;
+        if ((action & kukp_goon) == 0 || state <= KUKP_S_LABEL) return state;
         state = kukp_between;
         type = 0;
     }
@@ -823,33 +915,52 @@ std::int32_t kukpanalyse(const kukprun &run, std::int32_t state)
 
 // ---- creation ----
 
-// Gives the object its text: a copy, or the caller's. False: no memory, or more
-// bytes than 32 bits can count with the NUL.
-bool kukptakes(kux *ctx, kuk &object, const char *text, std::int32_t weight)
+// Records that a text gets at first: SQL has one token in five to eight bytes. A
+// callback rather keeps what it wants than lets tokens be stored.
+std::uint64_t kukpestimate(std::uint64_t length, kukptokenfn callback)
 {
-    const std::uint64_t length = std::strlen(text);
-    if (length >= UINT32_MAX) return false;
+    constexpr std::uint64_t bytes_per_token = 5;
+    return callback != nullptr ? 0 : std::min(length / bytes_per_token + 2, kukp_mostrecords);
+}
+
+// An object with room for so many tokens. Null without memory.
+kukpobject *kukpmake(kux *ctx, std::uint64_t records)
+{
+    const std::uint64_t size = offsetof(kukpobject, records) + records * sizeof(kukn);
+    auto *object = static_cast<kukpobject *>(ku::allocate(ctx, size, 1));
+    if (object == nullptr) return nullptr;
+    object->more = nullptr;
+    object->unused = object->records;
+    object->end = object->firstend = object->records + records;
+    return object;
+}
+
+// Gives the object its text: a copy, or the caller's. False without memory.
+bool kukptakes(kux *ctx, kuk &object, const char *text, std::uint32_t length, std::int32_t weight)
+{
     if (weight == 0) {
-        void *copy = ku::allocate(ctx, length + 1, 1);
+        void *copy = ku::allocate(ctx, std::uint64_t{length} + 1, 1);
         if (copy == nullptr) return false;
-        text = static_cast<char *>(std::memcpy(copy, text, length + 1));
+        text = static_cast<char *>(std::memcpy(copy, text, std::size_t{length} + 1));
     }
     object.weight_kuk = weight;
     object.origtxp_kuk = reinterpret_cast<const unsigned char *>(text);
-    object.origtxl_kuk = static_cast<std::uint32_t>(length);
+    object.origtxl_kuk = length;
     return true;
 }
 
 // Fills the object: list, text, tokens. False: it failed somewhere.
-bool kukpbuild(kukprun &run, const char *text, std::int32_t weight, std::int32_t state)
+bool kukpbuild(kukprun &run, const char *text, std::uint32_t length, std::int32_t weight,
+               std::int32_t state)
 {
     constexpr std::int32_t tokens_at_first = 10;
-    run.object->origtklh_kuk = kulpcreate(run.ctx, tokens_at_first, nullptr);
-    if (run.object->origtklh_kuk == nullptr) {
+    run.list = static_cast<kul *>(kulpcreate(run.ctx, tokens_at_first, nullptr));
+    run.object->origtklh_kuk = run.list;
+    if (run.list == nullptr) {
         kuxer0push(run.ctx, KUKAA_LIST);
         return false;
     }
-    if (!kukptakes(run.ctx, *run.object, text, weight)) return false;
+    if (!kukptakes(run.ctx, *run.object, text, length, weight)) return false;
     if (state != KUKP_S_COMPLETE) state = kukpqconvert(state);
     if (state == kukp_error) {
         kuxer0push(run.ctx, KUKAA_STATE);
@@ -860,17 +971,31 @@ bool kukpbuild(kukprun &run, const char *text, std::int32_t weight, std::int32_t
     return end != kukp_failed;
 }
 
-// Releases a token record and its hint.
-std::uint32_t kukptfree(kux *ctx, void *item, void *)
+// Whether a record is in one of the object's blocks.
+bool kukpowns(const kukpobject &object, const kukn *token)
 {
-    auto *token = static_cast<kukn *>(item);
-    if (token->hint_kukn != token && token->hint_kukn != nullptr)
-        ctx->kuxnmfree(ctx, token->hint_kukn);
-    ctx->kuxnmfree(ctx, token);
-    return 0;
+    const std::less<const kukn *> below;
+    if (!below(token, object.records) && below(token, object.firstend)) return true;
+    const kukpblock *block = object.more;
+    while (block != nullptr && (below(token, block->records) || !below(token, block->end)))
+        block = block->next;
+    return block != nullptr;
+}
+
+void kukpfree(kux *ctx, const kukpobject *object, kukn *token)
+{
+    if (object == nullptr || !kukpowns(*object, token)) ctx->kuxnmfree(ctx, token);
 }
 
 } // namespace
+
+void kukprelease(kux *ctx, const kuk *object, kukn *token)
+{
+    const auto *whole = reinterpret_cast<const kukpobject *>(object);
+    if (token->hint_kukn != token && token->hint_kukn != nullptr)
+        kukpfree(ctx, whole, token->hint_kukn);
+    kukpfree(ctx, whole, token);
+}
 
 const unsigned char *kukpstandalone(kux *ctx, const unsigned char *bytes, std::uint32_t length,
                                     bool opens, bool closes, std::uint32_t *copied)
@@ -912,14 +1037,17 @@ void *kukpxcreate(kux *ctx, const char *origtxp, std::int32_t weight, std::int32
                   std::uint32_t argsnum)
 {
     if (origtxp == nullptr) return nullptr;
-    auto *object = ku::allocate<kuk>(ctx);
-    if (object == nullptr) return nullptr;
+    const std::uint64_t length = std::strlen(origtxp);
+    if (length >= UINT32_MAX) return nullptr;
+    kukpobject *whole = kukpmake(ctx, kukpestimate(length, funcp));
+    if (whole == nullptr) return nullptr;
+    kuk *object = &whole->visible;
     *object = {kukp_error, mode, nullptr, 0, nullptr, 1};
 
-    kukprun run{ctx,     object, reinterpret_cast<const unsigned char *>(origtxp),
-                nullptr, funcp,  cctxp};
+    const auto *given = reinterpret_cast<const unsigned char *>(origtxp);
+    kukprun run{ctx, object, whole, nullptr, given, nullptr, funcp, cctxp};
     if (argsnum > 0 && args != nullptr) run.clients = args[0];
-    if (kukpbuild(run, origtxp, weight, state)) return object;
+    if (kukpbuild(run, origtxp, static_cast<std::uint32_t>(length), weight, state)) return object;
 
     object->state_kuk = kukp_error;
     const std::uint32_t code = kuxercode(ctx);
@@ -930,14 +1058,21 @@ void *kukpxcreate(kux *ctx, const char *origtxp, std::int32_t weight, std::int32
 void *kukpdestroy(kux *ctx, void *kukh)
 {
     if (kukh == nullptr) return nullptr;
-    auto *object = static_cast<kuk *>(kukh);
-    if (object->origtklh_kuk != nullptr) {
-        kulpitrate(ctx, object->origtklh_kuk, kukptfree, nullptr, 1);
-        kulpdestroy(ctx, object->origtklh_kuk);
+    auto *whole = static_cast<kukpobject *>(kukh);
+    const kuk *object = &whole->visible;
+    if (auto *list = static_cast<kul *>(object->origtklh_kuk)) {
+        for (std::int32_t i = 0; i < list->nitems_kul; i++)
+            kukprelease(ctx, object, static_cast<kukn *>(list->items_kul[i]));
+        kulpdestroy(ctx, list);
+    }
+    while (whole->more != nullptr) {
+        kukpblock *block = whole->more;
+        whole->more = block->next;
+        ctx->kuxnmfree(ctx, block);
     }
     if (object->weight_kuk == 0 && object->origtxp_kuk != nullptr)
         ctx->kuxnmfree(ctx, const_cast<unsigned char *>(object->origtxp_kuk));
-    ctx->kuxnmfree(ctx, object);
+    ctx->kuxnmfree(ctx, whole);
     return nullptr;
 }
 
@@ -971,9 +1106,9 @@ void kukpunmark(const kul &list)
 }
 
 // Hangs a hint that has left the list on its keyword.
-void kukpattach(kux *ctx, kukn &keyword, kukn &hint)
+void kukpattach(kux *ctx, const kukpobject *object, kukn &keyword, kukn &hint)
 {
-    if (keyword.hint_kukn != nullptr) ctx->kuxnmfree(ctx, keyword.hint_kukn);
+    if (keyword.hint_kukn != nullptr) kukpfree(ctx, object, keyword.hint_kukn);
     keyword.hint_kukn = &hint;
     keyword.length_kukn = hint.offset_kukn + hint.length_kukn - keyword.offset_kukn;
 }
@@ -994,7 +1129,8 @@ std::uint32_t kukphint(kux *ctx, void *kukh)
                 kukpunmark(*list);
                 return status;
             }
-            kukpattach(ctx, *static_cast<kukn *>(list->items_kul[i - 1]), *token);
+            kukpattach(ctx, static_cast<kukpobject *>(kukh),
+                       *static_cast<kukn *>(list->items_kul[i - 1]), *token);
         } else if (token->type_kukn == KUKP_T_HINT) {
             token->type_kukn = KUKP_T_COMMENT;
         } else if (token->type_kukn == KUKP_T_LINEHINT) {

@@ -6,6 +6,29 @@
 
 #include "kukp.h"
 
+// Records behind the first ones of an object, when those were too few.
+struct kukpblock {
+    kukpblock *next;
+    kukn *end; // behind its last record
+    kukn records[1];
+};
+
+// What the handle of a token object points to: the visible record and, in the same
+// block, the first token records. The records of kukeconcat's objects are blocks
+// of their own: all behind the visible record is zero there.
+struct kukpobject {
+    kuk visible;
+    kukpblock *more; // further blocks of records, the newest first
+    kukn *unused;    // the first record that is free
+    kukn *end;       // behind the last one of the block that it is in
+    kukn *firstend;  // behind the last of the first records
+    kukn records[1]; // the first records
+};
+
+// Releases a record and its hint unless they are in a block of the object, which
+// releases them. Null: an object of which they are no part yet.
+void kukprelease(kux *ctx, const kuk *object, kukn *token);
+
 // A copy, in the context's token buffer, of token bytes that do not stand alone
 // in a shift-sensitive character set.
 //   bytes, length  the token's characters, without shift bytes at the ends

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "kuke.h"
+#include "kuko.h"
 #include "kukp.h"
 #include "kul.h"
 #include "port/locale/locale.h"
@@ -629,24 +631,43 @@ TEST(Kukp, WithoutMemoryNothingIsMadeAndNothingLeaks)
             },
             language);
     context ctx;
-    const auto failing = [&](int nth) {
+    const auto failing = [&](int nth, const char *of) {
         ctx.fail_from_now(nth);
-        void *object = kukpcreate(ctx, "a", 0, 1, nullptr, nullptr, 0);
+        void *object = kukpcreate(ctx, of, 0, 1, nullptr, nullptr, 0);
         ctx.fail_from_now(0);
         return static_cast<kuk *>(object);
     };
-    EXPECT_EQ(failing(2), nullptr);
+    EXPECT_EQ(failing(2, "a"), nullptr);
     EXPECT_ERRORS(ctx, {"kulaa 1", "kukaa 3"});
-    EXPECT_EQ(failing(5), nullptr);
+    EXPECT_EQ(failing(4, std::string(40, ',').c_str()), nullptr);
     EXPECT_ERRORS(ctx, {"kukaa 4"});
     kuxer0push(ctx, KUKAA_KEEP2); // on top when the copy of the text fails silently
-    kuk *kept = failing(4);
+    kuk *kept = failing(3, "a");
     ASSERT_NE(kept, nullptr);
     EXPECT_EQ(kept->state_kuk, KUKP_S_ERROR);
     EXPECT_EQ(kept->origtxp_kuk, nullptr);
     EXPECT_EQ(kukphint(ctx, kept), 0u);
     kukpdestroy(ctx, kept);
     EXPECT_ERRORS(ctx, {"kukaa 6"});
+}
+
+// Records of one object are in several blocks, and hints among them; whatever
+// leaves the list, the context's memory tells a record that is released twice or not.
+TEST(Kukp, RecordsAreReleasedOnceWhateverBlockTheyAreIn)
+{
+    std::string text;
+    for (int i = 0; i < 100; i++) text += "select/*+h*/,,,,,";
+    context ctx;
+    void *object = kukpcreate(ctx, text.c_str(), 0, 0, nullptr, nullptr, 0);
+    EXPECT_EQ(kukphint(ctx, object), 0u);
+    void *joined = kukeconcat(ctx, object, object, 0);
+    for (void *each : {object, joined}) {
+        const int32_t count = kukosgnumtokens(ctx, each);
+        EXPECT_EQ(kukordelete(ctx, each, 50, count - 50, KUKO_BOTH), 0u);
+        EXPECT_EQ(kukosgnumtokens(ctx, each), 99);
+        EXPECT_EQ(kukongoffset(ctx, each, 98), (each == joined ? 2 : 1) * text.size() - 1);
+        kukpdestroy(ctx, each);
+    }
 }
 
 // Bytes that resizes were asked for, in a context of the C library's memory.

@@ -129,19 +129,19 @@ static bool skufvevict(kux *ctx, skuf *cache)
     return true;
 }
 
-// Gives a linked buffer its data area and its block. False when it has neither.
+// Gives a linked buffer its data area and its block. False when it has neither;
+// a ceiling that was raised stays so.
 static bool skufvload(kux *ctx, skuf *cache, skufb *buffer)
 {
+    skufv *file = buffer->skufbfile;
+    const uint32_t block = buffer->skufbnum;
+    const bool written = block < file->skufvceiling;
+    if (!written) file->skufvceiling = block + 1;
     if (buffer->skufbdata == nullptr) {
         buffer->skufbdata = static_cast<unsigned char *>(ku::allocate(ctx, 1, SKUF_BLOCK));
         if (buffer->skufbdata == nullptr) return false;
     }
-    skufv *file = buffer->skufbfile;
-    const uint32_t block = buffer->skufbnum;
-    if (block >= file->skufvceiling) {
-        file->skufvceiling = block + 1;
-        return true;
-    }
+    if (!written) return true;
     if (file->skufvid != nullptr && skufbmapped(file->skufvid, block) != nullptr) {
         *skufpartof(cache, buffer) = {0, 0};
         return true;

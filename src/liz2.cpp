@@ -14,8 +14,6 @@
 // the last few characters before a full target go one by one.
 #include "liz_internal.h"
 
-namespace locale = ku::locale;
-
 namespace ku::liz
 {
 

@@ -7,8 +7,6 @@
 
 #include "liz_internal.h"
 
-namespace locale = ku::locale;
-
 namespace ku::liz
 {
 

@@ -16,8 +16,6 @@
 
 #include "liz_internal.h"
 
-namespace locale = ku::locale;
-
 namespace ku::liz
 {
 

@@ -27,7 +27,7 @@
  * lock or dereference (kuxrm.h). Every value ends with a NUL.
  *
  * The operations answer with bits, and push no code of their own; codes of the
- * list, lexer and stream layers stay on the error stack.
+ * memory, list, lexer and stream layers stay on the error stack.
  */
 #ifndef KUP_H
 #define KUP_H

@@ -43,7 +43,7 @@ std::int32_t kuuqpartition(kux *ctx, void **array, kuuqpart part, kulcomparefn c
 {
     void **const first = array + part.left;
     void **const last = array + part.right;
-    void **const middle = first + (part.right - part.left + 1) / 2;
+    void **const middle = first + (std::int64_t{part.right} - part.left + 1) / 2;
     void *pivot = *middle;
     *middle = *last;
     *last = pivot;

@@ -17,8 +17,8 @@ extern "C" {
  * Sorts slots `left` to `right` of `array`, both included, ascending; nothing
  * when `right` is not above `left`. The comparator gets an element as a and the
  * pivot as b; it must not change the array. Cannot fail and allocates nothing;
- * takes a bounded, small part of the stack whatever the data. Many equal
- * elements cost quadratic time.
+ * takes a few KB of the stack, in the worst order about 4 bytes an element.
+ * Many equal elements cost quadratic time.
  */
 KU_API void kuuqsort(kux *ctx, void **array, int32_t left, int32_t right, kulcomparefn comparator,
                      void *clientarg);

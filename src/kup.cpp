@@ -166,8 +166,19 @@ void kupfreeentry(kux *ctx, kuxhandle entry)
 
 // ---- comparisons ----
 
+// Names mostly differ at a byte that is a printable ASCII character in both, and so
+// is all before it: then the folded bytes tell their order.
 int kupcomparenames(kux *ctx, std::string_view a, std::string_view b)
 {
+    const uint8_t *fold = ctx->kuxlangidh->fold_kulang;
+    const auto plain = [](unsigned char byte) { return byte >= ' ' && byte <= '~'; };
+    const std::size_t length = std::min(a.size(), b.size());
+    for (std::size_t i = 0; i < length; i++) {
+        const auto first = static_cast<unsigned char>(a[i]);
+        const auto second = static_cast<unsigned char>(b[i]);
+        if (!plain(first) || !plain(second)) break;
+        if (fold[first] != fold[second]) return fold[first] < fold[second] ? -1 : 1;
+    }
     return ku::locale::compare_text_nocase(*ctx->kuxlangidh, a.data(), a.size(), b.data(),
                                            b.size());
 }
@@ -408,6 +419,12 @@ struct kuptable {
 
 constexpr kuptable kupgrammar;
 
+// A copy of a name: what the next one is compared with, or what is being built.
+struct kupcopy {
+    char text[64];
+    uint32_t length; // in bytes; more than there is room for: not copied
+};
+
 // Parser state: one per file being read.
 struct kupfs {
     kupct *kupfsctx;               // the preferences
@@ -425,6 +442,8 @@ struct kupfs {
     int32_t kupfsmch;              // the first word was this product's name
     int32_t kupfserr;              // a syntax error on this line
     int32_t kupfsmer;              // memory was exhausted
+    kupcopy kupfswrd;              // the last first word or name
+    kupcopy kupfslst[2];           // last names of the general and the specific list
     uint16_t kupfsuns;             // lists of this file to be sorted: KUP_SPECIFIC, KUP_GENERAL
 };
 
@@ -511,8 +530,13 @@ void kupspv(kupfs &parser, const kuptoken &token)
 void kupsvl(kupfs &parser)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
-    if (parser.kupfsval == nullptr) parser.kupfsval = kulpcreate(ctx, 0, nullptr);
-    if (parser.kupfsval == nullptr || !kupappend(ctx, parser.kupfsval, parser.kupfspvb)) {
+    void *value = parser.kupfspvb;
+    bool moved = false;
+    if (parser.kupfsval != nullptr)
+        moved = kupappend(ctx, parser.kupfsval, value);
+    else
+        moved = (parser.kupfsval = kulpcreate(ctx, 1, &value)) != nullptr;
+    if (!moved) {
         parser.kupfsmer = 1;
         return;
     }
@@ -542,23 +566,26 @@ void *kuptarget(const kupfs &parser)
     return user ? prefs->kupctugn : prefs->kupctggn;
 }
 
-// Whether a name, put at the end of a list, comes after all that are there.
-bool kupislast(kux *ctx, const kul &list, kuxhandle name)
-{
-    if (list.nitems_kul == 0) return true;
-    const kupname before(ctx, list.items_kul[list.nitems_kul - 1]);
-    const ku::access after(ctx, name);
-    return after.text() != nullptr && kupcomparenames(ctx, before.text(), after.text()) < 0;
-}
-
-// Notes when the entry being built leaves its list unsorted: looking while both
-// names are at hand spares files in order, as kupwrite leaves them, the sort.
+// Notes when the entry being built leaves its list unsorted: looking while its
+// name is at hand spares files in order, as kupwrite leaves them, the sort. The
+// names are compared as copies, which need no handles; long ones have none, and
+// leave it to the sort.
 void kupcheckorder(kupfs &parser, const void *list)
 {
-    const uint16_t kind = parser.kupfsmch != 0 ? KUP_SPECIFIC : KUP_GENERAL;
+    const bool specific = parser.kupfsmch != 0;
+    const uint16_t kind = specific ? KUP_SPECIFIC : KUP_GENERAL;
     if (parser.kupfsprd != nullptr || (parser.kupfsuns & kind) != 0) return;
-    const kul &record = *static_cast<const kul *>(list);
-    if (!kupislast(parser.kupfsctx->kupctscx, record, parser.kupfsprf)) parser.kupfsuns |= kind;
+    const kupcopy &name = parser.kupfswrd;
+    kupcopy &before = parser.kupfslst[specific ? 1 : 0];
+    const bool known = name.length <= sizeof name.text && before.length <= sizeof before.text;
+    const bool first = static_cast<const kul *>(list)->nitems_kul == 0;
+    if (!first
+        && (!known
+            || kupcomparenames(parser.kupfsctx->kupctscx, {before.text, before.length},
+                               {name.text, name.length})
+                   >= 0))
+        parser.kupfsuns |= kind;
+    before = name;
 }
 
 // Makes an entry of the parts and puts it at the end of its list. False: it has
@@ -592,6 +619,9 @@ bool kupbnp(kupfs &parser)
 void kupkeepword(kupfs &parser, kuxhandle &part, const kuptoken &word)
 {
     if (!kupapp(parser.kupfsctx->kupctscx, part, 0, word.text, word.length)) parser.kupfsmer = 1;
+    kupcopy &copy = parser.kupfswrd;
+    copy.length = word.length;
+    if (word.length <= sizeof copy.text) memcpy(copy.text, word.text, word.length);
 }
 
 bool kupisproduct(const kupfs &parser, const kuptoken &word)
@@ -1015,6 +1045,21 @@ auto kuplists(kupct *prefs)
                                   &prefs->kupctggn, &prefs->kupcttmp};
 }
 
+// Whether neighbours in a list are far from each other in memory, as they are when
+// it was sorted. Releasing such blocks by name would go to and fro in memory; by
+// address, the newest first, they join their neighbours.
+bool kupscattered(const kul &list)
+{
+    constexpr uintptr_t near = 4096; // bytes
+    int32_t jumps = 0;
+    for (int32_t i = 1; i < list.nitems_kul; i++) {
+        const auto from = reinterpret_cast<uintptr_t>(list.items_kul[i - 1]);
+        const auto to = reinterpret_cast<uintptr_t>(list.items_kul[i]);
+        jumps += (to > from ? to - from : from - to) > near ? 1 : 0;
+    }
+    return jumps > list.nitems_kul / 4;
+}
+
 // Empty preferences. Null without memory.
 kupct *kupmake(kux *ctx, const char *product)
 {
@@ -1154,9 +1199,7 @@ uint16_t kupclose(kupct *prfctx)
         if (list == nullptr) continue;
         const kul *record = kulplock(ctx, list);
         void **items = record->items_kul;
-        // Newest first rather than by name: released blocks then join their neighbours.
-        if (!std::is_sorted(items, items + record->nitems_kul, std::less<>()))
-            std::sort(items, items + record->nitems_kul, std::less<>());
+        if (kupscattered(*record)) std::sort(items, items + record->nitems_kul, std::less<>());
         for (int32_t i = record->nitems_kul; i-- > 0;) kupfreeentry(ctx, kuphandle(record, i));
         kulpdestroy(ctx, list);
     }

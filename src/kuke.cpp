@@ -197,9 +197,9 @@ std::int32_t kukecompleting(kukewalk &walk, std::size_t pair)
     return found;
 }
 
-// Lets `last` begin where `first` does. Each pair has a frame of its own, so
-// that the log does not grow with the number of pairs.
-std::uint32_t kukestretch(kux *ctx, kukn *first, kukn *last)
+// Lets `last` begin where `first` does, in a shifted run or not. Each pair has a
+// frame of its own, so that the log does not grow with the number of pairs.
+std::uint32_t kukestretch(kux *ctx, const kuk &object, kukn *first, kukn *last)
 {
     ku::frame changing(ctx);
     if (!changing.open()) return KUXML_FULL;
@@ -207,6 +207,8 @@ std::uint32_t kukestretch(kux *ctx, kukn *first, kukn *last)
     if (status == 0) status = ku::token_pin(ctx, last);
     if (status != 0) return status;
     const kukn before = *last;
+    last->length_kukn -= ku::token_shift_before(ctx, object, *last);
+    last->length_kukn += ku::token_shift_before(ctx, object, *first);
     last->length_kukn += last->offset_kukn - first->offset_kukn;
     last->offset_kukn = first->offset_kukn;
     status = ku::token_unpin(ctx, first);
@@ -224,7 +226,7 @@ std::uint32_t kukejoinpair(kukewalk &walk, std::int32_t last)
     kux *ctx = walk.ctx;
     std::uint32_t status = ku::token_list_refuses(ctx, walk.object);
     if (status == 0)
-        status = kukestretch(ctx, ku::token_at(ctx, walk.object, walk.from),
+        status = kukestretch(ctx, *walk.object, ku::token_at(ctx, walk.object, walk.from),
                              ku::token_at(ctx, walk.object, last));
     if (status != 0) return status;
     while (walk.from < last)

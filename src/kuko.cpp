@@ -98,15 +98,13 @@ kukostretch kukostretchof(const kux *ctx, const kuk &object, std::uint64_t begin
 // The byte behind a token: its length without the shift bytes that it counts.
 std::uint64_t kukoend(const kux *ctx, const kuk &object, const kukn &token)
 {
-    std::uint64_t end = std::uint64_t{token.offset_kukn} + token.length_kukn;
-    const unsigned char *text = object.origtxp_kuk;
-    if (!kukoshifts(ctx) || text == nullptr || token.offset_kukn >= object.origtxl_kuk) return end;
-    const kulang &lang = *ctx->kuxlangidh;
-    if (token.length_kukn > 0 && kukoshiftedat(lang, text, token.offset_kukn)) end--;
-    if (end > token.offset_kukn && end <= object.origtxl_kuk
-        && kukoshiftedat(lang, text, static_cast<std::uint32_t>(end)))
-        end--;
-    return end;
+    const std::uint64_t end = std::uint64_t{token.offset_kukn} + token.length_kukn
+                              - ku::token_shift_before(ctx, object, token);
+    if (!kukoshifts(ctx) || object.origtxp_kuk == nullptr) return end;
+    const bool closes =
+        end > token.offset_kukn && end <= object.origtxl_kuk
+        && kukoshiftedat(*ctx->kuxlangidh, object.origtxp_kuk, static_cast<std::uint32_t>(end));
+    return end - closes;
 }
 
 // A distance between two places: of the stretch between them where there is
@@ -139,16 +137,6 @@ kucursor kukotarget(const kux *ctx, void *buffer, std::uint32_t size)
     kucursor cursor;
     locale::open_exact(&cursor, buffer, size, ctx->kuxlangidh, locale::cursor_mode::write);
     return cursor;
-}
-
-// Copies the current character, whole, and steps. Bytes of a character that the
-// end cuts short are copied one by one: none is lost. Returns the bytes written.
-std::uint32_t kukocopy(kucursor &target, kucursor &source, std::size_t room)
-{
-    if (locale::width(source) > 0) return locale::copy_character(target, source, room);
-    if (locale::past_size(source) || room == 0) return 0;
-    *target.position_kucursor++ = *source.position_kucursor++;
-    return 1;
 }
 
 // ---- the token buffer ----
@@ -209,6 +197,13 @@ kukn *ku::token_at(kux *, const kuk *object, std::int32_t index)
     const auto *list = static_cast<const kul *>(object->origtklh_kuk);
     return index >= 0 && index < list->nitems_kul ? static_cast<kukn *>(list->items_kul[index])
                                                   : nullptr;
+}
+
+std::uint32_t ku::token_shift_before(const kux *ctx, const kuk &object, const kukn &token)
+{
+    if (!kukoshifts(ctx) || object.origtxp_kuk == nullptr) return 0;
+    if (token.length_kukn == 0 || token.offset_kukn >= object.origtxl_kuk) return 0;
+    return kukoshiftedat(*ctx->kuxlangidh, object.origtxp_kuk, token.offset_kukn) ? 1 : 0;
 }
 
 std::uint32_t ku::token_list_refuses(kux *ctx, const kuk *object)
@@ -394,36 +389,54 @@ std::uint32_t kukovaluebytes(const unsigned char *token, std::uint32_t length, c
     return stored;
 }
 
-// The same by characters. The last quote goes when it is the one that opened
-// the token; in a piece that continues a construct, whatever its kind.
+// The bytes from `begin` to `end` go to the target as they are if they fit, with
+// room for the shift-in byte when they leave it shifted.
+bool kukoappend(kucursor &target, const unsigned char *begin, const unsigned char *end,
+                bool shifted)
+{
+    const auto length = static_cast<std::size_t>(end - begin);
+    if (length + shifted > target.size_kucursor - locale::offset(target)) return false;
+    std::memcpy(target.position_kucursor, begin, length);
+    target.position_kucursor += length;
+    target.shifted_kucursor = shifted;
+    return true;
+}
+
+// The same by characters, each copied with the shift bytes before it. Where the
+// end cuts a character short, or at a NUL, the bytes are characters.
 std::uint32_t kukovaluecharacters(const kux *ctx, const unsigned char *token, std::uint32_t length,
                                   char *bufp, std::uint32_t bufl, bool strip)
 {
+    const unsigned char *end = token + length;
     kucursor source;
     locale::open_exact(&source, const_cast<unsigned char *>(token), length, ctx->kuxlangidh,
                        locale::cursor_mode::read);
     unsigned char quote = 0;
-    std::uint32_t limit = bufl;
     if (strip && locale::is_single(source) && kukoisquote(locale::current(source))) {
         quote = locale::current(source);
+        token = source.position_kucursor + 1;
         locale::step(source);
-        if (limit > 0) limit--;
+        if (bufl > 0) bufl--;
     }
 
-    kucursor target = kukotarget(ctx, bufp, limit);
-    std::uint32_t stored = 0;
-    while (!locale::past_size(source)) {
-        const unsigned char byte = locale::current(source);
-        if (strip && kukoisquote(byte) && locale::is_single(source)) {
-            const bool last = locale::offset(source) + 1 == length;
-            if (last && (byte == quote || quote == 0)) break;
-            if (byte == quote && locale::is_ahead(source, 1, quote)) locale::step(source);
-        }
-        const std::uint32_t written = kukocopy(target, source, limit - stored);
-        if (written == 0) break;
-        stored += written;
+    kucursor target = kukotarget(ctx, bufp, bufl);
+    while (token < end) {
+        const unsigned char *at = source.position_kucursor;
+        const bool is_quote =
+            strip && kukoisquote(locale::current(source)) && locale::is_single(source);
+        if (is_quote && at + 1 == end) break;
+        const bool doubled = is_quote && *at == quote && locale::is_ahead(source, 1, quote);
+        const std::uint32_t width = locale::width(source);
+        const unsigned char *behind = at < end ? at + std::max(width, 1u) : end;
+        if (!kukoappend(target, token, behind, source.shifted_kucursor != 0)) break;
+        token = behind;
+        locale::step(source);
+        if (width == 0) source.position_kucursor += behind - at;
+        if (!doubled) continue;
+        token = source.position_kucursor + 1;
+        locale::step(source);
     }
-    return stored + locale::close_shift(target);
+    return static_cast<std::uint32_t>(locale::offset(target)) + locale::close_shift(target);
 }
 
 } // namespace
@@ -582,7 +595,7 @@ std::uint32_t kukorassemble(kux *ctx, void *kukh, std::int32_t start, std::int32
     kucursor target = kukotarget(ctx, bufp, bufl);
     std::uint32_t stored = 0;
     while (locale::offset(source) < stretch.end - stretch.begin) {
-        const std::uint32_t written = kukocopy(target, source, bufl - stored);
+        const std::uint32_t written = locale::copy_character(target, source, bufl - stored);
         if (written == 0) break;
         stored += written;
     }
@@ -598,8 +611,9 @@ std::uint32_t kukordelete(kux *ctx, void *kukh, std::int32_t start, std::int32_t
     const std::int64_t first = std::int64_t{start} + !with_start;
     const std::int64_t last = std::int64_t{finish} - !with_finish;
     const std::int32_t count = ku::token_count(ctx, object);
-    if (last >= count || first > last) return 0;
-    if (first < 0) return kukorefuse(ctx, KULAA_RANGE);
+    if (last >= count) return 0;
+    if (start < 0 || finish < 0) return kukorefuse(ctx, KULAA_RANGE);
+    if (first > last) return 0;
     const std::uint32_t refused = ku::token_list_refuses(ctx, object);
     if (refused != 0) return refused;
 

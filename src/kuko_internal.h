@@ -17,6 +17,10 @@ std::int32_t token_count(kux *ctx, const kuk *object);
 // and leaves the list's cursor alone.
 kukn *token_at(kux *ctx, const kuk *object, std::int32_t index);
 
+// The shift byte that a token's length counts for its beginning inside a shifted
+// run: 0 or 1. 0 without text, where nothing tells.
+std::uint32_t token_shift_before(const kux *ctx, const kuk &object, const kukn &token);
+
 // 0, or the code pushed because the list, which is not empty, is locked.
 std::uint32_t token_list_refuses(kux *ctx, const kuk *object);
 

@@ -244,14 +244,17 @@ int32_t kupcomparekeys(kux *ctx, void *a, void *b, void *)
 }
 
 // The same of two names that are folded already.
+int32_t kuporder(const kupkey &first, const kupkey &second)
+{
+    if (first.head != second.head) return first.head < second.head ? -1 : 1;
+    const int order = memcmp(first.name, second.name, std::min(first.length, second.length));
+    if (order != 0 || first.length == second.length) return order;
+    return first.length < second.length ? -1 : 1;
+}
+
 int32_t kupcomparefolded(kux *, void *a, void *b, void *)
 {
-    const auto *first = static_cast<const kupkey *>(a);
-    const auto *second = static_cast<const kupkey *>(b);
-    if (first->head != second->head) return first->head < second->head ? -1 : 1;
-    const int order = memcmp(first->name, second->name, std::min(first->length, second->length));
-    if (order != 0 || first->length == second->length) return order;
-    return first->length < second->length ? -1 : 1;
+    return kuporder(*static_cast<const kupkey *>(a), *static_cast<const kupkey *>(b));
 }
 
 // Sets the heads of folded names.
@@ -311,6 +314,24 @@ char *kupcopynames(kux *ctx, const kul &list, kupkey *keys)
     return names.keep();
 }
 
+// Puts the entries of folded keys into the list, sorted. Names that differ have one
+// order, however they are sorted. False, with list and keys as they were, when two
+// are equal.
+bool kupsortdistinct(kupkey *keys, kul &list)
+{
+    const std::size_t count = static_cast<std::size_t>(list.nitems_kul);
+    std::sort(keys, keys + count,
+              [](const kupkey &a, const kupkey &b) { return kuporder(a, b) < 0; });
+    const auto equal = [](const kupkey &a, const kupkey &b) { return kuporder(a, b) == 0; };
+    if (std::adjacent_find(keys, keys + count, equal) != keys + count) {
+        std::sort(keys, keys + count, // the names are in memory in the order of the list
+                  [](const kupkey &a, const kupkey &b) { return a.name < b.name; });
+        return false;
+    }
+    for (std::size_t i = 0; i < count; i++) list.items_kul[i] = keys[i].entry;
+    return true;
+}
+
 // Sorts a list by name: the permutation is that of kulpqsort, but the sort does
 // not go through two handles for every name that it compares. False without memory.
 bool kupsort(kux *ctx, void *list)
@@ -321,24 +342,26 @@ bool kupsort(kux *ctx, void *list)
     const auto slots = static_cast<uint32_t>(count);
     const ku::owned<kupkey> keys(ctx,
                                  static_cast<kupkey *>(ku::allocate(ctx, slots, sizeof(kupkey))));
-    const ku::owned<void *> order(ctx,
-                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
-    if (!keys || !order) return false;
+    if (!keys) return false;
     const ku::owned<char> names(ctx, kupcopynames(ctx, record, keys.get()));
     if (!names) return false;
     char *name = names.get();
     for (int32_t i = 0; i < count; i++) {
-        kupkey &key = keys.get()[i];
-        key.name = name;
-        name += key.length;
-        order.get()[i] = &key;
+        keys.get()[i].name = name;
+        name += keys.get()[i].length;
     }
     const auto used = static_cast<std::size_t>(name - names.get());
     const bool folded = kupfold(*ctx->kuxlangidh, names.get(), used);
-    if (folded) kupsetheads(keys.get(), count);
-    const kulcomparefn compare = folded ? kupcomparefolded : kupcomparekeys;
+    if (folded) {
+        kupsetheads(keys.get(), count);
+        if (kupsortdistinct(keys.get(), record)) return true;
+    }
 
-    kuuqsort(ctx, order.get(), 0, count - 1, compare, nullptr);
+    const ku::owned<void *> order(ctx,
+                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
+    if (!order) return false;
+    for (int32_t i = 0; i < count; i++) order.get()[i] = keys.get() + i;
+    kuuqsort(ctx, order.get(), 0, count - 1, folded ? kupcomparefolded : kupcomparekeys, nullptr);
     for (int32_t i = 0; i < count; i++)
         record.items_kul[i] = static_cast<kupkey *>(order.get()[i])->entry;
     return true;

@@ -42,51 +42,63 @@ namespace locale = ku::locale;
 
 constexpr std::uint32_t kucl_backslash = 413;   // token type of the character that is our own
 constexpr std::uint32_t kucl_linesize = 1024;   // bytes of a line buffer, with its NUL
-constexpr std::size_t kucl_keywordmax = 255;    // bytes of a keyword that take part
+constexpr std::size_t kucl_keywordmax = 255;    // bytes of a keyword that take part, without case
+constexpr std::size_t kucl_characterroom = 8;   // bytes that any character fits in, shift bytes too
 constexpr std::int32_t kucl_noposition = -1;    // positional values are not accepted any more
 constexpr std::int32_t kucl_integerdigits = 10; // most digits of a 32-bit integer, zeros left out
 
 // ---- errors ----
 
-// What is returned when there is no memory for a record. Never written.
-const kucle kuclnomem{nullptr, KUCLE_NOMEM, KUCLE_INLINE};
+// What is returned when there is no memory for a record: one for each place where
+// an error is found. Never written.
+constexpr std::array<kucle, 2> kuclnomem{
+    {{nullptr, KUCLE_NOMEM, KUCLE_INLINE}, {nullptr, KUCLE_NOMEM, KUCLE_INFILE}}};
 
-kucle *kuclecreate(kux *ctx, kucla *argument, std::uint32_t code)
+kucle *kuclecreate(kux *ctx, kucla *argument, std::uint32_t code, std::uint32_t where)
 {
     auto *error = ku::allocate<kucle>(ctx);
-    if (error == nullptr) return const_cast<kucle *>(&kuclnomem);
-    error->kuclearg = argument;
-    error->kuclecod = code;
-    error->kucleflg = KUCLE_INLINE;
+    if (error == nullptr) return const_cast<kucle *>(&kuclnomem[where != KUCLE_INLINE]);
+    *error = {argument, code, where};
     return error;
 }
 
+kucle *kuclexhausted(kux *ctx) { return kuclecreate(ctx, nullptr, KUCLE_NOMEM, KUCLE_INLINE); }
+
 // ---- characters ----
 
-// Bytes of what stands at `at`, never cut: a character, or in a shift-sensitive
-// language a whole shifted run with its shift bytes.
-std::size_t kuclwidth(const kulang &lang, const unsigned char *at, const unsigned char *end)
+bool kuclisshift(const kulang &lang, unsigned char byte)
 {
-    const auto left = static_cast<std::size_t>(end - at);
-    if (lang.shiftsensitive_kulang != 0 && *at == lang.shiftout_kulang) {
-        const void *closing = std::memchr(at, lang.shiftin_kulang, left);
-        if (closing == nullptr) return left;
-        return static_cast<std::size_t>(static_cast<const unsigned char *>(closing) - at) + 1;
-    }
-    if (locale::single_byte(lang) || *at < 0x80) return 1;
-    const std::size_t width =
-        locale::offset_of(lang, at, left, 1); // of the second character, or of the end
-    return width > 0 ? width : 1;
+    return lang.shiftsensitive_kulang != 0
+           && (byte == lang.shiftout_kulang || byte == lang.shiftin_kulang);
 }
 
-bool kuclisspace(const kulang &lang, const unsigned char *at, const unsigned char *end)
+// A character and the shift bytes before it; at the end those alone, which are
+// nothing and pass for white space.
+struct kuclcharacter {
+    const unsigned char *first;  // its first byte
+    const unsigned char *behind; // the byte behind it
+    bool shifted;
+    bool space;
+
+    // It is this ASCII character.
+    bool is(unsigned char byte) const { return !shifted && first < behind && *first == byte; }
+};
+
+// The character at `at`, where the text is in a shifted run or not. One that the
+// end cuts short is bytes.
+kuclcharacter kuclcharacterat(const kulang &lang, const unsigned char *at, const unsigned char *end,
+                              bool shifted)
 {
-    if (locale::single_byte(lang) || *at < 0x80)
-        return (locale::byte_classes(lang, *at) & KULANG_SPACE) != 0;
+    for (; at < end && kuclisshift(lang, *at); at++) shifted = *at == lang.shiftout_kulang;
+    if (at == end) return {end, end, shifted, true};
+    if (!shifted && (locale::single_byte(lang) || *at < 0x80))
+        return {at, at + 1, false, (locale::byte_classes(lang, *at) & KULANG_SPACE) != 0};
     kucursor cursor;
     locale::open_exact(&cursor, const_cast<unsigned char *>(at), static_cast<std::size_t>(end - at),
                        &lang, locale::cursor_mode::read);
-    return (locale::classes(cursor) & KULANG_SPACE) != 0;
+    cursor.shifted_kucursor = shifted;
+    return {at, at + std::max(locale::width(cursor), 1u), shifted,
+            (locale::classes(cursor) & KULANG_SPACE) != 0};
 }
 
 bool kuclisquote(unsigned char byte) { return byte == '\'' || byte == '"'; }
@@ -100,29 +112,53 @@ struct kuclcopy {
     const unsigned char *at;
     const unsigned char *end;
     unsigned char *to;
+    bool shifted = false; // what stands at `at` is in a shifted run
+    bool open = false;    // ... what stands at `to`: not where a quote was put into a run
+
+    kuclcharacter here() const { return kuclcharacterat(lang, at, end, shifted); }
 };
+
+// Puts the text into the shift state that what stands at `at` needs.
+void kuclresume(kuclcopy &copy, const unsigned char *stop)
+{
+    for (; copy.at < stop && kuclisshift(copy.lang, *copy.at); copy.at++)
+        copy.shifted = *copy.at == copy.lang.shiftout_kulang;
+    if (copy.shifted != copy.open)
+        *copy.to++ = copy.shifted ? copy.lang.shiftout_kulang : copy.lang.shiftin_kulang;
+    copy.open = copy.shifted;
+}
 
 void kuclupto(kuclcopy &copy, const unsigned char *stop)
 {
+    if (copy.open != copy.shifted) kuclresume(copy, stop);
     const auto length = static_cast<std::size_t>(stop - copy.at);
     std::memcpy(copy.to, copy.at, length);
     copy.to += length;
+    if (copy.lang.shiftsensitive_kulang != 0)
+        for (; copy.at < stop; copy.at++)
+            if (kuclisshift(copy.lang, *copy.at))
+                copy.shifted = *copy.at == copy.lang.shiftout_kulang;
+    copy.open = copy.shifted;
     copy.at = stop;
 }
 
-void kuclstep(kuclcopy &copy) { kuclupto(copy, copy.at + kuclwidth(copy.lang, copy.at, copy.end)); }
+// Closes a shifted run that is open in the text.
+void kuclclose(kuclcopy &copy)
+{
+    if (copy.open) *copy.to++ = copy.lang.shiftin_kulang;
+    copy.open = false;
+}
 
 // A value after its opening character: to the end of the argument, or in a file
 // to its closing character.
-void kucldelimited(kuclcopy &copy)
+void kucldelimited(kuclcopy &copy, const kuclcharacter &opening)
 {
-    const unsigned char closing = *copy.at == '(' ? ')' : *copy.at;
-    kuclstep(copy);
-    if (!copy.file) kuclupto(copy, copy.end);
+    const unsigned char closing = opening.is('(') ? ')' : *opening.first;
+    kuclupto(copy, copy.file ? opening.behind : copy.end);
     while (copy.at < copy.end) {
-        const bool closed = *copy.at == closing;
-        kuclstep(copy);
-        if (closed) return;
+        const kuclcharacter next = copy.here();
+        kuclupto(copy, next.behind);
+        if (next.is(closing)) return;
     }
 }
 
@@ -131,37 +167,37 @@ void kuclplain(kuclcopy &copy)
 {
     *copy.to++ = '\'';
     if (!copy.file) kuclupto(copy, copy.end);
-    while (copy.at < copy.end && !kuclisspace(copy.lang, copy.at, copy.end)) kuclstep(copy);
+    for (kuclcharacter next = copy.here(); !next.space; next = copy.here())
+        kuclupto(copy, next.behind);
+    kuclclose(copy);
     *copy.to++ = '\'';
 }
 
 // The `=` that ends the keyword of the item here, outside quotes; null: none.
 const unsigned char *kuclequals(const kuclcopy &copy)
 {
-    if (*copy.at == '(') return nullptr;
+    kuclcharacter next = copy.here();
+    if (next.is('(')) return nullptr;
     unsigned char quote = 0;
-    const unsigned char *at = copy.at;
-    while (at < copy.end && (quote != 0 || *at != '=')) {
-        if (quote == 0 && kuclisquote(*at))
-            quote = *at;
-        else if (*at == quote)
-            quote = 0;
-        at += kuclwidth(copy.lang, at, copy.end);
+    while (next.first < copy.end && (quote != 0 || !next.is('='))) {
+        if (quote != 0 ? next.is(quote) : next.is('\'') || next.is('"'))
+            quote = quote != 0 ? 0 : *next.first;
+        next = kuclcharacterat(copy.lang, next.behind, copy.end, next.shifted);
     }
-    return at < copy.end ? at : nullptr;
+    return next.first < copy.end ? next.first : nullptr;
 }
 
 void kuclitem(kuclcopy &copy)
 {
     if (const unsigned char *equals = kuclequals(copy)) {
         kuclupto(copy, equals + 1);
-    } else if (kuclisspace(copy.lang, copy.at, copy.end)) {
-        while (copy.at < copy.end && kuclisspace(copy.lang, copy.at, copy.end)) kuclstep(copy);
+    } else if (copy.here().space) {
+        while (copy.at < copy.end && copy.here().space) kuclupto(copy, copy.here().behind);
         return;
     }
-    const bool delimited = copy.at < copy.end && (kuclisquote(*copy.at) || *copy.at == '(');
-    if (delimited)
-        kucldelimited(copy);
+    const kuclcharacter value = copy.here();
+    if (value.is('(') || value.is('\'') || value.is('"'))
+        kucldelimited(copy, value);
     else
         kuclplain(copy);
 }
@@ -170,13 +206,15 @@ std::uint64_t kuclroom(const kulang &lang, const unsigned char *argument, std::s
 {
     const unsigned char *end = argument + length;
     std::uint64_t spaces = 0;
-    for (const unsigned char *at = argument; at < end; at += kuclwidth(lang, at, end))
-        spaces += kuclisspace(lang, at, end);
+    for (kuclcharacter next = kuclcharacterat(lang, argument, end, false); next.first < end;
+         next = kuclcharacterat(lang, next.behind, end, next.shifted))
+        spaces += next.space;
     return length + std::uint64_t{4} * lang.maxwidth_kulang * (1 + spaces);
 }
 
 // The text of a vector. Each argument's room holds two spaces before it, two
-// quotes for each value in it, and its share of the NUL.
+// quotes for each value in it, with the shift bytes where they stand in a run, and
+// its share of the NUL.
 char *kuclmoc(kux *ctx, std::int32_t argc, char *const *argv, bool file)
 {
     const kulang &lang = *ctx->kuxlangidh;
@@ -194,6 +232,7 @@ char *kuclmoc(kux *ctx, std::int32_t argc, char *const *argv, bool file)
         const auto *argument = reinterpret_cast<const unsigned char *>(argv[i]);
         kuclcopy copy{lang, file, argument, argument + std::strlen(argv[i]), to};
         while (copy.at < copy.end) kuclitem(copy);
+        kuclclose(copy);
         to = copy.to;
     }
     *to = '\0';
@@ -221,6 +260,7 @@ struct kucls {
     const char *kuclsval;          // the value just collected; not terminated
     std::uint32_t kuclsvln;        // its length
     void *kuclslst;                // the values collected, owned, or null
+    std::uint32_t where;           // what is parsed: KUCLE_INLINE or KUCLE_INFILE
     char *keywordcopy;             // copies of keyword and value, owned; null where the text itself
     char *valuecopy; // holds them, as it does unless characters depend on a shift state
 };
@@ -239,11 +279,13 @@ void kuclsetup(kux *ctx, kucls &parser, const char *text, void *inp, std::uint32
     parser.kuclsinp = inp;
     parser.kuclsnit = kulpnitems(ctx, inp);
     parser.kuclsusp = userp;
+    parser.where = KUCLE_INLINE;
 }
 
 void kuclfail(kux *ctx, kucls &parser, kucla *argument, std::uint32_t code)
 {
-    if (parser.kuclserr == nullptr) parser.kuclserr = kuclecreate(ctx, argument, code);
+    if (parser.kuclserr == nullptr)
+        parser.kuclserr = kuclecreate(ctx, argument, code, parser.where);
 }
 
 void *kuclfreevalues(kux *ctx, void *values)
@@ -304,8 +346,52 @@ bool kuclsametext(const kulang &lang, const char *a, std::size_t alength, const 
 
 struct kuclkeyword {
     const char *text;
-    std::size_t length; // in bytes, those that take part
+    std::size_t length; // in bytes
 };
+
+// As much of a keyword, without case, as takes part.
+struct kuclfolded {
+    unsigned char bytes[kucl_keywordmax + kucl_characterroom];
+    std::size_t length;
+};
+
+std::uint32_t kuclfold(const kulang &lang, std::uint32_t value)
+{
+    const std::uint32_t folded = locale::wide_upper(lang, locale::wide_lower(lang, value));
+    return locale::wide_compare_nocase(lang, folded, value) == 0 ? folded : value;
+}
+
+kuclfolded kuclfoldkeyword(const kulang &lang, const char *text, std::size_t length)
+{
+    kuclfolded folded;
+    kucursor source, target;
+    locale::open_exact(&source, const_cast<char *>(text), length, &lang, locale::cursor_mode::read);
+    locale::open_exact(&target, folded.bytes, sizeof folded.bytes, &lang,
+                       locale::cursor_mode::write);
+    std::size_t room = sizeof folded.bytes;
+    while (!locale::past_size(source) && room > kucl_characterroom)
+        room -= locale::put(target, kuclfold(lang, locale::next(source)), room);
+    locale::close_shift(target);
+    // What the end cuts short are bytes, the same in either case.
+    const unsigned char *rest = source.position_kucursor;
+    const auto *end = reinterpret_cast<const unsigned char *>(text) + length;
+    while (rest < end && locale::offset(target) < kucl_keywordmax)
+        *target.position_kucursor++ = *rest++;
+    folded.length = std::min(locale::offset(target), kucl_keywordmax);
+    return folded;
+}
+
+// Keywords of which all bytes take part are compared as they are.
+bool kuclsamekeyword(const kulang &lang, const kuclkeyword &a, const kuclkeyword &b)
+{
+    const std::uint64_t longest = std::max(a.length, b.length);
+    if (longest * lang.expansion_kulang <= kucl_keywordmax)
+        return kuclsametext(lang, a.text, a.length, b.text, b.length, true);
+    const kuclfolded first = kuclfoldkeyword(lang, a.text, a.length);
+    const kuclfolded second = kuclfoldkeyword(lang, b.text, b.length);
+    return first.length == second.length
+           && std::memcmp(first.bytes, second.bytes, first.length) == 0;
+}
 
 // Most keywords differ in their first characters, two ASCII ones as a rule.
 bool kucldiffers(const kulang &lang, const char *a, const char *b)
@@ -321,8 +407,7 @@ bool kuclhaskeyword(const kulang &lang, const kucla &argument, const kuclkeyword
     if (argument.kuclakwd == nullptr) return false;
     if (keyword.length == 0) return *argument.kuclakwd == '\0';
     if (kucldiffers(lang, argument.kuclakwd, keyword.text)) return false;
-    return kuclsametext(lang, argument.kuclakwd, strnlen(argument.kuclakwd, kucl_keywordmax),
-                        keyword.text, keyword.length, true);
+    return kuclsamekeyword(lang, {argument.kuclakwd, std::strlen(argument.kuclakwd)}, keyword);
 }
 
 // The first definition with one of the flags or, if not null, with the keyword; null: none.
@@ -344,8 +429,7 @@ kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const kuclkeyword *keyw
 // The definition with the pending keyword, added when there is none; null without memory.
 kucla *kuclfas(kux *ctx, kucls &parser)
 {
-    const kuclkeyword wanted{parser.kuclskwd,
-                             std::min<std::size_t>(parser.kuclskwl, kucl_keywordmax)};
+    const kuclkeyword wanted{parser.kuclskwd, parser.kuclskwl};
     kucla *argument = kuclgas(ctx, parser.kuclsinp, 0, &wanted);
     if (argument != nullptr) return argument;
     ku::owned<kucla> added(ctx, ku::allocate<kucla>(ctx));
@@ -590,7 +674,7 @@ void kuclatend(kux *ctx, kucls &parser, void *tokens)
     }
 }
 
-void kuclpts(kux *ctx, kucls &parser, void *tokens, bool file)
+void kuclpts(kux *ctx, kucls &parser, void *tokens)
 {
     parser.kuclsntk = kukosgnumtokens(ctx, tokens);
     while (parser.kuclserr == nullptr && parser.kuclsctk < parser.kuclsntk) {
@@ -608,8 +692,6 @@ void kuclpts(kux *ctx, kucls &parser, void *tokens, bool file)
     }
     if (parser.kuclserr == nullptr) kuclatend(ctx, parser, tokens);
     kuclforget(ctx, parser);
-    if (file && parser.kuclserr != nullptr && parser.kuclserr != &kuclnomem)
-        parser.kuclserr->kucleflg = KUCLE_INFILE;
 }
 
 // ---- text to tokens ----
@@ -753,7 +835,7 @@ void kuclparsefile(kux *ctx, kucls &parser, void *extras, void *stream, bool quo
     if (tokens == nullptr || kukemerge(ctx, tokens) != 0)
         kuclfail(ctx, parser, nullptr, KUCLE_NOMEM);
     else
-        kuclpts(ctx, parser, tokens, true);
+        kuclpts(ctx, parser, tokens);
     kukpdestroy(ctx, tokens);
 }
 
@@ -769,7 +851,9 @@ void kuclcommandfile(kux *ctx, kucls &parser, void *extras, bool quote)
 
     kuclsetup(ctx, parser, nullptr, parser.kuclsinp, parser.kuclsusp);
     parser.kuclsarg = kucl_noposition;
+    parser.where = KUCLE_INFILE;
     kuclparsefile(ctx, parser, extras, stream.handle(), quote);
+    parser.where = KUCLE_INLINE;
 }
 
 // ---- defaults ----
@@ -802,8 +886,8 @@ kucle *kuclparse(kux *ctx, const char *text, void *inp, std::uint32_t userp, boo
     const kuclextras extras(ctx);
     void *tokens =
         extras.list() != nullptr ? kuclsplit(ctx, text, extras.list(), parser, 0) : nullptr;
-    if (tokens == nullptr) return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
-    kuclpts(ctx, parser, tokens, false);
+    if (tokens == nullptr) return kuclexhausted(ctx);
+    kuclpts(ctx, parser, tokens);
     kukpdestroy(ctx, tokens);
     if (parser.kuclserr == nullptr) kuclcommandfile(ctx, parser, extras.list(), quote);
     if (parser.kuclserr == nullptr) kucldfl(ctx, parser);
@@ -814,7 +898,7 @@ kucle *kuclparse(kux *ctx, const char *text, void *inp, std::uint32_t userp, boo
 kucle *kuclunsaved(kux *ctx)
 {
     kuxerpop(ctx);
-    return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
+    return kuclexhausted(ctx);
 }
 
 } // namespace
@@ -823,8 +907,8 @@ kucle *kuclpa(kux *ctx, std::int32_t argc, char *const *argv, void *inp, std::ui
 {
     const ku::aside quiet(ctx);
     if (!quiet.saved()) return kuclunsaved(ctx);
-    const ku::owned<char> text(ctx, kuclmo(ctx, argc, argv));
-    if (!text) return kuclecreate(ctx, nullptr, KUCLE_NOMEM);
+    const ku::owned<char> text(ctx, kuclmoc(ctx, argc, argv, false));
+    if (!text) return kuclexhausted(ctx);
     return kuclparse(ctx, text.get(), inp, userp, false);
 }
 
@@ -842,19 +926,25 @@ kucle *kuclpsq(kux *ctx, const char *cmdlin, void *inp, std::uint32_t userp, std
 
 char *kuclmo(kux *ctx, std::int32_t argc, char *const *argv)
 {
+    const ku::aside quiet(ctx);
+    if (!quiet.saved()) {
+        kuxerpop(ctx);
+        return nullptr;
+    }
     return kuclmoc(ctx, argc, argv, false);
 }
 
 void *kuclgv(kux *ctx, void *inp, const char *kwd)
 {
     if (kwd == nullptr) return nullptr;
-    const kuclkeyword wanted{kwd, strnlen(kwd, kucl_keywordmax)};
+    const kuclkeyword wanted{kwd, std::strlen(kwd)};
     const kucla *argument = kuclgas(ctx, inp, 0, &wanted);
     return argument != nullptr ? argument->kuclaval : nullptr;
 }
 
 kucle *kucledestroy(kux *ctx, kucle *kucle_p)
 {
-    if (kucle_p != nullptr && kucle_p != &kuclnomem) ctx->kuxnmfree(ctx, kucle_p);
+    const bool constant = kucle_p == &kuclnomem[0] || kucle_p == &kuclnomem[1];
+    if (kucle_p != nullptr && !constant) ctx->kuxnmfree(ctx, kucle_p);
     return nullptr;
 }

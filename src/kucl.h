@@ -57,7 +57,7 @@ extern "C" {
 typedef struct kucla {
     int32_t kuclalo;      /* lowest integer allowed (KUCL_RANGE) */
     int32_t kuclahi;      /* highest integer allowed (KUCL_RANGE) */
-    const char *kuclakwd; /* keyword; found without regard to case by its first 255 bytes */
+    const char *kuclakwd; /* keyword; found without regard to case, by its first 255 bytes then */
     const char *kucladef; /* default value, or null; not checked */
     void *kuclalst;       /* list of the texts allowed (KUCL_CHOICE) */
     void *kuclaval;       /* list of the values given, or null; list and texts (kuxnmalloc) are

@@ -1,5 +1,6 @@
 // Command lines: texts, vectors and command files become values or one error.
 #include <deque>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -168,6 +169,34 @@ TEST(Kucl, UndeclaredKeywordsAreAddedAndTakeValuesOnlyWhenAccepted)
     EXPECT_EQ(kuclgv(ctx, definitions.list(), "nobody"), nullptr);
 }
 
+TEST(Kucl, KeywordsAreToldApartByTheir255BytesWithoutCase)
+{
+    const std::string a(254, 'a');
+    const std::string capitals(300, 'A');
+    const struct {
+        const char *language;
+        std::string declared, given;
+        bool same;
+    } rows[] = {
+        {"utf8", a + "\u0178", a + "\u00ff", true},
+        {"utf8", a + "\u00e9", a + "\u00c8", true}, // begin with the same byte
+        {"utf8", a + "b", a + "c", false},
+        {"utf8", "\u212a" + capitals, "k" + a + a, true}, // the first has three bytes
+        {"utf8", a.substr(2) + "\u212a!", a.substr(2) + "k!?", false},
+        {"iso-8859-1", a + "\xe9x", a + "\xc9y", true},
+        {"iso-2022-kr", a.substr(2) + "\x0e#A#B\x0f", a.substr(2) + "\x0e#a#C\x0f", true},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.given.substr(250));
+        context ctx(row.language);
+        tool definitions(ctx);
+        definitions[0].kuclakwd = row.declared.c_str();
+        definitions[0].kuclaval = definitions.list();
+        EXPECT_EQ(kuclgv(ctx, definitions.list(), row.given.c_str()) != nullptr, row.same);
+        definitions[0].kuclaval = nullptr;
+    }
+}
+
 TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
 {
     static const struct {
@@ -187,6 +216,7 @@ TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
         {{"tool", "\x0e\x3d\x27\x0f=\x0e\x30\x21\x0f"}, // `=` and `'` inside characters
          " \x0e\x3d\x27\x0f='\x0e\x30\x21\x0f'",
          "iso-2022-kr"},
+        {{"tool", "k=\x0e\x30\x21"}, " k='\x0e\x30\x21\x0f'", "iso-2022-kr"},
     };
     for (const auto &row : rows) {
         context ctx(row.language);
@@ -196,13 +226,27 @@ TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
         EXPECT_STREQ(text, row.text);
         ctx->kuxnmfree(ctx, text);
     }
+    kux *plain = kuxcreate(nullptr); // its allocator pushes what failed
+    char argument[] = "x";
+    char *const argv[] = {nullptr, argument};
+    for (int failing = 1; failing <= 2; failing++) {
+        ku::test::fail_basic_from_now(failing);
+        EXPECT_EQ(kuclmo(plain, 2, argv), nullptr);
+        EXPECT_TRUE(ku::test::basic_failed());
+        EXPECT_EQ(kuxercode(plain), 0u);
+        ku::test::fail_basic_from_now(0);
+    }
+    kuxdestroy(plain);
 }
 
 TEST(Kucl, CommandFilesAreReadAfterTheLine)
 {
-    static const struct {
+    std::string blanks; // between letters, all in one run
+    while (blanks.size() < 600) blanks += "!!0!";
+    const struct {
         std::string file, said;
         int quote = 0;
+        const char *language = "ascii";
     } rows[] = {
         {"level=3\nmode=fast", "mode=fast level=3"},
         {"", "mode=slow"},
@@ -218,11 +262,23 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
         {"names=a!b  level=3\n\nmode=(fast)", "mode=fast level=3 names=a!b", 1},
         {"names=a/*b level=3\tmode=fast", "mode=fast level=3 names=a/*b", 1},
         {"file=other", "!2(file)@"},
+        {"names='ab\n\x0e\x30!\x0f' level=1", "mode=slow level=1 names=ab\n\x0e\x30!\x0f", 0,
+         "iso-2022-kr"},
+        // A blank of two bytes ends a value, too; shifted runs are closed around it.
+        {"names=x\x0e!!\x0flevel=3", "mode=slow level=3 names=x", 1, "iso-2022-kr"},
+        {"names=\x0e"
+         "0!!!0!\x0f",
+         "names=\x0e"
+         "0!\x0f !4@",
+         1, "iso-2022-kr"},
+        {"level=3\x0e!!!!\x0f names='a\x0e!!\x0f'\x0e!!", "mode=slow level=3 names=a\x0e!!\x0f", 1,
+         "iso-2022-kr"},
+        {"names=\x0e" + blanks, "names= !4@", 1, "iso-2022-kr"},
     };
     ku::test::directory dir;
     for (const auto &row : rows) {
         SCOPED_TRACE(row.file.substr(0, 60));
-        context ctx;
+        context ctx(row.language);
         tool definitions(ctx);
         const std::string path = dir.write("commands", row.file);
         std::string said = definitions.parse("file='" + path + "'", 0, row.quote);
@@ -243,7 +299,8 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
 {
     ku::test::directory dir;
     const std::string path = dir.write("commands", "names=('a\nb',c)\nnew=1\nlevel=2");
-    const auto parse = [&path](context &ctx) {
+    std::set<uint32_t> places;
+    const auto parse = [&](context &ctx) {
         tool definitions(ctx);
         std::vector<std::string> texts = {"tool", "mode=fast", "file=" + path};
         const std::vector<char *> argv = vector(texts);
@@ -256,12 +313,23 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
                       "mode=fast level=2 names=a\nb,c file=" + path + " new=1");
             return true;
         }
-        // No memory to open the file with is a file that cannot be opened.
-        EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || error->kuclecod == KUCLE_CMDFILE);
+        // No memory to open the file with is a file that cannot be opened; behind
+        // that everything is found in the file.
+        const bool named = definitions[3].kuclaval != nullptr;
+        EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || (named && error->kuclecod == KUCLE_CMDFILE));
+        EXPECT_EQ(error->kucleflg == KUCLE_INFILE, named && error->kuclecod == KUCLE_NOMEM);
+        places.insert(error->kucleflg);
         kucledestroy(ctx, error);
         return false;
     };
     ku::test::sweep_allocations(parse);
+    EXPECT_EQ(places.size(), 2u);
     ku::test::sweep_allocations(parse, "iso-2022-kr");
     ku::test::sweep_basic_allocations(parse);
+    for (int run = 0; run < 300; run++) { // the record of an error may find no memory, either
+        context ctx;
+        ctx.fail_one_in(40);
+        parse(ctx);
+        ctx.clear();
+    }
 }

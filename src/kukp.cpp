@@ -142,12 +142,14 @@ constexpr std::uint8_t kukp_operator = 0x04;
 
 constexpr auto kukptraits = [] {
     std::array<std::uint8_t, 256> traits{};
-    for (const char mark : {'$', '_', '#'}) traits[static_cast<std::size_t>(mark)] |= kukp_wordmark;
+    for (const char mark : {'$', '_', '#'})
+        traits[static_cast<unsigned char>(mark)] |= kukp_wordmark;
     for (const char end : {'\0', ' ', '\'', '"'})
-        traits[static_cast<std::size_t>(end)] |= kukp_wordend;
+        traits[static_cast<unsigned char>(end)] |= kukp_wordend;
     for (const kukptb &entry : kukptbsp)
         if (entry.leng_kukptb == 1)
-            traits[static_cast<std::size_t>(entry.keyp_kukptb[0])] |= kukp_operator | kukp_wordend;
+            traits[static_cast<unsigned char>(entry.keyp_kukptb[0])] |=
+                kukp_operator | kukp_wordend;
     return traits;
 }();
 
@@ -381,7 +383,7 @@ constexpr auto kukpbyfirst = [] {
     for (const kukptb &entry : kukptbsp) {
         const char *text = entry.keyp_kukptb;
         const std::uint32_t length = entry.leng_kukptb;
-        auto &row = index[static_cast<std::size_t>(text[0])];
+        auto &row = index[static_cast<unsigned char>(text[0])];
         std::size_t slot = 0;
         while (row[slot].length != 0) slot++; // past the row: not a constant, and so refused
         row[slot] = {length > 1 ? text[1] : '\0', length > 2 ? text[2] : '\0',

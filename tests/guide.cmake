@@ -14,6 +14,9 @@ foreach(program first lists tokens settings)
   endforeach()
   add_executable(guide_${program} ${guide_dir}/${program}.c ${guide_dir}/${program}.txt)
   target_link_libraries(guide_${program} PRIVATE ku)
+  if(KU_SANITIZE) # a sanitized library needs the sanitizers' C++ run time
+    set_target_properties(guide_${program} PROPERTIES LINKER_LANGUAGE CXX)
+  endif()
   target_compile_options(guide_${program} PRIVATE -Wall -Wextra -Wno-missing-field-initializers)
   target_compile_definitions(guide_${program} PRIVATE _POSIX_C_SOURCE=200809L)
   add_test(NAME Guide.${program}

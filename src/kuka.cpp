@@ -266,8 +266,10 @@ std::uint32_t kukaclctoklst(kux *ctx, void *ctoklist, void **rtoklisthp)
     std::uint32_t status = 0;
     if (count > 0) {
         const kul *original = kulplock(ctx, ctoklist);
-        for (std::int32_t i = 0; i < count && status == 0; i++)
-            status = kukaappend(ctx, copy, *static_cast<const kukat *>(original->items_kul[i]));
+        for (std::int32_t i = 0; i < count && status == 0; i++) {
+            const auto *token = static_cast<const kukat *>(original->items_kul[i]);
+            if (token != nullptr) status = kukaappend(ctx, copy, *token);
+        }
         kulpunlock(ctx, ctoklist);
     }
     if (status == 0)

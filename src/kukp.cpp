@@ -81,7 +81,7 @@ enum : std::int32_t {
     kukp_line = 11,
     kukp_linehint = 12,
     kukp_word = 13,
-    kukp_last3 = KUKP_S_STOPPED3, // the token's last three characters begin here
+    kukp_last3 = KUKP_S_STOPPED3, // the token's last three bytes begin here
     kukp_last2 = KUKP_S_STOPPED2, // ... last two
     kukp_last1 = KUKP_S_STOPPED1, // ... last one
     kukp_complete = KUKP_S_STOPPED,
@@ -309,12 +309,13 @@ private:
 
 // Text with shift states: the cursor alone knows what a byte means. It takes
 // in shift bytes with the step before them, so where a character ends is noted
-// before that.
+// before that. It has no limit: the text ends at its NUL, and half a pair before
+// that is a character that is not understood.
 class kukpshifted
 {
 public:
     kukpshifted(const kulang &lang, const unsigned char *text, std::size_t length)
-        : cursor_(kukpcursor(lang, text, length)), behind_(place())
+        : cursor_(kukpcursor(lang, text, SIZE_MAX)), behind_(place()), end_(text + length)
     {
     }
     unsigned code() { return glyph().code; }
@@ -331,7 +332,7 @@ public:
     }
     void pass(std::int32_t) {}
     bool ended() const { return ku::locale::current(cursor_) == 0; }
-    std::size_t left() const { return cursor_.size_kucursor - ku::locale::offset(cursor_); }
+    std::size_t left() const { return static_cast<std::size_t>(end_ - place().at); }
     kukpplace place() const { return {cursor_.position_kucursor, cursor_.shifted_kucursor != 0}; }
     kukpplace behind() const { return behind_; }
 
@@ -344,6 +345,7 @@ private:
 
     kucursor cursor_;
     kukpplace behind_;
+    const unsigned char *end_;
     kukpglyph glyph_{};
 };
 
@@ -405,15 +407,33 @@ constexpr auto kukpalone = [] {
     return types;
 }();
 
-// The lower-cased text here begins with the client token: how many characters that is; else 0.
+// The lower-cased text here begins with the client token: how many characters that
+// is; else 0. What the end of the token cuts off is no part of a character of the
+// text. Shift bytes at its end are in the text, too, but for one that only ends
+// the token's shifted run: that may go on in the text.
 template <class Reader> std::uint32_t kukpbegins(const kulang &lang, Reader in, const kukat &token)
 {
     std::uint32_t characters = 0;
+    const unsigned char *limit = token.token_kukat + token.tokenl_kukat;
     kucursor wanted = kukpcursor(lang, token.token_kukat, token.tokenl_kukat);
-    while (!ku::locale::past_size(wanted)) {
-        if (in.ended() || in.value() != ku::locale::next(wanted)) return 0;
+    kukpplace end{token.token_kukat, false};
+    for (; !ku::locale::past_size(wanted); characters++) {
+        if (in.ended() || in.value() != ku::locale::wide(wanted)) return 0;
+        end = {wanted.position_kucursor + ku::locale::width(wanted), wanted.shifted_kucursor != 0};
+        ku::locale::step(wanted);
         in.step();
-        characters++;
+    }
+    const unsigned char *left = wanted.position_kucursor;
+    if (left == limit && end.at < limit) {
+        const std::ptrdiff_t shifts = limit - end.at;
+        if (shifts == 1 && end.shifted) return characters;
+        const bool same =
+            in.place().at - in.behind().at >= shifts && std::equal(end.at, limit, in.behind().at);
+        return same ? characters : 0;
+    }
+    for (; left < limit; left++, characters++) {
+        if (in.ended() || in.value() != KULANG_RAWBYTE + *left) return 0;
+        in.step();
     }
     return characters;
 }
@@ -425,7 +445,7 @@ template <class Reader> kukpspecial kukpxtoken(const kukprun &run, const Reader 
     const kul *list = kulplock(run.ctx, run.clients);
     for (std::int32_t i = 0; i < list->nitems_kul && found.bytes == 0; i++) {
         const auto *token = static_cast<const kukat *>(list->items_kul[i]);
-        if (token == nullptr || token->tokenl_kukat > in.left()) continue;
+        if (token == nullptr) continue;
         const std::uint32_t characters = kukpbegins(*run.ctx->kuxlangidh, in, *token);
         if (characters > 0) found = {token->tokenl_kukat, characters, token->ttype_kukat};
     }
@@ -525,7 +545,7 @@ std::uint32_t kukpikwslow(const kulang &lang, const unsigned char *text, std::si
 {
     unsigned char word[std::max(kukp_longest, kukp_headsize)];
     std::size_t size = 0;
-    for (Reader in(lang, text, length); in.left() > 0; in.step()) {
+    for (Reader in(lang, text, length); in.place().at < text + length; in.step()) {
         const unsigned code = in.code();
         if (code >= 0x80 || size == kukp_longest) return KUKP_T_WORD;
         word[size++] = static_cast<unsigned char>(code);
@@ -601,17 +621,17 @@ template <class Reader> bool kukpmnumrhs(const kukprun &run, Reader &in)
 
 constexpr std::uint32_t kukp_longestoperator = 3; // bytes of an operator that can start a token
 
-// From between tokens to an operator, whose type is reported.
+// From between tokens to an operator, which is reported.
 template <class Reader>
-std::int32_t kukpoperator(const kukprun &run, Reader &in, std::uint32_t *type)
+std::int32_t kukpoperator(const kukprun &run, Reader &in, kukpspecial *begun)
 {
     const kukpspecial special = kukpisp(run, in);
     if (special.bytes == 0) return kukp_error;
     if (special.bytes > kukp_longestoperator) return kukp_between;
     if (special.bytes == 1 && special.type == KUKP_T_PERIOD && kukplookahead(in).is(KULANG_DIGIT))
         return kukp_fraction;
-    *type = special.type;
-    return kukp_complete - static_cast<std::int32_t>(special.characters);
+    *begun = special;
+    return kukp_complete - static_cast<std::int32_t>(special.bytes);
 }
 
 // The state after a character inside a word.
@@ -624,9 +644,9 @@ template <class Reader> std::int32_t kukpinword(const kukprun &run, Reader &in)
 }
 
 // The state after the current character; the tests of a state are made in order.
-// Writes `type` when an operator begins here.
+// Writes `begun` when an operator begins here.
 template <class Reader>
-std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, std::uint32_t *type)
+std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, kukpspecial *begun)
 {
     const unsigned code = in.code();
     switch (state) {
@@ -639,7 +659,7 @@ std::int32_t kukpdelta(const kukprun &run, Reader &in, std::int32_t state, std::
         if (code == 0 || in.is(KULANG_SPACE)) return kukp_between;
         if (in.is(KULANG_LETTER)) return kukp_word;
         if (in.is(KULANG_DIGIT)) return kukp_integer;
-        return kukpoperator(run, in, type);
+        return kukpoperator(run, in, begun);
 
     case kukp_string:
         if (code == '\'') return in.ahead(1, '\'') ? kukp_doubledstring : kukp_last1;
@@ -843,7 +863,7 @@ std::int32_t kukpplain(const kukprun &, kukpshifted &) { return kukp_between; }
 template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, std::int32_t state)
 {
     kukpplace start = in.place();
-    std::uint32_t type = kukpq2t(state);
+    kukpspecial token{0, 0, kukpq2t(state)}; // its size is set for operators alone
     for (;;) {
         if (state == kukp_between) {
             if (run.clients == nullptr) state = kukpplain(run, in);
@@ -853,7 +873,7 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         } else {
             in.pass(state);
         }
-        state = kukpdelta(run, in, state, &type);
+        state = kukpdelta(run, in, state, &token);
         std::uint32_t action = KUKP_A_KEEP;
         switch (state) {
         case kukp_between:
@@ -865,12 +885,12 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
         case KUKP_S_STRING:
         case KUKP_S_IDENTIFIER:
         case KUKP_S_LABEL: // the text ended inside it
-            type = kukpq2t(state);
+            token.type = kukpq2t(state);
             action = KUKP_A_LAST;
             break;
 
         default:
-            if (type == 0) type = kukpq2t(state);
+            if (token.type == 0) token.type = kukpq2t(state);
             in.step();
             continue;
 
@@ -881,26 +901,30 @@ template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, st
             state = state == kukp_doubledstring ? kukp_string : kukp_identifier;
             continue;
 
-        case kukp_last3: in.step(); [[fallthrough]];
-        case kukp_last2: in.step(); [[fallthrough]];
-        case kukp_last1: in.step(); [[fallthrough]];
+        case kukp_last3:
+        case kukp_last2:
+        case kukp_last1: // the state counts bytes, of which a client token's characters have more
+            if (token.characters == 0)
+                token.characters = static_cast<std::uint32_t>(kukp_complete - state);
+            for (; token.characters > 0; token.characters--) in.step();
+            [[fallthrough]];
         case kukp_complete:
-            if (type == 0) {
+            if (token.type == 0) {
                 const auto length = static_cast<std::size_t>(in.behind().at - start.at);
-                type = kukpwordtype<Reader>(run, start, length, length + in.left());
+                token.type = kukpwordtype<Reader>(run, start, length, length + in.left());
             }
             break;
 
         case kukp_error: // the character that is not understood belongs to the token
             in.step();
-            type = KUKP_T_ERROR;
+            token.type = KUKP_T_ERROR;
             action = KUKP_A_LAST;
             break;
         }
-        if (!kukpaction(run, {start, in.behind()}, type, &action)) return kukp_failed;
+        if (!kukpaction(run, {start, in.behind()}, token.type, &action)) return kukp_failed;
         if ((action & kukp_goon) == 0 || state <= KUKP_S_LABEL) return state;
         state = kukp_between;
-        type = 0;
+        token = {};
     }
 }
 

@@ -170,8 +170,8 @@ TEST(Kuka, ClientTokensAreCopiedAndStandBeforeTheServers)
     context ctx;
     unsigned char text[] = {'*', '='};
     kukat mine = {text, 2, 900}, none = {nullptr, 0, 901};
-    void *items[] = {&mine, &none};
-    void *clients = kulpcreate(ctx, 2, items);
+    void *items[] = {&mine, nullptr, &none}; // an item that is null is no token
+    void *clients = kulpcreate(ctx, 3, items);
     EXPECT_EQ(types(ctx, attributes("*= =*", KUKA_SERVER_SS, 0, clients)), "900 409 0");
     EXPECT_EQ(types(ctx, attributes("*= =*", KUKA_SERVER_DB2, 0, clients)), "900 384 380 0");
     void *copy = nullptr;

@@ -171,7 +171,10 @@ TEST(Kukp, OtherCharactersAreReadAsTheirLanguageHasThem)
         {"sjis", "\x83\\x '\x83\\' \x83\\", "403<\x83\\x> 397<'\x83\\'> 403<\x83\\> 0"},
         {"sjis", "\"\x83|\x83>\" /*\x83*\x83*/", "401<\"\x83|\x83>\"> 393</*\x83*\x83*/> 0"},
         {"euc-jp", "a\xB4\xC1'\xB4\xC1'\xB4\xC1=", "403<a\xB4\xC1> 397<'\xB4\xC1'> 403<\xB4\xC1> 384<=> 0"},
-        {"iso-2022-kr", "'a\x0E" "0", "398<'a> 3"}, // half a pair ends the text
+        {"iso-2022-kr", "'a\x0E" "0", "398<'a\x0E" "0> 3"}, {"iso-2022-kr", "a \x0E" "0", "403<a> 0<0> 26"}, // half a pair
+        {"iso-2022-kr", "se\x0Flect", "403<se\x0Flect> 0"}, {"iso-2022-kr", "sel\x0F\x0F\x0F" "ect", "403<sel\x0F\x0F\x0F" "ect> 0"},
+        {"iso-2022-kr", "ins\x0E\x0F" "ert", "403<ins\x0E\x0F" "ert> 0"}, // a word is looked up by its bytes
+        {"iso-2022-kr", "ins\x0E\x0F\x0E\x0F" "ert", "403<ins\x0E\x0F\x0E\x0F" "ert> 0"}, {"iso-2022-kr", "insert", "48<insert> 0"},
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -286,6 +289,12 @@ TEST(Kukp, ClientTokensGoBeforeTheOperators)
         {"ascii", "!", {client("!", 0)}, "403<!> 0", KUKP_M_KEYWORDS}, {"ascii", "!", {client("!", 0)}, "0<!> 0", 7},
         {"utf8", "a\xE2\x86\x92z", {client("\xE2\x86\x92", 900)}, "403<a> 900<\xE2\x86\x92> 403<z> 0"},
         {"utf8", "\xE2\x86\x92", {client("\xE2\x86", 900)}, "0<\xE2\x86\x92> 26"}, // no part of a character
+        {"utf8", "a*b", {client("*\xC3", 900)}, "403<a> 380<*> 403<b> 0"}, {"utf8", "a*\xC3", {client("*\xC3", 900)}, "403<a> 900<*\xC3> 0"},
+        {"utf8", "*\xC3\xA9", {client("*\xC3", 900)}, "380<*> 403<\xC3\xA9> 0"}, {"sjis", "*b", {client("*\x83", 900)}, "380<*> 403<b> 0"},
+        {"iso-2022-kr", "*b", {client("*\x0E", 900)}, "380<*> 403<b> 0"}, {"iso-2022-kr", "*b", {client("*\x0E" "0", 900)}, "380<*> 403<b> 0"},
+        {"iso-2022-kr", "*\x0E" "0", {client("*\x0E" "0", 900)}, "900<*\x0E" "0> 0"},
+        {"iso-2022-kr", "\x0E!'0!\x0F", {client("\x0E!'\x0F", 900)}, "403<0!\x0F> 0"}, // four bytes: passed over
+        {"utf8", "a!\xC8\xBA", {client("!\xE2\xB1\xA5", 900)}, "403<a> 403<\xC8\xBA> 0"}, // lower case is longer
         // clang-format on
     };
     for (const auto &row : rows) {
@@ -294,6 +303,25 @@ TEST(Kukp, ClientTokensGoBeforeTheOperators)
         asked.clients = row.clients;
         asked.mode = row.mode;
         EXPECT_EQ(lexed(ctx, row.text, asked).spelled(), row.expected) << row.text;
+    }
+}
+
+TEST(Kukp, ClientTokensStopTheAnalysisByTheirBytes)
+{
+    static const struct {
+        const char *language, *token;
+        int32_t state;
+    } rows[] = {{"utf8", "\xE2\x86\x92", KUKP_S_STOPPED3},
+                {"euc-jp", "\xA1\xA4", KUKP_S_STOPPED2},
+                {"ascii", "?", KUKP_S_STOPPED1}};
+    for (const auto &row : rows) {
+        context ctx(row.language);
+        request asked;
+        asked.clients = {client(row.token, 900)};
+        asked.callback = [](const token &, uint32_t *) { return KUKP_A_LAST; };
+        const std::string expected = std::string("900<") + row.token + "> ";
+        EXPECT_EQ(lexed(ctx, row.token + std::string("bc"), asked).spelled(),
+                  expected + std::to_string(row.state));
     }
 }
 

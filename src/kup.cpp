@@ -29,7 +29,6 @@
 #include <array>
 #include <bit>
 #include <cstring>
-#include <functional>
 #include <string_view>
 
 #include "kuguard.h"
@@ -984,6 +983,51 @@ bool kupbare(const kupout &out, std::string_view value)
     return true;
 }
 
+// Whether a value that is quoted from `column` on comes back: the reader takes
+// the quotes off each piece of a line apart, and makes one of two only in pieces
+// that begin with a quote; a shifted run ends with its piece.
+bool kupsurvives(const kulang &lang, std::string_view value, uint32_t column)
+{
+    constexpr uint32_t piece = kup_linesize - 1; // bytes
+    uint32_t at = column % piece + 1;            // in the piece, behind the opening quote
+    bool undoubles = true;
+    bool shifted = false;
+    for (const char byte : value) {
+        const bool single = !shifted && byte == '\'';
+        const bool twice = !shifted && byte == '"';
+        if (at == piece) at = 0;
+        if (at == 0) undoubles = twice;
+        if (at == 0 && (shifted || single)) return false;
+        if (twice && !undoubles) return false;
+        at += twice ? 2 : 1;
+        if (at > piece || (at == piece && single)) return false;
+        if (byte == '\n') {
+            if (shifted) return false;
+            at = 0;
+        }
+        if (lang.shiftsensitive_kulang != 0 && static_cast<unsigned char>(byte) < ' ') {
+            const auto shift = static_cast<unsigned char>(byte);
+            shifted = shift == lang.shiftout_kulang || (shifted && shift != lang.shiftin_kulang);
+        }
+    }
+    return !shifted || at + 2 <= piece;
+}
+
+// Begins the quoted value on a line of its own, behind blanks if need be, when it
+// would not come back from where it is, and would from there.
+void kupplace(kupout &out, std::string_view value)
+{
+    const kulang &lang = *out.ctx->kuxlangidh;
+    if (kupsurvives(lang, value, out.column)) return;
+    constexpr std::size_t most = 1u << 24; // bytes to look at
+    const auto tries = std::min<std::size_t>(kup_linesize - 1, most / (value.size() + 1) + 1);
+    uint32_t blanks = 0;
+    while (blanks < tries && !kupsurvives(lang, value, blanks)) blanks++;
+    if (blanks == tries) return;
+    kupput(out, "\n");
+    while (blanks-- > 0) kupput(out, " ");
+}
+
 // Writes a value between double quotes, those in it doubled.
 void kupputquoted(kupout &out, std::string_view value)
 {
@@ -991,6 +1035,7 @@ void kupputquoted(kupout &out, std::string_view value)
     kucursor cursor;
     ku::locale::open_exact(&cursor, const_cast<char *>(value.data()), value.size(), &lang,
                            ku::locale::cursor_mode::read);
+    kupplace(out, value);
     kupput(out, "\"");
     std::size_t written = 0;
     for (; !ku::locale::past_size(cursor); ku::locale::step(cursor)) {
@@ -1066,21 +1111,6 @@ auto kuplists(kupct *prefs)
 {
     return std::array<void **, 5>{&prefs->kupctusp, &prefs->kupctgsp, &prefs->kupctugn,
                                   &prefs->kupctggn, &prefs->kupcttmp};
-}
-
-// Whether neighbours in a list are far from each other in memory, as they are when
-// it was sorted. Releasing such blocks by name would go to and fro in memory; by
-// address, the newest first, they join their neighbours.
-bool kupscattered(const kul &list)
-{
-    constexpr uintptr_t near = 4096; // bytes
-    int32_t jumps = 0;
-    for (int32_t i = 1; i < list.nitems_kul; i++) {
-        const auto from = reinterpret_cast<uintptr_t>(list.items_kul[i - 1]);
-        const auto to = reinterpret_cast<uintptr_t>(list.items_kul[i]);
-        jumps += (to > from ? to - from : from - to) > near ? 1 : 0;
-    }
-    return jumps > list.nitems_kul / 4;
 }
 
 // Empty preferences. Null without memory.
@@ -1221,8 +1251,6 @@ uint16_t kupclose(kupct *prfctx)
                        prfctx->kupcttmp}) {
         if (list == nullptr) continue;
         const kul *record = kulplock(ctx, list);
-        void **items = record->items_kul;
-        if (kupscattered(*record)) std::sort(items, items + record->nitems_kul, std::less<>());
         for (int32_t i = record->nitems_kul; i-- > 0;) kupfreeentry(ctx, kuphandle(record, i));
         kulpdestroy(ctx, list);
     }

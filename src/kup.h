@@ -159,11 +159,20 @@ KU_API uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag);
  * A process that is killed meanwhile leaves the new file, named as the old one
  * with ".", eight letters and "~ku" behind; the next kupwrite removes it.
  *
+ * A value is written between double quotes where it would not be read back bare:
+ * when it is empty, has one of `=(),"'-.` or white space, has a comment's or
+ * label's opening, would not end within a line of 1023 bytes, or, in a
+ * shift-sensitive set, has a shifted run. A quoted value that the cut of such a
+ * line would damage begins on a line of its own, behind blanks if need be.
+ *
  * Reading the file gives the same entries, with these exceptions: a name or
- * product that is not one word; a general entry named as the product; a value
- * of several lines, or too long for one line of 1023 bytes, with quotes in it:
- * a double quote past the first line comes back doubled, a quote that begins a
- * later line is lost.
+ * product that is not one word, or that does not end within its line of 1023
+ * bytes; a general entry named as the product; and, where no place of its
+ * beginning helps, a value of several lines, or too long for one line: a double
+ * quote past the first line comes back doubled unless that line begins with one, a
+ * quote that begins a later line or ends one that is cut is lost, with a single
+ * one of a pair that the cut divides the rest of the value is; in a
+ * shift-sensitive set a shifted run ends where its line does.
  */
 KU_API uint16_t kupwrite(kupct *prfctx);
 

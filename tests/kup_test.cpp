@@ -429,6 +429,42 @@ TEST(Kup, WhatIsSetWrittenAndReadAgainIsTheSame)
     }
 }
 
+TEST(Kup, QuotedValuesComeBackWhereverTheLineBufferCutsThem)
+{
+    const std::pair<const char *, values> languages[] = {
+        {"ascii", {"a", " "}},
+        {"utf8", {"a ", "\xC3\xA9", "\xE3\x80\x80", "\xF0\x9F\x98\x80"}},
+        {"sjis", {"a ", "\x95\x5C", "\x83\x83", "\x81\x40"}},
+        {"euc-jp", {"a ", "\xA4\xA2", "\x8F\xB0\xA1"}},
+        {"iso-2022-kr", {"a ", "\x0E\x30\x21\x22\x22\x0F-", "\x0E\x27\x27\x0F+"}},
+    };
+    dice random;
+    for (const auto &[language, characters] : languages) {
+        SCOPED_TRACE(std::string(language) + ", seed " + std::to_string(seed()));
+        const home files;
+        context ctx(language);
+        values given;
+        for (uint32_t i = 0; i < 300; i++) {
+            std::string value = " ";
+            for (const uint32_t size = 1000 + random.below(1100); value.size() < size;)
+                value += characters[random.below(static_cast<uint32_t>(characters.size()))];
+            given.push_back(value);
+        }
+        for (size_t at = 990; at < 1040; at++) // one quote, around the cut
+            for (const char quote : {'"', '\''})
+                given.push_back(times(1300, "v").replace(at, 1, 1, quote));
+        {
+            opened file(ctx);
+            EXPECT_EQ(file.set("all", given, KUP_GENERAL), 0);
+            EXPECT_EQ(file.set("one", {given.back()}, KUP_GENERAL), 0);
+            EXPECT_EQ(kupwrite(file.prefs), 0);
+        }
+        opened again(ctx);
+        EXPECT_EQ(again.get("all", KUP_NOSORT), given);
+        EXPECT_EQ(again.get("one", KUP_NOSORT), values{given.back()});
+    }
+}
+
 TEST(Kup, WritingKeepsOrderAndPrefixesInTheLinkedFile)
 {
     const home files;

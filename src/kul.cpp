@@ -7,9 +7,7 @@
 // Always 0 <= nitems_kul <= maxitems_kul, and current_kul is -1 or below
 // nitems_kul. The array is contiguous so that a caller who holds a lock walks it
 // directly; it grows in steps of 16 slots, never shrinks, and only growth and
-// merging move it. A list is locked while itemsptr_kul is not null. The first
-// step's slots are behind the record, in its block: an array elsewhere is a block
-// of its own, and never at that address, whatever the client's allocator.
+// merging move it. A list is locked while itemsptr_kul is not null.
 //
 // Reading by index is one step, inserting and deleting move the tail once,
 // kulpfind is linear, kulpsearch logarithmic. Slots are counted in 32 bits and
@@ -55,16 +53,6 @@ void kulcopy(void **target, void *const *source, std::int32_t count)
     if (count > 0) std::memcpy(target, source, sizeof(void *) * static_cast<std::size_t>(count));
 }
 
-// What a handle points to: the record, and behind it the array that a list has
-// until it grows. Most lists never grow, and are one block.
-struct kulsmall {
-    kul list;
-    void *slots[kul_step];
-};
-
-// The slots behind the record.
-void **kulown(kul &list) { return reinterpret_cast<kulsmall &>(list).slots; }
-
 bool kulislocked(const kul &list) { return list.itemsptr_kul != nullptr; }
 
 // The index with KUL_LAST resolved, or kul_none when no item has it.
@@ -74,12 +62,6 @@ std::int32_t kulslot(const kul &list, std::int32_t index)
     return index >= 0 && index < list.nitems_kul ? index : kul_none;
 }
 
-// Releases the array that a list has grown into, if it has.
-void kulempty(kux *ctx, kul &list)
-{
-    if (list.items_kul != kulown(list)) ctx->kuxnmfree(ctx, list.items_kul);
-}
-
 } // namespace
 
 std::uint32_t kulrealloc(kux *ctx, kul &list, std::uint64_t count)
@@ -87,11 +69,8 @@ std::uint32_t kulrealloc(kux *ctx, kul &list, std::uint64_t count)
     const std::uint64_t slots = kulcapacity(count);
     const std::uint64_t bytes = slots * sizeof(void *);
     if (bytes > UINT32_MAX) return kulrefuse(ctx, KULAA_NOMEM);
-    const bool own = list.items_kul == kulown(list);
-    void *items =
-        ctx->kuxnmrealloc(ctx, own ? nullptr : list.items_kul, static_cast<std::uint32_t>(bytes));
+    void *items = ctx->kuxnmrealloc(ctx, list.items_kul, static_cast<std::uint32_t>(bytes));
     if (items == nullptr) return kulrefuse(ctx, KULAA_NOMEM);
-    if (own) kulcopy(static_cast<void **>(items), list.items_kul, list.nitems_kul);
     list.items_kul = static_cast<void **>(items);
     list.maxitems_kul = static_cast<std::int32_t>(slots);
     return 0;
@@ -100,33 +79,28 @@ std::uint32_t kulrealloc(kux *ctx, kul &list, std::uint64_t count)
 void *kulpcreate(kux *ctx, std::int32_t initsize, void *const *inititems)
 {
     if (initsize < 0) initsize = 0;
-    ku::owned<kulsmall> made(ctx, ku::allocate<kulsmall>(ctx));
-    if (!made) {
+    const std::uint64_t slots = kulcapacity(static_cast<std::uint64_t>(initsize));
+
+    ku::owned<kul> list(ctx, ku::allocate<kul>(ctx));
+    void **items = list ? kularray(ctx, slots) : nullptr;
+    if (items == nullptr) {
         kulrefuse(ctx, KULAA_NOMEM);
         return nullptr;
     }
-    kul &list = made->list;
-    list = {kul_step, 0, kul_none, 0, made->slots, nullptr};
-    const std::uint64_t slots = kulcapacity(static_cast<std::uint64_t>(initsize));
-    if (slots > kul_step) {
-        list.items_kul = kularray(ctx, slots);
-        list.maxitems_kul = static_cast<std::int32_t>(slots);
-        if (list.items_kul == nullptr) {
-            kulrefuse(ctx, KULAA_NOMEM);
-            return nullptr;
-        }
-    }
-    if (inititems != nullptr) {
-        list.nitems_kul = initsize;
-        kulcopy(list.items_kul, inititems, initsize);
-    }
-    return made.keep();
+    list->maxitems_kul = static_cast<std::int32_t>(slots);
+    list->nitems_kul = inititems != nullptr ? initsize : 0;
+    list->current_kul = kul_none;
+    list->nlocks_kul = 0;
+    list->items_kul = items;
+    list->itemsptr_kul = nullptr;
+    kulcopy(items, inititems, list->nitems_kul);
+    return list.keep();
 }
 
 void *kulpdestroy(kux *ctx, void *list)
 {
     if (list == nullptr) return nullptr;
-    kulempty(ctx, kulof(list));
+    ctx->kuxnmfree(ctx, kulof(list).items_kul);
     ctx->kuxnmfree(ctx, list);
     return nullptr;
 }
@@ -348,7 +322,7 @@ std::uint32_t kulpmerge(kux *ctx, void *handle1, void *handle2, kulcomparefn com
     kulcopy(merged + count, list2.items_kul + i2, count2 - i2);
     count += count2 - i2;
 
-    kulempty(ctx, list1);
+    ctx->kuxnmfree(ctx, list1.items_kul);
     list1.items_kul = merged;
     list1.nitems_kul = count;
     list1.maxitems_kul = static_cast<std::int32_t>(slots);

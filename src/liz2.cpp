@@ -109,6 +109,15 @@ std::size_t map_block(const kulang &lang, const sink &to, const lizg &from, std:
     return bytes;
 }
 
+// Case mapping stores ahead of what it has read: blocks need the two apart. A text
+// that is mapped onto itself goes character by character.
+bool overlap(const sink &to, const kucursor &from, std::size_t limit)
+{
+    const auto target = reinterpret_cast<std::uintptr_t>(to.cursor.position_kucursor);
+    const auto source = reinterpret_cast<std::uintptr_t>(from.position_kucursor);
+    return target < source + limit && source < target + (to.room - to.written);
+}
+
 // One block; false when what is left, of source or target, is not worth one.
 bool move_block(const kulang &lang, sink &to, lizg &from, std::int32_t option)
 {
@@ -117,6 +126,7 @@ bool move_block(const kulang &lang, sink &to, lizg &from, std::int32_t option)
     std::size_t limit = std::min(block_bytes, (to.room - to.written) / growth);
     limit = std::min(limit, cursor.size_kucursor - locale::offset(cursor));
     if (limit < least_block) return false;
+    if (option != LIZ_COPY && overlap(to, cursor, limit)) return false;
     const locale::extent block = locale::measure(lang, cursor.position_kucursor, limit);
     if (block.bytes == 0) return false;
 

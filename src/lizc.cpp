@@ -43,6 +43,7 @@ std::uint16_t lizccursor(const kulang &lang, const kucursor &cursor)
 std::uint16_t lizcword(const kulang &lang, const void *str, uint32_t length, int32_t rep)
 {
     if (length == 0) return 0;
+    if (rep == LIZ_CURSOR && locale::past_size(*static_cast<const kucursor *>(str))) return 0;
     if (locale::single_byte(lang)) return locale::byte_classes(lang, lizcbyte(str, rep));
     if (rep == LIZ_WIDE) return lizcwide(lang, str, length);
     if (!ku::liz::is_representation(rep)) return 0;

@@ -51,12 +51,14 @@ uint32_t kuxstget(kux *, kuxst *stream, kuxsta *attrs)
 
 uint32_t kuxstmessage(kux *ctx, kuxst *stream, const char *text)
 {
-    return stream->message_kuxst(ctx, stream, text);
+    return stream != nullptr ? stream->message_kuxst(ctx, stream, text)
+                             : kuxstdmessage(ctx, nullptr, text);
 }
 
 int32_t kuxstconfirm(kux *ctx, kuxst *stream, const char *text)
 {
-    return stream->confirm_kuxst(ctx, stream, text);
+    return stream != nullptr ? stream->confirm_kuxst(ctx, stream, text)
+                             : kuxstdconfirm(ctx, nullptr, text);
 }
 
 uint32_t kuxstdmessage(kux *ctx, kuxst *, const char *text)

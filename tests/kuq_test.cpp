@@ -198,6 +198,30 @@ TEST_F(Kuq, SettingsAreSetFoundListedCheckedAndRemoved)
     expect_part("prefs check file=" + home.path("bad.xdb"), 1, "has a syntax error in line 2");
 }
 
+TEST_F(Kuq, AFileThatWasNotReadWholeIsNotWritten)
+{
+    std::filesystem::create_directory(home.path("user"));
+    const std::string broken = "old = precious\nbad = (a, )\n";
+    home.write("user/kuuprefs.xdb", broken);
+    expect_part("prefs set width 1", 1, "has a syntax error in line 2");
+    EXPECT_EQ(home.read("user/kuuprefs.xdb"), broken);
+    std::filesystem::remove(home.path("user/kuuprefs.xdb"));
+    std::filesystem::create_symlink("kuuprefs.xdb", home.path("user/kuuprefs.xdb"));
+    expect_part("prefs set width 1", 1, "cannot be read to its end");
+    expect_part("prefs check " + std::string(300, 'a'), 1, "cannot be opened: File name too long");
+    expect_part("prefs check /dev/null", 1, "it is no regular file");
+}
+
+TEST_F(Kuq, ShiftedTextStaysWhole)
+{
+    language = "ko_KR.ISO-2022-KR";
+    for (const char *script :
+         {"select \x0e\x30\x21\x0f,b", "  \x0e\x10", "'\x0e\x30\x21", "\x0e\x10"}) {
+        home.write("a.sql", script);
+        expect("highlight " + home.path("a.sql"), 0, script);
+    }
+}
+
 TEST_F(Kuq, AFullDiskIsSaidAndLeavesTheOldSettings)
 {
     home.write("a.sql", "select 1;");

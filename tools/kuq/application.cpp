@@ -134,9 +134,27 @@ exit_status application::report(exit_status status)
 
 kupct *application::preferences()
 {
-    if (preferences_ == nullptr) kupopen(ctx_, product, &preferences_);
+    if (preferences_ == nullptr) {
+        opening_ = kupopen(ctx_, product, &preferences_);
+        kuxerclear(ctx_); // the answer says what there is to say
+    }
     if (preferences_ == nullptr) kuxer0push(ctx_, KUQAA_MEMORY);
     return preferences_;
+}
+
+bool application::user_file_is_whole()
+{
+    const std::string file = user_directory() + "/kuuprefs.xdb";
+    std::error_code error;
+    if ((opening_ & KUP_USERERR) != 0) {
+        const std::string line = std::to_string(kuperrlin(preferences_, KUP_USER));
+        kuxer2push(ctx_, KUQAA_FILELINE, file.c_str(), line.c_str());
+        return false;
+    }
+    if ((opening_ & KUP_NOUSERFILE) == 0) return true;
+    if (fs::symlink_status(file, error).type() == fs::file_type::not_found) return true;
+    kuxer2push(ctx_, KUQAA_READ, file.c_str(), "its settings would be lost");
+    return false;
 }
 
 std::optional<setting> application::find_setting(const std::string &name, uint16_t scope)

@@ -40,6 +40,10 @@ public:
 
     // The preferences, opened at the first use; null when memory ran out.
     kupct *preferences();
+    // Whether writing the user's file would lose nothing: it was read to its end without a
+    // syntax error, or there is none. When not, the reason was pushed.
+    bool user_file_is_whole();
+
     std::optional<setting> find_setting(const std::string &name, uint16_t scope);
 
     // The text of a relocatable string, copied.
@@ -58,6 +62,7 @@ private:
     kux *ctx_ = nullptr;
     kuxst *stream_ = nullptr;
     kupct *preferences_ = nullptr;
+    uint16_t opening_ = 0; // what kupopen answered
 };
 
 constexpr char product[] = "kuq";

@@ -142,8 +142,10 @@ bool valid_name(application &app, const std::string &name)
 
 bool write_user_file(application &app)
 {
+    if (!app.user_file_is_whole()) return false;
     std::error_code error;
     fs::create_directories(app.user_directory(), error);
+    kuxerclear(app.ctx());
     if (kupwrite(app.preferences()) == 0 && kuxernerrors(app.ctx()) == 0) return true;
     kuxer1push(app.ctx(), KUQAA_NOWRITE, app.user_directory().c_str());
     return false;
@@ -195,7 +197,7 @@ public:
         if (mkdtemp(pattern.data()) == nullptr) return;
         directory_ = pattern;
         std::error_code error;
-        fs::create_symlink(fs::absolute(file), directory_ / "kuuprefs.xdb", error);
+        fs::create_symlink(fs::absolute(file, error), directory_ / "kuuprefs.xdb", error);
         setenv("KU_UPREFS", directory_.c_str(), 1);
         setenv("KU_GPREFS", (directory_ / "none").c_str(), 1);
     }
@@ -215,13 +217,30 @@ private:
 exit_status check_file(application &app, const std::string &name)
 {
     kux *ctx = app.ctx();
-    const checked_directory directory{fs::path(name)};
-    kupct *prefs = nullptr;
-    const uint16_t status = directory.made() ? kupopen(ctx, product, &prefs) : KUP_NOMEM;
-    if (prefs == nullptr || (status & KUP_NOUSERFILE) != 0) {
-        const int missing = access(name.c_str(), R_OK) == 0 ? 0 : errno;
-        const char *why = fs::is_directory(name) ? "it is a directory" : std::strerror(missing);
+    std::error_code error;
+    const fs::file_status file = fs::status(name, error);
+    const char *why = nullptr;
+    if (!fs::exists(file))
+        why = std::strerror(error ? error.value() : ENOENT);
+    else if (!fs::is_regular_file(file))
+        why = fs::is_directory(file) ? "it is a directory" : "it is no regular file";
+    else if (access(name.c_str(), R_OK) != 0)
+        why = std::strerror(errno);
+    if (why != nullptr) {
         kuxer2push(ctx, KUQAA_OPEN, name.c_str(), why);
+        return app.report(failed);
+    }
+
+    const checked_directory directory{fs::path(name)};
+    if (!directory.made()) {
+        kuxer2push(ctx, KUQAA_OPEN, "TMP", std::strerror(errno));
+        return app.report(failed);
+    }
+    kupct *prefs = nullptr;
+    const uint16_t status = kupopen(ctx, product, &prefs);
+    if (prefs == nullptr || (status & KUP_NOUSERFILE) != 0) {
+        kuxerclear(ctx);
+        kuxer2push(ctx, KUQAA_READ, name.c_str(), "a read failed");
         if (prefs != nullptr) kupclose(prefs);
         return app.report(failed);
     }

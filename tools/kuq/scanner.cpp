@@ -2,6 +2,7 @@
 
 #include "scanner.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -78,6 +79,7 @@ scanner::scanner(application &app, uint32_t server, bool hints)
 bool scanner::scan(const std::string &line, const visitor &visit)
 {
     line_++;
+    column_ = 1;
     // A NUL ends a text for the lexer: the line is analysed in the pieces between them.
     for (size_t start = 0; start < line.size();) {
         const size_t length = std::strlen(line.c_str() + start);
@@ -86,6 +88,25 @@ bool scanner::scan(const std::string &line, const visitor &visit)
     }
     offset_ += line.size();
     return true;
+}
+
+// Where a token's bytes lie in its text. In a shift-sensitive set its offset is behind
+// the shift-out byte and its length that of the token standing alone: the shift bytes
+// around it are the token's here, as far as they are there and no other token's.
+scanner::extent scanner::extent_of(void *tokens, int32_t index, const char *text, uint32_t passed,
+                                   uint32_t next) const
+{
+    uint32_t offset = 0;
+    uint32_t length = 0;
+    kukonget(ctx_, tokens, index, nullptr, &offset, &length, nullptr);
+    const kulang &lang = *ctx_->kuxlangidh;
+    if (lang.shiftsensitive_kulang == 0) return {offset, offset + length};
+    const auto shift = [&](uint32_t at) {
+        return static_cast<unsigned char>(text[at]) == lang.shiftout_kulang;
+    };
+    const uint32_t end =
+        std::min(offset + length, next > offset && shift(next - 1) ? next - 1 : next);
+    return {offset > passed && shift(offset - 1) ? offset - 1 : offset, std::max(end, offset)};
 }
 
 bool scanner::scan_piece(const char *text, uint32_t start, const visitor &visit)
@@ -104,22 +125,24 @@ bool scanner::scan_piece(const char *text, uint32_t start, const visitor &visit)
     state_ = kukosgstate(ctx_, tokens);
     if (hints_) kukphint(ctx_, tokens);
 
-    uint64_t column = 1;
-    uint32_t counted = 0; // bytes of the piece that `column` has counted
+    uint32_t counted = 0; // bytes of the piece that column_ has counted
+    uint32_t passed = 0;  // bytes of the piece that tokens before covered
     const int32_t count = kukosgnumtokens(ctx_, tokens);
+    const auto length = static_cast<uint32_t>(std::strlen(text));
     for (int32_t index = 0; index < count; index++) {
-        uint32_t type = 0;
-        uint32_t offset = 0;
-        uint32_t length = 0;
-        kukonget(ctx_, tokens, index, &type, &offset, &length, nullptr);
-        column += characters(ctx_, text + counted, offset - counted);
-        counted = offset;
+        const uint32_t next = index + 1 < count ? kukongoffset(ctx_, tokens, index + 1) : length;
+        const extent place = extent_of(tokens, index, text, passed, next);
+        column_ += characters(ctx_, text + counted, place.begin - counted);
+        counted = place.begin;
+        passed = place.end;
         const kukn *hint = kukonghint(ctx_, tokens, index);
         const std::string_view hint_text =
             hint == nullptr ? "" : std::string_view(text + hint->offset_kukn, hint->length_kukn);
-        visit({type, line_, column + start, offset_ + start + offset, start + offset,
-               std::string_view(text + offset, length), hint_text});
+        visit({kukongtype(ctx_, tokens, index), line_, column_, offset_ + start + place.begin,
+               start + place.begin, std::string_view(text + place.begin, place.end - place.begin),
+               hint_text});
     }
+    column_ += characters(ctx_, text + counted, length - counted) + 1; // and the NUL behind it
     kukpdestroy(ctx_, tokens);
     return true;
 }

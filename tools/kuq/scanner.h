@@ -65,6 +65,12 @@ public:
     uint64_t line() const { return line_; } // number of the last line, from 1
 
 private:
+    struct extent {
+        uint32_t begin; // bytes of the piece
+        uint32_t end;
+    };
+    extent extent_of(void *tokens, int32_t index, const char *text, uint32_t passed,
+                     uint32_t next) const;
     bool scan_piece(const char *text, uint32_t start, const visitor &visit);
 
     kux *ctx_;
@@ -72,6 +78,7 @@ private:
     bool hints_;
     int32_t state_ = KUKP_S_COMPLETE;
     uint64_t line_ = 0;
+    uint64_t column_ = 1; // of the place that the line was counted to, in characters
     uint64_t offset_ = 0;
 };
 

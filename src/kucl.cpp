@@ -788,7 +788,11 @@ public:
         const skuba existing{SKUBA_MODE, 0, 0, 0};
         stream_ = skubcreate(ctx, name, &existing);
     }
-    ~kuclstream() { skubdestroy(ctx_, stream_); }
+    ~kuclstream()
+    {
+        // A close that fails keeps the record: the second call releases it.
+        if (skubclose(ctx_, stream_) != 0) skubclose(ctx_, stream_);
+    }
     void *handle() const { return stream_; }
 
 private:

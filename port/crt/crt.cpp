@@ -573,8 +573,9 @@ placing survey(const char *name, char *target, struct stat *old)
         std::memcpy(target, name, std::strlen(name) + 1);
         return placing::beside;
     }
-    if (S_ISDIR(old->st_mode)) {
-        errno = EISDIR;
+    // Opening a pipe would wait for somebody to read it, maybe for ever.
+    if (S_ISDIR(old->st_mode) || S_ISFIFO(old->st_mode)) {
+        errno = S_ISDIR(old->st_mode) ? EISDIR : ENXIO;
         return placing::refused;
     }
     if (!S_ISREG(old->st_mode) || old->st_nlink > 1) return placing::in_place;

@@ -58,6 +58,9 @@ public:
     explicit scanner(const char *path)
     {
         const kulang lang = language(nullptr);
+        crt::status found;
+        // A pipe would be waited for, a device may never end: neither is a message file.
+        if (!crt::file_status(&lang, path, &found) || !found.regular) return;
         file_ = crt::open(&lang, path, "r", crt::share::deny_none);
     }
     ~scanner()
@@ -85,7 +88,7 @@ public:
     }
 
 private:
-    kufile *file_;
+    kufile *file_ = nullptr;
     std::size_t position_ = 0;
     std::size_t filled_ = 0;
     unsigned char block_[block_size];

@@ -667,10 +667,10 @@ TEST(Kukp, WithoutMemoryNothingIsMadeAndNothingLeaks)
     };
     EXPECT_EQ(failing(2, "a"), nullptr);
     EXPECT_ERRORS(ctx, {"kulaa 1", "kukaa 3"});
-    EXPECT_EQ(failing(4, std::string(40, ',').c_str()), nullptr);
+    EXPECT_EQ(failing(5, std::string(40, ',').c_str()), nullptr);
     EXPECT_ERRORS(ctx, {"kukaa 4"});
     kuxer0push(ctx, KUKAA_KEEP2); // on top when the copy of the text fails silently
-    kuk *kept = failing(3, "a");
+    kuk *kept = failing(4, "a");
     ASSERT_NE(kept, nullptr);
     EXPECT_EQ(kept->state_kuk, KUKP_S_ERROR);
     EXPECT_EQ(kept->origtxp_kuk, nullptr);

@@ -10,6 +10,8 @@
 extern "C" {
 #endif
 
+/* The terminator byte that a column's values may need beyond its maximum length: 1 for
+ * KUDC_CHARACTER and KUDC_LONG, else 0, also for a null column. */
 KU_API uint32_t kudxctrmlen(const kudxcoldef *column);
 
 #ifdef __cplusplus

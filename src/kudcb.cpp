@@ -29,16 +29,19 @@ void kudcbcopy(const kudcbvadef &source, kudcbvadef *destination)
 {
     destination->valnul_kudcbva = source.valnul_kudcbva;
     destination->len_kudcbva = source.len_kudcbva;
+    destination->val_kudcbva[0] = 0; // an empty number has no length in front of it
     if (source.len_kudcbva > 0)
         std::memcpy(destination->val_kudcbva, source.val_kudcbva, source.len_kudcbva);
 }
 
-// A row's columns are read once each: key columns over the same one get a copy.
+// A row's columns are read once each: key columns over the same one get a copy. An empty number
+// has no length in front of it.
 void kudcbrepeat(const kudcbidxdef &breaks)
 {
     const kudckeydef *key = breaks.keyp_kudcbidx;
     for (std::uint32_t i = 0; i < key->numbva_kudckey; i++) {
         kudcbvadef *column = key->arybva_kudckey + i;
+        if (column->len_kudcbva == 0 && column->val_kudcbva != nullptr) column->val_kudcbva[0] = 0;
         for (std::uint32_t j = 0; j < i; j++)
             if (key->arybva_kudckey[j].col_kudcbva == column->col_kudcbva
                 && column->val_kudcbva != nullptr)

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <optional>
 #include <set>
@@ -705,18 +706,25 @@ TEST(Kudckb, KeysMayComeBackAfterTheirSeparatorsOutlivedThem)
     indexed cache(ctx, {{0, 1, 10, up}});
     model rows(before{&cache.of});
     dice random_numbers;
-    for (int step = 0; step < 4000; step++) {
-        const values row = {digits(static_cast<int>(random_numbers.below(150))) + "xxxxx"};
-        if (random_numbers.one_in(2)) {
-            if (rows.count(row) == 0) continue;
-            rows.erase(row);
-            cache.remove(row);
-        } else {
-            int32_t position = 0;
-            ASSERT_EQ(cache.store(row, 1, &position), 0u);
-            rows[row].push_back(position);
+    const auto enter = [&](uint32_t at) {
+        int32_t position = 0;
+        const values row = {digits(static_cast<int>(at)) + "xxxxx"};
+        ASSERT_EQ(cache.store(row, 1, &position), 0u);
+        rows[row].push_back(position);
+    };
+    for (int step = 0; step < 800; step++) {
+        // The key goes, neighbours fill its leaf, it comes back: now and then where its own
+        // separator stands, into a leaf that has to be split.
+        const uint32_t at = random_numbers.below(100) * 8;
+        const values row = {digits(static_cast<int>(at)) + "xxxxx"};
+        if (rows.erase(row) != 0) cache.remove(row);
+        for (uint32_t more = random_numbers.below(4); more > 0; more--) {
+            enter(at + random_numbers.below(7) + 1);
         }
-        if (step % 100 != 0) continue;
+        const values other = rows.empty() ? row : std::prev(rows.end())->first;
+        if (random_numbers.one_in(3) && rows.erase(other) != 0) cache.remove(other);
+        enter(at);
+        if (step % 40 != 0) continue;
         expect_all(cache, rows);
         ASSERT_FALSE(::testing::Test::HasFailure()) << step;
     }
@@ -766,6 +774,16 @@ TEST(Kudckb, RowsOfFewerLevelsAreFoundByTheLevelsTheyHave)
     EXPECT_EQ(row, second);
     EXPECT_EQ(count, 1);
     cache.find({"a", "c"}, 0, &count, &row);
+    EXPECT_EQ(row, -1);
+
+    // With its last key deleted a level does not look as if it never had one.
+    cache.find({"a", "b"}, 0, &count, &row);
+    kudcaccdef &made = *cache.cache;
+    ASSERT_EQ(kudckdel(made.copy_kudcacc, made.indx_kudcacc, 0), 0u);
+    const kudcidhdef leaf = ku::cache::header_of(made.copy_kudcacc);
+    ASSERT_EQ(
+        ku::cache::write_block(&made, leaf.addr_kudcidh, leaf.size_kudcidh, made.copy_kudcacc), 0u);
+    cache.find({"a", "b"}, 0, &count, &row);
     EXPECT_EQ(row, -1);
 }
 

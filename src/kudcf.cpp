@@ -577,6 +577,8 @@ static uint32_t kudcfopen(kudcaccdef *acmp, const char *prefix, void **file)
     // A null name is refused with a code, which a name that is not to be had does not give.
     *file = skufvopen(ctx, acmp->skufh_kudcacc, name.get(), SKUF_SCRATCH);
     if (*file != nullptr) return 0;
+    // It may have been made and then not emptied. Refused for another reason, it is another's.
+    if (name && kuxercode(ctx) == SKUFA_OPEN) skufodelete(ctx, name.get());
     return kuxernerrors(ctx) != 0 ? kuxercode(ctx) : refuse(acmp, KUVAA_NOMEM);
 }
 
@@ -893,6 +895,15 @@ static uint32_t kudcfdescend(kudcaccdef *acmp, const kudcidxdef *index, kudccurd
     return 0;
 }
 
+// Copies a key, which may be short, into a cursor's key. Its columns come first: the copy looks
+// at what they allow, and each buffer takes the longest of them all.
+static uint32_t kudcfassign(kudcaccdef *acmp, const kudckeydef *from, kudckeydef *to)
+{
+    for (uint16_t i = 0; i < from->numbva_kudckey; i++)
+        to->arybva_kudckey[i].col_kudcbva = from->arybva_kudckey[i].col_kudcbva;
+    return kudckcop(acmp, from, &to, 1);
+}
+
 // Puts a new cursor of an index at the goal, or at the first key.
 static uint32_t kudcfaim(kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *goal,
                          kudccurdef *cursor)
@@ -900,7 +911,7 @@ static uint32_t kudcfaim(kudcaccdef *acmp, const kudcidxdef *index, const kudcke
     if (goal != nullptr) {
         const cache::lent_goal lent(acmp, index, goal);
         if (lent.get() == nullptr) return KUVAA_NOMEM;
-        return kudckcop(acmp, lent.get(), &cursor->keyp_kudccur, 1);
+        return kudcfassign(acmp, lent.get(), cursor->keyp_kudccur);
     }
     int32_t result;
     if (index->idxt_kudcidx == KUDC_SEQNTL)
@@ -953,7 +964,7 @@ uint32_t kudcfnwcurs(kudcaccdef *acmp, const kudckeydef *goal, uint16_t thread, 
 static uint32_t kudcfduplicate(kudcaccdef *acmp, const kudcidxdef *index, const kudccurdef *from,
                                kudccurdef *to)
 {
-    if (const uint32_t status = kudckcop(acmp, from->keyp_kudccur, &to->keyp_kudccur, 1))
+    if (const uint32_t status = kudcfassign(acmp, from->keyp_kudccur, to->keyp_kudccur))
         return status;
     if (index->idxt_kudcidx == KUDC_DYNBRK) {
         *static_cast<kudcbipsdef *>(to->ipsh_kudccur) =
@@ -967,8 +978,7 @@ static uint32_t kudcfduplicate(kudcaccdef *acmp, const kudcidxdef *index, const 
     const uint16_t levels = index->lvct_kudcidx;
     std::copy_n(source.cloc_kudcspos.apos_kudcscl, levels, target.cloc_kudcspos.apos_kudcscl);
     std::copy_n(source.cloc_kudcspos.kpos_kudcscl, levels, target.cloc_kudcspos.kpos_kudcscl);
-    kudckeydef *key = &target.ckey_kudcspos;
-    return kudckcop(acmp, &source.ckey_kudcspos, &key, 1);
+    return kudcfassign(acmp, &source.ckey_kudcspos, &target.ckey_kudcspos);
 }
 
 uint32_t kudcfcpcurs(kudcaccdef *acmp, const kudccurdef *cursor, kudccurdef **copyp)

@@ -639,7 +639,7 @@ std::string digits(int from) { return std::to_string(100000 + from).substr(1); }
 
 TEST(Kudckb, TreesHoldWhatAMapHoldsWhateverTheKeysAndTheirOrder)
 {
-    enum order { ascending, descending, random };
+    enum order { ascending, descending, mixed };
     static const struct {
         const char *what;
         std::vector<column> of;
@@ -649,17 +649,17 @@ TEST(Kudckb, TreesHoldWhatAMapHoldsWhateverTheKeysAndTheirOrder)
     } runs[] = {
         {"in order", {{0, 1, 10, up}}, 900, ascending, 5, 100000},
         {"from behind", {{0, 1, 10, up}}, 900, descending, 5, 100000},
-        {"descending column", {{0, 1, 10, down}}, 500, random, 5, 300},
-        {"short and full keys", {{0, 1, 320, up}}, 900, random, 0, 100000},
+        {"descending column", {{0, 1, 10, down}}, 500, mixed, 5, 300},
+        {"short and full keys", {{0, 1, 320, up}}, 900, mixed, 0, 100000},
         {"levels",
          {{0, 1, 10, up}, {0, 5, 6, down}, {1, 1, 40, down}, {2, 1, 3, up}},
          900,
-         random,
+         mixed,
          0,
          4},
-        {"large keys", {{0, 1, 16000, up}}, 200, random, 0, 100000},
-        {"half a block", {{0, 1, 32580, up}}, 120, random, 0, 100000},
-        {"all of half a block", {{0, 1, 32580, up}}, 60, random, 32000, 100000},
+        {"large keys", {{0, 1, 16000, up}}, 200, mixed, 0, 100000},
+        {"half a block", {{0, 1, 32580, up}}, 120, mixed, 0, 100000},
+        {"all of half a block", {{0, 1, 32580, up}}, 60, mixed, 32000, 100000},
     };
     dice random_numbers;
     for (const auto &run : runs) {

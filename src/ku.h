@@ -38,12 +38,12 @@
 /* files, memory and environment */
 #include "sku.h"
 #include "skub.h"
-#include "skuhm.h"
 #include "skuf.h"
 #include "skufb.h"
 #include "skufo.h"
 #include "skufv.h"
 #include "skufz.h"
+#include "skuhm.h"
 #include "skup.h"
 
 /* lists */
@@ -55,6 +55,18 @@
 #include "kuke.h"
 #include "kuko.h"
 #include "kukp.h"
+
+/* row cache */
+#include "kudcb.h"
+#include "kudcd.h"
+#include "kudcdef.h"
+#include "kudcf.h"
+#include "kudck.h"
+#include "kudcm.h"
+#include "kudcp.h"
+#include "kudcs.h"
+#include "kudx.h"
+#include "skudcd.h"
 
 /* settings and command lines */
 #include "kucl.h"

@@ -580,6 +580,16 @@ TEST(Kudcf, TheEndDeletesBothFilesWhateverIsOnTheStack)
     EXPECT_EQ(held.destroy(), 0u);
     EXPECT_EQ(held.dir.names(), std::vector<std::string>());
     EXPECT_ERRORS(ctx, {"kudca 10"});
+    for (int n = 1; n <= 2; n++) { // no memory for a level of the error stack
+        ASSERT_EQ(held.create(descriptions({&of}).list), 0u);
+        kuxer0push(ctx, KUDCA_TYPE);
+        ku::test::fail_basic_from_now(n);
+        EXPECT_EQ(held.destroy(), 0u);
+        EXPECT_TRUE(ku::test::basic_failed());
+        ku::test::fail_basic_from_now(0);
+        EXPECT_EQ(held.dir.names(), std::vector<std::string>());
+        EXPECT_ERRORS(ctx, {"kudca 10"});
+    }
     for (int n = 1; n <= 2; n++) {
         ASSERT_EQ(held.create(descriptions({&of}).list), 0u);
         system_faults faults;

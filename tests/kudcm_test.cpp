@@ -592,3 +592,235 @@ TEST(Kudcm, RandomWorkInThreadsAndIndexesIsLikeThatOfAModel)
     EXPECT_GT(std::min({both.found[0], both.found[1], both.found[2], both.reads}), 100);
     EXPECT_GT(both.removed, 5);
 }
+
+// ---- what the model leaves out ----
+
+static const thread_shape numbers = {{{KUDC_INTEGER, 4}, {KUDC_INTEGER, 4}, {KUDC_CHARACTER, 9}},
+                                     {{KUDC_RANDOM, {{0, 0}, {1, 1}}}}};
+
+TEST(Kudcm, WhatCannotBeStoredChangesNothing)
+{
+    context ctx;
+    cache c(ctx, {numbers});
+    ASSERT_EQ(c.store(0, {integer(1), integer(2), "x"}, {2}), 0);
+    const int32_t data = c->nxdo_kudcacc, index = c->nxio_kudcacc;
+    const auto refused = [&](const std::string &error) {
+        EXPECT_EQ(c.store(0, {integer(3), integer(4), "y"}, {2}), -1);
+        EXPECT_EQ(spelled(c.status), error);
+        EXPECT_EQ(ctx.errors(), std::vector<std::string>{error});
+        ctx.clear();
+        EXPECT_EQ(c->nxdo_kudcacc, data);
+        EXPECT_EQ(c->nxio_kudcacc, index);
+        EXPECT_EQ(c->thrd_kudcacc->coun_kudcthd, 1);
+    };
+    void *buffer = c.column(0, 0)->curval_kudxcol;
+    kudckeydef &goal = c->thrd_kudcacc->idxs_kudcthd->goal_kudcidx;
+    kuxer0push(ctx, KUVAA_NOMEM); // an older error, which moves would stop at
+    refused("kuvaa 16");
+    goal.arybva_kudckey[1].col_kudcbva = nullptr;
+    refused("kuvaa 21");
+    goal.arybva_kudckey[1].col_kudcbva = c.column(0, 1);
+    c->nxdo_kudcacc = INT32_MAX - 20;
+    int32_t position = 99;
+    const uint16_t levels = 2;
+    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_FULL);
+    c->nxdo_kudcacc = data;
+    c->nxio_kudcacc = INT32_MAX - 1000;
+    ctx.clear();
+    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_FULL);
+    c->nxio_kudcacc = index;
+    ctx.clear();
+    c.column(0, 2)->curlen_kudxcol = 11;
+    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_TOOLONG);
+    c.column(0, 2)->curlen_kudxcol = c.column(0, 0)->curlen_kudxcol = 0;
+    c.column(0, 0)->curval_kudxcol = nullptr;
+    ctx.clear();
+    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUVAA_NOVALUE);
+    EXPECT_EQ(kudcmrstr(c, 1, &levels, 1, &position), KUVAA_NOVALUE) << "still pending";
+    ctx.clear();
+    EXPECT_EQ(kudcmrstr(c, 1, &levels, 1, &position), KUVAA_MISSING);
+    EXPECT_ERRORS(ctx, {"kuvaa 21"});
+    EXPECT_EQ(position, 99);
+    c.column(0, 0)->curval_kudxcol = buffer;
+
+    kudccurdef *cursor = c.cursor(0, 0);
+    uint8_t found = 9;
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(c.current(0), (values{integer(1), integer(2), "x"}));
+    EXPECT_EQ(c.store(0, {integer(1), integer(2), "z"}, {2}), data);
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(found, KUDC_ROW) << "stored behind the row that was the last one";
+    EXPECT_EQ(c.current(0)[2], "z");
+}
+
+TEST(Kudcm, AKeyWithWildcardsIsFoundWhereverItMatches)
+{
+    context ctx;
+    const index_shape two = {KUDC_RANDOM, {{0, 0}, {1, 0}}};
+    cache c(ctx, {{numbers.columns, {two}}});
+    for (int i = 0; i < 200; i++)
+        ASSERT_GE(c.store(0, {integer(i * 7 % 200), integer(i), "r"}, {1}), 0);
+    const auto matches = [&](const values &key, bool first, bool second) {
+        goal_key goal(c, 0, two, key);
+        goal.columns[0].wildcard_kudcbva = first ? 1 : 0;
+        goal.columns[1].wildcard_kudcbva = second ? 1 : 0;
+        int32_t found = 9;
+        EXPECT_EQ(kudcmpksrch(c, 0, 0, &goal.key, &found), 0u);
+        EXPECT_EQ(goal.key.arylevsize_kudckey, nullptr);
+        return found == 0;
+    };
+    for (int i = 0; i < 200; i += 11) {
+        EXPECT_TRUE(matches({integer(i), integer(0)}, false, true));
+        EXPECT_TRUE(matches({integer(0), integer(i)}, true, false));
+        EXPECT_FALSE(matches({integer(i), integer(200)}, false, false));
+    }
+    EXPECT_FALSE(matches({integer(0), integer(200)}, true, false));
+    // A deleted key is not found, not even where it still separates others.
+    for (int i = 0; i < 200; i++) {
+        const goal_key goal(c, 0, two, {integer(i * 7 % 200), integer(i)});
+        kudccurdef *cursor = c.cursor(0, 0, &goal.key);
+        int32_t before = 9;
+        ASSERT_EQ(kudcmkdel(c, cursor, 0, &before), 0u);
+        EXPECT_FALSE(matches({integer(i * 7 % 200), integer(i)}, false, false)) << i;
+        EXPECT_EQ(kudcffrcurs(c, cursor), 0u);
+    }
+}
+
+TEST(Kudcm, StatusWordsComeBackWithTheirRows)
+{
+    context ctx;
+    cache c(ctx, {{numbers.columns, {}}});
+    kudccurdef *cursor = c.cursor(0, -1);
+    for (uint16_t i = 0; i < 3; i++) {
+        EXPECT_EQ(kudcmsrst(c, cursor, i * 1000u), 0u);
+        c.store(0, {integer(i), {}, {}}, {1});
+    }
+    uint8_t found = 9;
+    for (uint16_t i = 0; i < 3; i++) {
+        uint16_t status = 9;
+        EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+        EXPECT_EQ(kudcmgrst(c, cursor, &status), 0u);
+        EXPECT_EQ(status, i * 1000);
+    }
+    EXPECT_EQ(kudcmsrst(c, nullptr, 1), KUVAA_MISSING);
+    EXPECT_ERRORS(ctx, {"kuvaa 21"});
+    cursor->currpos_kudccur = -1;
+    EXPECT_EQ(kudcmrdel(c, cursor), 0u);
+    EXPECT_EQ(cursor->currnum_kudccur, -1);
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(found, KUDC_NOROW);
+}
+
+static bool blocks_of_calculated_values(context &ctx)
+{
+    cache c(ctx, {{numbers.columns, {numbers.indexes[0], {KUDC_SEQNTL, {{2, 0}}}}}}, 8);
+    if (c.status != 0) return false;
+    kudcbvadef bind[2] = {};
+    for (int i = 0; i < 2; i++) bind[i].col_kudcbva = c.column(0, i);
+    kudcbvadef *const key[] = {bind, bind + 1};
+    std::map<std::pair<int32_t, int32_t>, std::string> kept;
+    dice random;
+    kudccurdef *cursor = nullptr;
+    for (int i = 0; i < 60; i++) {
+        const int32_t at[] = {static_cast<int32_t>(random.below(5)),
+                              static_cast<int32_t>(random.below(6))};
+        const std::string block(random.below(90), static_cast<char>('a' + i % 26));
+        if (kudcmsblb(c, cursor, 0, 0, 2, key, at, block.data(),
+                      static_cast<uint32_t>(block.size()), &cursor)
+            != 0)
+            return false;
+        kept[{at[0], at[1]}] = block;
+    }
+    EXPECT_EQ(c->thrd_kudcacc->coun_kudcthd, 0) << "blocks are no rows";
+    for (int32_t i = 0; i < 30; i++) {
+        const int32_t at[] = {i % 5, i / 5};
+        void *block = nullptr;
+        if (kudcmrblb(c, cursor, 2, key, at, &block) != 0) return false;
+        const auto found = kept.find({at[0], at[1]});
+        const std::string wanted = found == kept.end() ? "" : found->second;
+        EXPECT_EQ(block != nullptr, !wanted.empty());
+        if (block != nullptr) {
+            EXPECT_EQ(std::memcmp(block, wanted.data(), wanted.size()), 0);
+        }
+        ctx->kuxnmfree(ctx, block);
+    }
+    return true;
+}
+
+TEST(Kudcm, CalculatedValuesAreKeptUnderTheirKeys)
+{
+    sweep_allocations(blocks_of_calculated_values);
+    context ctx;
+    cache c(ctx, {{numbers.columns, {{KUDC_SEQNTL, {{0, 0}}}}}});
+    kudccurdef *cursor = c.cursor(0, 0), *made = nullptr;
+    EXPECT_EQ(kudcmsblb(c, cursor, 0, 0, 0, nullptr, nullptr, "b", 1, &made), KUDCA_TYPE);
+    int32_t before = 9;
+    ctx.clear();
+    EXPECT_EQ(kudcmkdel(c, cursor, 0, &before), KUDCA_NOTRANDOM);
+    EXPECT_ERRORS(ctx, {"kudca 11"});
+}
+
+TEST(Kudcm, BlocksAtPositionsAreWrittenOverOrMoved)
+{
+    context ctx;
+    cache c(ctx, {numbers});
+    static constexpr struct {
+        int32_t at;
+        uint32_t length;
+        int32_t position, end; // or the error's number, and -1
+    } rows[] = {
+        {-1, 0, 0, 4},   {-1, 10, 4, 18}, {4, 10, 4, 18},       {4, 3, 4, 18},
+        {4, 4, 18, 26},  {0, 0, 0, 26},   {26, 1, 15, -1},      {23, 1, 15, -1},
+        {-2, 1, 15, -1}, {12, 0, 15, -1}, {-1, 9000, 26, 9030},
+    };
+    for (const auto &row : rows) {
+        const std::string block(row.length, 'b');
+        int32_t position = row.at;
+        const uint32_t status = kudcmsfpblb(c, block.data(), row.length, &position);
+        EXPECT_EQ(status, row.end < 0 ? KUDCA_POSITION : 0u) << row.at;
+        ctx.clear();
+        if (row.end < 0) continue;
+        EXPECT_EQ(position, row.position);
+        EXPECT_EQ(c->nxdo_kudcacc, row.end);
+        void *read = nullptr;
+        uint32_t length = 99;
+        EXPECT_EQ(kudcmrfpblb(c, position, &read, &length), 0u);
+        ASSERT_EQ(length, row.length);
+        EXPECT_EQ(read == nullptr, length == 0);
+        if (length != 0) {
+            EXPECT_EQ(std::string(static_cast<char *>(read), length), block);
+        }
+        ctx->kuxnmfree(ctx, read);
+    }
+    void *read = &ctx;
+    uint32_t length = 99;
+    for (const int32_t position : {-1, 9030}) {
+        EXPECT_EQ(kudcmrfpblb(c, position, &read, &length), KUDCA_POSITION);
+        EXPECT_EQ(read, nullptr);
+        EXPECT_ERRORS(ctx, {"kudca 15"});
+    }
+}
+
+TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)
+{
+    sweep_system_calls([](context &ctx) {
+        cache c(ctx, {numbers}, 2);
+        c.whole = false;
+        if (c.status != 0) return false;
+        int stored = 0;
+        while (stored < 150 && c.store(0, {integer(stored % 40), integer(stored), "r"}, {2}) >= 0)
+            stored++;
+        const bool all = stored == 150;
+        EXPECT_EQ(all, ctx.errors().empty());
+        if (!all) ctx.clear();
+        kudccurdef *rows = c.cursor(0, -1);
+        uint8_t found = KUDC_ROW;
+        int read = 0;
+        while (rows != nullptr && kudcmrnxt(c, rows, 0, &found) == 0 && found == KUDC_ROW)
+            EXPECT_EQ(c.current(0)[1], integer(read++));
+        if (ctx.errors().empty()) {
+            EXPECT_EQ(read, stored);
+        }
+        return all && ctx.errors().empty();
+    });
+}

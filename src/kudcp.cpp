@@ -114,9 +114,10 @@ bool kudcpsoundkey(const unsigned char *block, std::uint32_t bytes, std::uint32_
     return end <= bytes;
 }
 
-bool kudcpsound(const unsigned char *block, std::uint32_t bytes)
+// What was read at a position is a block: it names that position, and all of it is there.
+bool kudcpsound(const unsigned char *block, std::uint32_t bytes, std::int32_t position)
 {
-    if (bytes < block_head) return false;
+    if (bytes < block_head || header_of(block).addr_kudcidh != position) return false;
     const std::uint32_t count = header_of(block).kyct_kudcidh;
     if (block_head + entry_bytes * count > bytes) return false;
     for (std::uint32_t i = 0; i < count; i++)
@@ -219,7 +220,7 @@ std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &first)
         std::uint32_t status =
             read_block(acmp, node.position, static_cast<std::uint32_t>(bytes), block.get());
         if (status != 0) return status;
-        if (!kudcpsound(block.get(), static_cast<std::uint32_t>(bytes)))
+        if (!kudcpsound(block.get(), static_cast<std::uint32_t>(bytes), node.position))
             return refuse(acmp, KUVAA_MISSING);
         status = kudcpprint(dump, node, block.get());
         if (status != 0) return status;

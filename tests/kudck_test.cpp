@@ -847,8 +847,9 @@ TEST(Kudckb, AFailedTransferIsToldByItsCode)
                 status = cache.store({digits(i * 37 % 70) + std::string(1900, 'x')}, 1, &position);
             }
             faults.fail_from_now(call.c_str(), 0, EIO);
-            failed = status != 0;
-            EXPECT_EQ(failed, !ctx.errors().empty());
+            failed = faults.failed();
+            EXPECT_EQ(status != 0, failed);
+            EXPECT_EQ(ctx.errors().empty(), !failed);
             ctx.clear();
             EXPECT_TRUE(failed || walk(cache).found.size() == 70);
         }

@@ -794,9 +794,15 @@ TEST(Kudckb, KeysThatFitNowhereAndFullFilesAreRefusedBeforeAnythingChanges)
     EXPECT_EQ(cache.enter({std::string(65210, 'x')}, 1), KUDCA_KEYSIZE);
     EXPECT_ERRORS(ctx, {"kudca 9"});
     int32_t position = 0;
-    EXPECT_EQ(cache.store({std::string(65190, 'x')}, 1, &position), 0u);
-    EXPECT_EQ(cache.store({std::string(65190, 'y')}, 1, &position), 0u); // a half of its own
+    ASSERT_EQ(cache.store({std::string(65190, 'x')}, 1, &position), 0u);
+    ASSERT_EQ(cache.store({std::string(65190, 'y')}, 1, &position), 0u); // a half of its own
     EXPECT_EQ(walk(cache).found.size(), 2u);
+    indexed three(ctx, {{0, 1, 65440, up}});
+    ASSERT_EQ(three.store({std::string(19500, 'a')}, 1, &position), 0u);
+    ASSERT_EQ(three.store({std::string(16250, 'b')}, 1, &position), 0u);
+    ASSERT_EQ(three.store({std::string(29300, 'd')}, 1, &position), 0u);
+    ASSERT_EQ(three.store({std::string(32550, 'c')}, 1, &position), 0u); // begins the right half
+    EXPECT_EQ(walk(three).found.size(), 4u);
 
     indexed levels(ctx, {{0, 1, 5, up}, {1, 1, 5, up}});
     const int32_t end = levels.cache->nxio_kudcacc;

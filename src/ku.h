@@ -56,6 +56,18 @@
 #include "kuko.h"
 #include "kukp.h"
 
+/* row cache */
+#include "kudcb.h"
+#include "kudcd.h"
+#include "kudcdef.h"
+#include "kudcf.h"
+#include "kudck.h"
+#include "kudcm.h"
+#include "kudcp.h"
+#include "kudcs.h"
+#include "kudx.h"
+#include "skudcd.h"
+
 /* settings and command lines */
 #include "kucl.h"
 #include "kup.h"

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "port/locale/locale.h"
+#include "support/files.h"
 #include "support/random.h"
 
 using namespace ku::locale;
@@ -621,4 +622,75 @@ TEST(Locale, TablesMayBeBuiltFromSeveralThreads)
     }
     for (std::thread &thread : threads) thread.join();
     EXPECT_EQ(std::count(results.begin(), results.end(), results[0]), 4);
+}
+
+// The C library does not release the list that it makes of LOCPATH when it opens a locale.
+extern "C" const char *__lsan_default_suppressions(); // NOLINT(bugprone-reserved-identifier)
+extern "C" const char *__lsan_default_suppressions() { return "leak:argz_add_sep\n"; }
+
+TEST(Locale, DataIsOrderedAsTheEnvironmentsLocaleHasItPieceByPiece)
+{
+    const ku::test::directory locales;
+    const std::string made = locales.path("sv_SE.UTF-8");
+    const std::string make = "localedef -c -i sv_SE -f UTF-8 " + made + " 2>/dev/null";
+    if (std::system(make.c_str()) != 0) GTEST_SKIP() << "no locale can be made on this machine";
+    const ku::test::variable path("LOCPATH", locales.path());
+    const ku::test::variable text("LC_CTYPE", "C.UTF-8");
+    const auto language_of = [](const char *name) {
+        const ku::test::variable order("LC_COLLATE", name);
+        kulang lang;
+        fill_current(&lang, nullptr);
+        return lang;
+    };
+    const kulang swedish = language_of("sv_SE.UTF-8");
+    ASSERT_NE(swedish.collation_kulang, nullptr);
+    EXPECT_EQ(language_of("sv_SE.UTF-8").collation_kulang, swedish.collation_kulang);
+    EXPECT_EQ(language_of("C.UTF-8").collation_kulang, nullptr);
+    EXPECT_EQ(language_of("xx_XX.UTF-8").collation_kulang, nullptr); // not installed
+    {
+        const ku::test::variable other("LC_CTYPE", "en.ISO-8859-1");
+        EXPECT_EQ(language_of("sv_SE.UTF-8").collation_kulang, nullptr); // another set
+    }
+
+    const std::string pad(2500, 'x');
+    const struct {
+        std::string first, second; // first comes first
+    } rows[] = {
+        {"a", "B"},
+        {"\xC3\xA5", "\xC3\xA4"}, // a with ring before a with dots, here
+        {"a", "ab"},
+        {std::string("a\0", 2), std::string("a\0a", 3)},
+        {"", "a"},
+        {"a", std::string("a\0", 2)},
+        {pad + "a", pad + "B"},
+        {pad, pad + "\xC3"},
+        {"z", "\xC3\xA5"},
+    };
+    for (const auto &row : rows) {
+        const exact a(row.first), b(row.second);
+        EXPECT_LT(collate(swedish, a.bytes.get(), a.size, b.bytes.get(), b.size), 0);
+        EXPECT_GT(collate(swedish, b.bytes.get(), b.size, a.bytes.get(), a.size), 0);
+        EXPECT_EQ(collate(swedish, a.bytes.get(), a.size, exact(row.first).bytes.get(), a.size), 0);
+    }
+    EXPECT_GT(collate(language("utf8"), "a", 1, "B", 1), 0); // without one: by value
+
+    // An order, whatever the bytes.
+    ku::test::dice dice;
+    std::vector<std::string> texts;
+    for (int i = 0; i < 60; i++) {
+        std::string any(dice.one_in(3) ? 1998 : 0, 'y');
+        for (std::uint32_t n = dice.below(5); n > 0; n--) any += "aB\xC3\xA5\0\xE3"[dice.below(6)];
+        texts.push_back(any);
+    }
+    const auto order = [&](const std::string &a, const std::string &b) {
+        return collate(swedish, a.data(), a.size(), b.data(), b.size());
+    };
+    for (const std::string &a : texts) {
+        for (const std::string &b : texts) {
+            ASSERT_EQ(order(a, b) > 0, order(b, a) < 0);
+            for (const std::string &c : texts) {
+                ASSERT_FALSE(order(a, b) <= 0 && order(b, c) <= 0 && order(a, c) > 0);
+            }
+        }
+    }
 }

@@ -197,6 +197,12 @@ const kucharset &sjis_charset();
 const kucharset &eucjp_charset();
 const kucharset &shifted_charset();
 
+// The set that a locale's name, or a codeset alone, names; ASCII when it is unknown.
+const kucharset &find_charset(const char *name);
+
+// The order that an installed locale gives texts of a set; null: by character value.
+const void *find_collation(const char *name, const kucharset &set);
+
 } // namespace ku::locale
 
 #endif

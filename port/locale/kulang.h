@@ -50,6 +50,7 @@ typedef struct kulang {
     const uint8_t *lower_kulang;    /* 256 bytes: lower case; ASCII only in multibyte sets */
     const uint8_t *fold_kulang;     /* 256 bytes: case folding; ASCII only in multibyte sets */
     const struct kucharset *charset_kulang; /* operations of the character set */
+    const void *collation_kulang;           /* order of texts as data; null: by character value */
 } kulang;
 
 /* Locale global area: the layer's working state, passed beside the handle. */

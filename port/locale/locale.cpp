@@ -85,6 +85,8 @@ bool same_codeset(const char *name, const char *wanted)
     return *wanted == 0;
 }
 
+} // namespace
+
 const kucharset &find_charset(const char *name)
 {
     const char *dot = std::strchr(name, '.');
@@ -93,6 +95,9 @@ const kucharset &find_charset(const char *name)
     }
     return ascii_charset();
 }
+
+namespace
+{
 
 void fill(kulang *lang, const kucharset &set)
 {
@@ -117,15 +122,23 @@ void fill(kulang *lang, const kucharset &set)
 
 } // namespace
 
+const char *environment_locale(const char *category)
+{
+    for (const char *variable : {"LC_ALL", category, "LANG"}) {
+        const char *name = std::getenv(variable);
+        if (name != nullptr && *name != 0) return name;
+    }
+    return "C";
+}
+
 kulang *fill_current(kulang *storage, kulocglo *area)
 {
-    for (const char *variable : {"LC_ALL", "LC_CTYPE", "LANG"}) {
-        const char *name = std::getenv(variable);
-        if (name == nullptr || *name == 0) continue;
-        // A locale's name without a codeset says nothing about characters.
-        return fill_named(storage, area, std::strchr(name, '.') != nullptr ? name : "C");
-    }
-    return fill_named(storage, area, "C");
+    const char *name = environment_locale("LC_CTYPE");
+    // A locale's name without a codeset says nothing about characters.
+    fill_named(storage, area, std::strchr(name, '.') != nullptr ? name : "C");
+    storage->collation_kulang =
+        find_collation(environment_locale("LC_COLLATE"), *storage->charset_kulang);
+    return storage;
 }
 
 kulang *fill_named(kulang *storage, kulocglo *, const char *name)

@@ -43,12 +43,14 @@ void initialise_area(kulocglo *area, const loader_calls *calls, const void *, co
 
 // Fills `storage` for the language of the environment: LC_ALL, LC_CTYPE, LANG,
 // the first that is set and not empty; the codeset after the '.' decides, none,
-// "C" or "POSIX" is single-byte ASCII. Returns `storage`; cannot fail.
+// "C" or "POSIX" is single-byte ASCII. Texts as data are ordered as the locale that
+// LC_ALL, LC_COLLATE, LANG names has it, if it is installed, has an order of its own
+// and the language's character set. Returns `storage`; cannot fail.
 kulang *fill_current(kulang *storage, kulocglo *area);
 
 // The same for a locale name such as "ja_JP.SJIS" or a codeset alone ("utf8",
 // "ISO-8859-15", "CP932", "ISO-2022-KR"); case, '-' and '_' do not count. An
-// unknown codeset is single-byte ASCII.
+// unknown codeset is single-byte ASCII. Texts as data are ordered by character value.
 kulang *fill_named(kulang *storage, kulocglo *area, const char *name);
 
 inline bool single_byte(const kulang &lang) { return (lang.flags_kulang & KULANG_SINGLEBYTE) != 0; }
@@ -142,6 +144,11 @@ std::size_t upper_copy(const kulang &lang, void *target, std::size_t room, const
 int compare_text(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn);
 int compare_text_nocase(const kulang &lang, const void *a, std::size_t an, const void *b,
                         std::size_t bn);
+
+// Order of texts as data: that of the language's collation, else by character value.
+// Below, at or above 0; every byte counts, NULs too. A collation may call different
+// texts equal, and orders long texts a piece at a time, pieces of about 2000 bytes.
+int collate(const kulang &lang, const void *a, std::size_t an, const void *b, std::size_t bn);
 
 // What two texts begin with in common, by value or without case, as far as that
 // is quick to see: it may end anywhere before the first difference, and does

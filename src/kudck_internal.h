@@ -1,0 +1,32 @@
+// kudck_internal.h - keys and B-trees of the data cache: what the other families use of them
+#ifndef KUDCK_INTERNAL_H
+#define KUDCK_INTERNAL_H
+
+#include <cstdint>
+
+#include "kudc_internal.h"
+
+namespace ku::cache
+{
+
+// Whether the columns' buffers are there: 0, or KUVAA_NOVALUE pushed.
+std::uint32_t check_buffers(const kudcaccdef *acmp, const level_columns &columns);
+
+// Order of key columns and a stored key of `count` columns as the index has it: below, at or
+// above 0. The columns' buffers are there.
+int compare_stored(const kudcaccdef *acmp, const level_columns &columns, std::uint32_t count,
+                   const unsigned char *flatkey);
+
+// Looks a level of a key up in that level's tree. The leaf where the key is, or would be, is
+// in the working buffer afterwards.
+//   root      root block of the tree; negative: a tree without keys, nothing is read
+//   bytes     the level's block size
+//   position  out: the entry, or -(insertion point + 1) as kudcksrc has it
+//   inserted  out: keys ever inserted into the tree (its root's count); null: not wanted
+std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_t level,
+                           std::int32_t root, std::uint32_t bytes, std::int32_t *position,
+                           std::int32_t *inserted);
+
+} // namespace ku::cache
+
+#endif

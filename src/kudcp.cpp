@@ -1,0 +1,426 @@
+// kudcp.cpp - dumps of the data cache
+//
+//     <Lvl: 0,Dpth: 0,ID: 0,PPID: -1,PPOS: -1,Fp: 0,Rsib: -1, Lsib: -1>
+//       s- Smith           the key columns of an entry, one a line
+//       e- London
+//         <Lvl: ...        a subtree, deeper by four blanks
+//
+// A line is built whole and put at once. Names and values are cut, so that all of
+// a line but its indentation has a bound. The tree is read node by node into
+// blocks of the dump's own: the cache's working buffers stay as they are. A node
+// is looked over before it is printed, since a client names the offset.
+#include "kudcp.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+
+#include "kudc_internal.h"
+#include "kudck.h"
+#include "port/core/datevalue.h"
+#include "port/core/number.h"
+#include "skub.h"
+
+using namespace ku::cache;
+
+namespace
+{
+
+constexpr std::size_t kudcp_value = 256; // bytes of a value's text with its NUL
+constexpr int kudcp_cut = 200;           // bytes of a name or a value that are printed
+constexpr std::size_t kudcp_line = 512;  // bytes of a line without its indentation
+constexpr int kudcp_step = 4;            // blanks of indentation a depth
+constexpr int kudcp_inset = 2;           // further blanks of what stands in a node
+
+static_assert(kudcp_cut < kudcp_value && kudcp_value < kudcp_line);
+
+#define KUDCP_INDENT "   " // of the fields of a record
+
+template <typename... Values>
+std::uint32_t kudcpput(const kudcaccdef *acmp, void *stream, const char *format, Values... values)
+{
+    char line[kudcp_line];
+    std::snprintf(line, sizeof line, format, values...);
+    return skubsput(acmp->kuxp_kudcacc, stream, line);
+}
+
+std::uint32_t kudcpplain(const kudcaccdef *acmp, void *stream, const char *line)
+{
+    return skubsput(acmp->kuxp_kudcacc, stream, line);
+}
+
+// ---- the tree ----
+
+struct kudcpdump {
+    kudcaccdef *acmp;
+    void *stream;
+    std::uint16_t type;
+    std::int32_t *counter;
+};
+
+struct kudcpnode {
+    std::int32_t limit;
+    std::int32_t position;
+    std::int32_t depth;
+    std::int32_t parent;
+    std::int32_t entry;
+};
+
+// A line behind its indentation, of which there may be any amount. A tail stands behind the
+// same indentation again.
+std::uint32_t kudcpindented(const kudcpdump &dump, std::uint64_t blanks, const char *text,
+                            const char *tail = nullptr)
+{
+    kux *ctx = dump.acmp->kuxp_kudcacc;
+    ku::owned<char> line(ctx, static_cast<char *>(obtain(ctx, 2 * (blanks + kudcp_line), 1)));
+    if (!line) return KUVAA_NOMEM;
+    const int width = static_cast<int>(blanks); // it was small enough for the block
+    const int again = tail != nullptr ? width : 0;
+    std::snprintf(line.get(), 2 * (blanks + kudcp_line), "%*s%s%*s%s\n", width, "", text, again, "",
+                  tail != nullptr ? tail : "");
+    return skubsput(ctx, dump.stream, line.get());
+}
+
+std::uint64_t kudcpblanks(std::int32_t depth)
+{
+    return static_cast<std::uint64_t>(std::max(depth, 0)) * kudcp_step;
+}
+
+std::uint32_t kudcpempty(const kudcpdump &dump, const kudcpnode &node)
+{
+    const std::uint64_t blanks = kudcpblanks(node.depth);
+    char text[kudcp_line];
+    std::snprintf(text, sizeof text,
+                  "<Lvl: %" PRId32 ",Dpth: %" PRId32 ",ID: %" PRId32 ",PPID: %" PRId32
+                  ",PPOS: %" PRId32 ", Fp: %d>",
+                  node.limit, node.depth, *dump.counter, node.parent, node.entry, KUDC_NONE);
+    std::uint32_t status = kudcpindented(dump, blanks, text);
+    if (status == 0) status = kudcpindented(dump, blanks + kudcp_inset, "# Subtree empty #");
+    if (status != 0) return status;
+    ++*dump.counter;
+    return KUDCA_NOTREE;
+}
+
+// The key of an entry lies in its block.
+bool kudcpsoundkey(const unsigned char *block, std::uint32_t bytes, std::uint32_t entry)
+{
+    const std::uint32_t count = header_of(block).clct_kudcidh;
+    const std::uint32_t from = entry_of(block, entry).offs_kudcind;
+    std::uint64_t end = std::uint64_t{from} + key_head * count;
+    for (std::uint32_t i = 0; i < count && from + key_head * (i + 1) <= bytes; i++)
+        end += load<kudcflkchdef>(block + from + key_head * i).len_kudcflkch;
+    return end <= bytes;
+}
+
+// What was read at a position is a block: it names that position, and all of it is there.
+bool kudcpsound(const unsigned char *block, std::uint32_t bytes, std::int32_t position)
+{
+    if (bytes < block_head || header_of(block).addr_kudcidh != position) return false;
+    const std::uint32_t count = header_of(block).kyct_kudcidh;
+    if (block_head + entry_bytes * count > bytes) return false;
+    for (std::uint32_t i = 0; i < count; i++)
+        if (!kudcpsoundkey(block, bytes, i)) return false;
+    return true;
+}
+
+// The key columns of an entry, a line each.
+std::uint32_t kudcpentry(const kudcpdump &dump, std::int32_t depth, const unsigned char *block,
+                         std::uint16_t entry)
+{
+    const kudcidhdef header = header_of(block);
+    const unsigned char *flatkey = key_at(block, entry);
+    char child[kudcp_line];
+    std::snprintf(child, sizeof child, "         <Child BTree fileposn: %" PRId32 ">",
+                  entry_of(block, entry).root_kudcind);
+    for (std::uint16_t i = 0; i < header.clct_kudcidh; i++) {
+        const auto head = load<kudcflkchdef>(flatkey + key_head * i);
+        const unsigned char *bytes = nullptr;
+        kudckcvp(flatkey, i, header.clct_kudcidh, &bytes);
+        char value[kudcp_value];
+        kudcpval(dump.acmp, value, bytes, head.len_kudcflkch, head.type_kudcflkch,
+                 head.isnull_kudcflkch);
+        const char *mark = i == 0 ? "s- " : i + 1 == header.clct_kudcidh ? "e- " : "|  ";
+        char text[kudcp_line];
+        std::snprintf(text, sizeof text, "%s%s", mark, value);
+        const std::uint32_t status =
+            kudcpindented(dump, kudcpblanks(depth) + kudcp_inset, text,
+                          i == 0 && header.leaf_kudcidh != 0 ? child : nullptr);
+        if (status != 0) return status;
+    }
+    return 0;
+}
+
+std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &node);
+
+// A subtree that is empty does not end the dump; any other failure does.
+std::uint32_t kudcpsubtree(const kudcpdump &dump, const kudcpnode &node)
+{
+    const std::uint32_t status = kudcptree(dump, node);
+    return status == KUDCA_NOTREE ? 0 : status;
+}
+
+// What hangs below a node.
+std::uint32_t kudcpchildren(const kudcpdump &dump, const kudcpnode &node, std::int32_t number,
+                            const unsigned char *block)
+{
+    const kudcidhdef header = header_of(block);
+    const bool sequential = dump.type == KUDC_SEQNTL;
+    const bool inner = header.leaf_kudcidh == 0 && !sequential;
+    if (!inner && (header.levl_kudcidh >= node.limit || header.last_kudcidh != 0)) return 0;
+    kudcpnode child = {node.limit, header.less_kudcidh, node.depth + 1, number, KUDC_NONE};
+    if (inner)
+        if (const std::uint32_t status = kudcpsubtree(dump, child)) return status;
+    if (sequential) {
+        child.limit = node.limit + 1;
+        child.depth = node.depth;
+    }
+    for (std::uint32_t i = 0; i < header.kyct_kudcidh; i++) {
+        const kudcinddef entry = entry_of(block, i);
+        child.entry = static_cast<std::int32_t>(i);
+        child.position = inner ? entry.frst_kudcind : entry.root_kudcind;
+        if (const std::uint32_t status = kudcpsubtree(dump, child)) return status;
+    }
+    return 0;
+}
+
+std::uint32_t kudcpprint(const kudcpdump &dump, const kudcpnode &node, const unsigned char *block)
+{
+    const kudcidhdef header = header_of(block);
+    const std::uint64_t blanks = kudcpblanks(node.depth);
+    char text[kudcp_line];
+    std::snprintf(text, sizeof text,
+                  "<Lvl: %d,Dpth: %" PRId32 ",ID: %" PRId32 ",PPID: %" PRId32 ",PPOS: %" PRId32
+                  ",Fp: %" PRId32 ",Rsib: %" PRId32 ", Lsib: %" PRId32 ">",
+                  header.levl_kudcidh, node.depth, *dump.counter, node.parent, node.entry,
+                  node.position, header.rsib_kudcidh, header.lsib_kudcidh);
+    std::uint32_t status = kudcpindented(dump, blanks, text);
+    if (status == 0 && header.kyct_kudcidh == 0)
+        status = kudcpindented(dump, blanks + kudcp_inset, "# No Keys In Node #");
+    for (std::uint16_t i = 0; status == 0 && i < header.kyct_kudcidh; i++)
+        status = kudcpentry(dump, node.depth, block, i);
+    return status;
+}
+
+// A node and what hangs below it; then, in a chain, the nodes behind it.
+std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &first)
+{
+    kudcpnode node = first;
+    if (node.position == KUDC_NONE) return kudcpempty(dump, node);
+    kudcaccdef *acmp = dump.acmp;
+    kux *ctx = acmp->kuxp_kudcacc;
+    ku::owned<unsigned char> block(ctx, obtain<unsigned char>(ctx, acmp->isiz_kudcacc));
+    if (!block) return KUVAA_NOMEM;
+    while (node.position != KUDC_NONE) {
+        if (node.position < 0 || node.position >= acmp->nxio_kudcacc)
+            return refuse(acmp, KUVAA_MISSING);
+        const std::int32_t bytes =
+            std::min<std::int32_t>(acmp->isiz_kudcacc, acmp->nxio_kudcacc - node.position);
+        std::uint32_t status =
+            read_block(acmp, node.position, static_cast<std::uint32_t>(bytes), block.get());
+        if (status != 0) return status;
+        if (!kudcpsound(block.get(), static_cast<std::uint32_t>(bytes), node.position))
+            return refuse(acmp, KUVAA_MISSING);
+        status = kudcpprint(dump, node, block.get());
+        if (status != 0) return status;
+        const std::int32_t number = (*dump.counter)++;
+        if (dump.type != KUDC_RANDOM && dump.type != KUDC_SEQNTL) return 0;
+        status = kudcpchildren(dump, node, number, block.get());
+        if (status != 0 || dump.type == KUDC_RANDOM) return status;
+        node.position = header_of(block.get()).rsib_kudcidh;
+    }
+    return 0;
+}
+
+const char *kudcptype(std::uint16_t type)
+{
+    if (type == KUDC_RANDOM) return "Idxtype: RANDOM\n";
+    return type == KUDC_SEQNTL ? "Idxtype: SEQNTL\n" : "Idxtype: DYNBRK\n";
+}
+
+} // namespace
+
+extern "C" {
+
+void kudcpacmp(kudcaccdef *acmp, void *stream)
+{
+    if (acmp == nullptr) return;
+    if (acmp->thrd_kudcacc == nullptr) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    for (std::int32_t i = 0; i < acmp->thct_kudcacc; i++)
+        kudcpthdd(acmp, acmp->thrd_kudcacc + i, i, stream);
+}
+
+void kudcpthdd(kudcaccdef *acmp, const kudcthddef *thread, std::int32_t number, void *stream)
+{
+    if (acmp == nullptr) return;
+    if (thread == nullptr || thread->acol_kudcthd == nullptr
+        || (thread->idxc_kudcthd != 0 && thread->idxs_kudcthd == nullptr)) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    kudcpplain(acmp, stream, "\t###################################################\n");
+    kudcpput(acmp, stream, "\t# Thread: %" PRId32 "\n", number);
+    kudcpplain(acmp, stream, "\t###################################################\n\n");
+    for (std::uint32_t i = 0; i < thread->clct_kudcthd; i++)
+        kudcpcolh(acmp, thread->acol_kudcthd[i], stream);
+    kudcpplain(acmp, stream, "\n");
+    for (std::int32_t i = 0; i < thread->idxc_kudcthd; i++)
+        kudcpdidx(acmp, thread->idxs_kudcthd + i, i, number, stream);
+}
+
+void kudcpdidx(kudcaccdef *acmp, const kudcidxdef *index, std::int32_t number, std::int32_t thread,
+               void *stream)
+{
+    if (acmp == nullptr) return;
+    if (index == nullptr) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    kudcpplain(acmp, stream, "\t---------------------------------------------------\n");
+    kudcpput(acmp, stream, "\t+ Thread: %" PRId32 " Index: %" PRId32 " %s", thread, number,
+             kudcptype(index->idxt_kudcidx));
+    kudcpplain(acmp, stream, "\t----------------------------------------------------\n\n");
+    std::int32_t level = -1;
+    for (std::uint32_t i = 0; i < index->goal_kudcidx.numbva_kudckey; i++) {
+        const kudcbvadef &column = index->goal_kudcidx.arybva_kudckey[i];
+        if (column.level_kudcbva != level)
+            kudcpput(acmp, stream, "\n\t\t\t<< level: %d  >>\n\n", column.level_kudcbva);
+        level = column.level_kudcbva;
+        kudcpcolh(acmp, column.col_kudcbva, stream);
+    }
+}
+
+void kudcpcolh(kudcaccdef *acmp, const kudxcoldef *column, void *stream)
+{
+    if (acmp == nullptr) return;
+    if (column == nullptr || column->name_kudxcol == nullptr) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    kudcpput(acmp, stream, "\tColName: %20.*s ColType: %d\n", kudcp_cut, column->name_kudxcol,
+             column->xdbtyp_kudxcol);
+}
+
+void kudcpgoal(kudcaccdef *acmp, const kudckeydef *key, void *stream)
+{
+    if (acmp == nullptr) return;
+    if (key == nullptr || (key->numbva_kudckey != 0 && key->arybva_kudckey == nullptr)) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    kudcpput(acmp, stream, "\nkudckey struct at addr: 0x%" PRIxPTR " ....\n",
+             reinterpret_cast<std::uintptr_t>(key));
+    kudcpput(acmp, stream, KUDCP_INDENT "numbva_kudckey: %d\n", key->numbva_kudckey);
+    kudcpput(acmp, stream, KUDCP_INDENT "numlevsize_kudckey: %d\n", key->numlevsize_kudckey);
+    for (std::uint32_t i = 0; i < key->numbva_kudckey; i++)
+        kudcpbva(acmp, key->arybva_kudckey + i, stream);
+}
+
+void kudcpbva(kudcaccdef *acmp, const kudcbvadef *value, void *stream)
+{
+    if (acmp == nullptr) return;
+    if (value == nullptr) {
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    kudcpput(acmp, stream, "\nkudcbva struct at addr: 0x%" PRIxPTR " ....\n",
+             reinterpret_cast<std::uintptr_t>(value));
+    kudcpput(acmp, stream, KUDCP_INDENT "val_kudcbva: 0x%" PRIxPTR "\n",
+             reinterpret_cast<std::uintptr_t>(value->val_kudcbva));
+    const struct {
+        const char *format;
+        std::int32_t number;
+    } fields[] = {
+        {KUDCP_INDENT "len_kudcbva: %d\n", static_cast<std::int32_t>(value->len_kudcbva)},
+        {KUDCP_INDENT "xdbtyp_kudcbva: %d\n", value->xdbtyp_kudcbva},
+        {KUDCP_INDENT "valnul_kudcbva: %d\n", value->valnul_kudcbva},
+        {KUDCP_INDENT "set_kudcbva: %d\n", value->set_kudcbva},
+        {KUDCP_INDENT "wildcard_kudcbva: %d\n", value->wildcard_kudcbva},
+    };
+    for (const auto &field : fields) kudcpput(acmp, stream, field.format, field.number);
+    if (value->val_kudcbva == nullptr) {
+        kudcpplain(acmp, stream, "\n" KUDCP_INDENT "Val: #Couldn't lock KUDCBVA_VAL(bvap)\n");
+        refuse(acmp, KUVAA_MISSING);
+        return;
+    }
+    char text[kudcp_value];
+    kudcpval(acmp, text, value->val_kudcbva, value->len_kudcbva, value->xdbtyp_kudcbva,
+             value->valnul_kudcbva);
+    kudcpput(acmp, stream, "\n" KUDCP_INDENT "Val: #%s#\n", text);
+}
+
+std::uint32_t kudcpidx(kudcaccdef *acmp, std::int32_t limit, std::uint16_t thread,
+                       std::int16_t number, void *stream)
+{
+    if (acmp == nullptr) return KUVAA_MISSING;
+    if (acmp->thrd_kudcacc == nullptr) return refuse(acmp, KUVAA_MISSING);
+    if (thread >= acmp->thct_kudcacc) {
+        kudcpput(acmp, stream, "Illegal thread number: %d. Max thread #: %d\n", thread,
+                 acmp->thct_kudcacc);
+        return KUDCA_THREAD;
+    }
+    const kudcthddef &rows = acmp->thrd_kudcacc[thread];
+    if (number < 0 || number >= rows.idxc_kudcthd) {
+        kudcpput(acmp, stream, "Illegal index (%d) for thread (%d). Max indexthread #: %d\n",
+                 number, thread, rows.idxc_kudcthd);
+        return KUDCA_INDEX;
+    }
+    const kudcidxdef &index = rows.idxs_kudcthd[number];
+    if (index.idxt_kudcidx == KUDC_DYNBRK) return 0;
+    const bool sequential = index.idxt_kudcidx == KUDC_SEQNTL;
+    const std::int32_t start =
+        sequential ? index.tinf_kudcidx.sinf_kudcidx.head_kudcsidx.cloc_kudcspos.apos_kudcscl[0]
+                   : index.tinf_kudcidx.rinf_kudcidx.root_kudcridx;
+    if (const std::uint32_t status =
+            kudcpput(acmp, stream, " \t<<< Printing %s Index: %d.  thread: %d >>>\n\n",
+                     sequential ? "SEQNTL" : "BTREE", number, thread))
+        return status;
+    std::int32_t counter = 0;
+    return kudcpsubtree({acmp, stream, index.idxt_kudcidx, &counter},
+                        {limit, start, 0, KUDC_NONE, KUDC_NONE});
+}
+
+void kudcpbrt(kudcaccdef *acmp, std::int32_t limit, std::int32_t root, void *stream)
+{
+    if (acmp == nullptr) return;
+    std::int32_t counter = 0;
+    kudcptree({acmp, stream, KUDC_RANDOM, &counter}, {limit, root, 0, KUDC_NONE, KUDC_NONE});
+}
+
+std::uint32_t kudcplvl(kudcaccdef *acmp, std::int32_t limit, std::int32_t block, std::int32_t depth,
+                       std::int32_t *counter, std::int32_t parent, std::int32_t parententry,
+                       std::uint16_t type, void *stream)
+{
+    if (acmp == nullptr) return KUVAA_MISSING;
+    return kudcptree({acmp, stream, type, counter}, {limit, block, depth, parent, parententry});
+}
+
+void kudcpval(kudcaccdef *, char *text, const unsigned char *value, std::uint32_t length,
+              std::uint16_t datatype, std::int8_t isnull)
+{
+    const bool known = datatype == KUDC_CHARACTER || datatype == KUDC_NUMBER
+                       || datatype == KUDC_INTEGER || datatype == KUDC_DATE;
+    if (isnull == KUDC_NULL || value == nullptr || (known && length == 0)) {
+        std::strcpy(text, "NULL");
+    } else if (datatype == KUDC_CHARACTER) {
+        std::snprintf(text, kudcp_value, "%.*s",
+                      static_cast<int>(std::min<std::uint32_t>(length, kudcp_cut)),
+                      reinterpret_cast<const char *>(value));
+    } else if (datatype == KUDC_NUMBER) {
+        ku::core::number_to_picture(value, length, "9999999999999", text, kudcp_value);
+    } else if (datatype == KUDC_INTEGER) {
+        std::int32_t number = 0;
+        std::memcpy(&number, value, std::min<std::size_t>(length, sizeof number));
+        std::snprintf(text, kudcp_value, "%" PRId32, number);
+    } else if (datatype == KUDC_DATE) {
+        ku::core::value_to_text(value, length, text);
+    } else {
+        std::strcpy(text, "... bad type ...");
+    }
+}
+
+} // extern "C"

@@ -299,7 +299,7 @@ static void kudcfwiden(const kudcidxdef *index, kudckeydef *key)
 
 uint32_t kudcfrbv(kux *kuvp, kux *kuxp, kudcbvadef *values, uint16_t count)
 {
-    if (values == nullptr) return 0;
+    if (values == nullptr || kuxp == nullptr) return 0;
     kux *ctx = kuvp != nullptr ? kuvp : kuxp;
     for (uint16_t i = 0; i < count; i++)
         if (values[i].val_kudcbva != nullptr) ctx->kuxnmfree(ctx, values[i].val_kudcbva);

@@ -509,8 +509,9 @@ std::uint32_t kudcmdescend(kudcaccdef *acmp, const kudccurdef *cursor, std::int3
     *place = {KUDC_NONE, {}};
     if (level < 0 || level >= levels_of(cursor->keyp_kudccur)) return 0;
     std::int32_t root = index_of(acmp, cursor)->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
-    for (std::uint16_t i = 0; i <= level; i++) {
-        const std::uint32_t status = kudcmlocate(acmp, cursor, i, root, place);
+    for (std::int32_t i = 0; i <= level; i++) {
+        const auto at = static_cast<std::uint16_t>(i);
+        const std::uint32_t status = kudcmlocate(acmp, cursor, at, root, place);
         if (status != 0 || place->entry < 0) return status;
         root = place->record.root_kudcind;
     }

@@ -19,6 +19,8 @@
 // that finds nothing changes nothing.
 #include "kudcs.h"
 
+#include <cassert>
+
 #include <cstdint>
 
 #include "kudc_internal.h"
@@ -240,6 +242,7 @@ std::uint32_t kudcsdescend(const kudcssearch &search, std::uint16_t level, std::
                            std::int32_t *result)
 {
     const bool moves = search.fresh(level) || search.advances(level);
+    assert(search.index != nullptr); // kudcstsrch has looked it up
     const bool last = level + 1 == search.index->lvct_kudcidx;
     kudcsplace place;
     std::uint32_t status =

@@ -1,6 +1,5 @@
 // Command lines: texts, vectors and command files become values or one error.
-#include <deque>
-#include <set>
+#include <array>
 #include <string>
 #include <vector>
 
@@ -31,10 +30,8 @@ public:
         const ku::test::spared setup(ctx);
         list_ = kulpcreate(ctx, 0, nullptr);
         choices_ = kulpcreate(ctx, 2, choices);
-        add({0, 0, "mode", "slow", choices_, nullptr, KUCL_CHOICE | KUCL_NOCASE});
-        add({1, 10, "level", nullptr, nullptr, nullptr, KUCL_NUMBER | KUCL_RANGE});
-        add({0, 0, "names", nullptr, nullptr, nullptr, KUCL_LIST});
-        add({0, 0, "file", nullptr, nullptr, nullptr, KUCL_CMDFILE});
+        arguments_[0].kuclalst = choices_;
+        for (kucla &argument : arguments_) kulpinsert(ctx, list_, KUL_APPEND, &argument);
     }
     tool(const tool &) = delete;
     tool &operator=(const tool &) = delete;
@@ -42,7 +39,10 @@ public:
     {
         for (int i = kulpnitems(ctx_, list_); i-- > 0;) {
             auto *argument = static_cast<kucla *>(kulpitem(ctx_, list_, i));
-            clear(argument);
+            void *values = argument->kuclaval;
+            for (int j = values != nullptr ? kulpnitems(ctx_, values) : 0; j-- > 0;)
+                ctx_->kuxnmfree(ctx_, kulpitem(ctx_, values, j));
+            kulpdestroy(ctx_, values);
             if ((argument->kuclaflg & KUCL_ADDED) == 0) continue;
             ctx_->kuxnmfree(ctx_, const_cast<char *>(argument->kuclakwd));
             ctx_->kuxnmfree(ctx_, argument);
@@ -80,24 +80,16 @@ public:
     }
 
 private:
-    void add(const kucla &argument)
-    {
-        arguments_.push_back(argument);
-        kulpinsert(ctx_, list_, KUL_APPEND, &arguments_.back());
-    }
-    void clear(kucla *argument)
-    {
-        if (argument->kuclaval == nullptr) return;
-        for (int i = kulpnitems(ctx_, argument->kuclaval); i-- > 0;)
-            ctx_->kuxnmfree(ctx_, kulpitem(ctx_, argument->kuclaval, i));
-        argument->kuclaval = kulpdestroy(ctx_, argument->kuclaval);
-    }
-
     static inline char fast[] = "Fast";
     static inline char slow[] = "slow";
     static inline void *const choices[] = {fast, slow};
     context &ctx_;
-    std::deque<kucla> arguments_;
+    std::array<kucla, 4> arguments_ = {{
+        {0, 0, "mode", "slow", nullptr, nullptr, KUCL_CHOICE | KUCL_NOCASE},
+        {1, 10, "level", nullptr, nullptr, nullptr, KUCL_NUMBER | KUCL_RANGE},
+        {0, 0, "names", nullptr, nullptr, nullptr, KUCL_LIST},
+        {0, 0, "file", nullptr, nullptr, nullptr, KUCL_CMDFILE},
+    }};
     void *list_;
     void *choices_;
 };
@@ -111,35 +103,27 @@ TEST(Kucl, TextBecomesValuesOrTheFirstError)
     } rows[] = {
         {"", "mode=slow"}, // the default, which is not checked and comes last
         {"level=1 names=(x,y) fast", "level=1 names=x,y !4"},
-        {"fast 3 a", "mode=fast level=3 names=a"},
         {"fast 3 a b c", "mode=fast level=3 names=a file=b !1"},
         {"mode=quick", "mode=quick !5(mode)"}, // attached all the same
-        {"mode=fast mode=slow", "mode=fast !2(mode)"},
         {"level=(1,2)", " !7(level)"},
         {"level=11", "level=11 !5(level)"},
         {"level=1x", "level=1x !5(level)"},
         {"level=+010", "mode=slow level=+010"},
-        {"level=-1", "level=-1 !5(level)"},
         {"level=99999999999999999999", "level=99999999999999999999 !5(level)"},
         {"level=", "mode=slow level="},
         {"level= 3", "level= !4"},
         {"level =3", "mode=slow level=3"},
-        {"level= (3)", "mode=slow level=3"},
         {"names=()", " !6"},
-        {"names=(x,)", " !6"},
         {"names=(x,y", " !6"},
         {"names=(x y)", " !6"},
         {"names=('',x)", " !6"},
         {"names=(x , 'y z')", "mode=slow names=x,y z"},
-        {"names=(a(b),c)", "names=a(b !4"},
         {"names=(a,?)", " !50"},
         {"?", " !50"},
-        {"'-?'", " !50"},
         {"names=a=b", "mode=slow names=a=b"},
         {"names=c:\\dir\\x.txt", "mode=slow names=c:\\dir\\x.txt"},
         {"names=a!b", "mode=slow names=a!b"}, // no lexer token, still a value
         {"names='x''y'", "mode=slow names=x''y"},
-        {"names='x'y'z'", "mode=slow names=x'y'z"},
         {"names=--x 'y' /*", "mode=slow names=--x 'y' /*"}, // a comment is a value
         {"other=1", " !3(other)"},
         {"=5", " !3()"},
@@ -158,12 +142,8 @@ TEST(Kucl, UndeclaredKeywordsAreAddedAndTakeValuesOnlyWhenAccepted)
 {
     context ctx;
     tool definitions(ctx);
-    const std::string keyword(300, 'k');
     EXPECT_EQ(definitions.parse("other=(1,2) OTHER=3", 1), "other=1,2 !2(other)");
-    EXPECT_EQ(definitions.parse(keyword + "=1", 1), "mode=slow other=1,2 " + keyword + "=1");
-    EXPECT_EQ(definitions.parse(keyword.substr(0, 260) + "=2", 1),
-              "mode=slow other=1,2 " + keyword + "=1 !2(" + keyword + ")"); // 255 bytes count
-    EXPECT_EQ(kulpnitems(ctx, definitions.list()), 6);
+    EXPECT_EQ(kulpnitems(ctx, definitions.list()), 5);
     EXPECT_EQ(kuclgv(ctx, definitions.list(), "names"), nullptr);
     EXPECT_EQ(kulpnitems(ctx, kuclgv(ctx, definitions.list(), "Other")), 2);
     EXPECT_EQ(kuclgv(ctx, definitions.list(), "nobody"), nullptr);
@@ -205,7 +185,6 @@ TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
         const char *language = "ascii";
     } rows[] = {
         {{"tool", "mode=fast", "file=a b.txt", "x"}, " mode='fast'  file='a b.txt'  'x'"},
-        {{"tool"}, ""},
         {{"tool", "", "x"}, "   'x'"},
         {{"tool", "k='a b'", "k=\"a", "k=(a,b)", "(a,b)", "'x'"},
          " k='a b'  k=\"a  k=(a,b)  (a,b)  'x'"},
@@ -227,20 +206,17 @@ TEST(Kucl, VectorsBecomeTextWithQuotesWhereValuesHaveNone)
         ctx->kuxnmfree(ctx, text);
     }
     kux *plain = kuxcreate(nullptr); // its allocator pushes what failed
-    char argument[] = "x";
-    char *const argv[] = {nullptr, argument};
-    for (int failing = 1; failing <= 2; failing++) {
+    for (const int failing : {1, 2}) {
         ku::test::fail_basic_from_now(failing);
-        EXPECT_EQ(kuclmo(plain, 2, argv), nullptr);
-        EXPECT_TRUE(ku::test::basic_failed());
-        EXPECT_EQ(kuxercode(plain), 0u);
-        ku::test::fail_basic_from_now(0);
+        EXPECT_TRUE(kuclmo(plain, 1, nullptr) == nullptr && kuxercode(plain) == 0) << failing;
     }
+    ku::test::fail_basic_from_now(0);
     kuxdestroy(plain);
 }
 
 TEST(Kucl, CommandFilesAreReadAfterTheLine)
 {
+    const std::string feeds(41, '\n');
     std::string blanks; // between letters, all in one run
     while (blanks.size() < 600) blanks += "!!0!";
     const struct {
@@ -248,7 +224,6 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
         int quote = 0;
         const char *language = "ascii";
     } rows[] = {
-        {"level=3\nmode=fast", "mode=fast level=3"},
         {"", "mode=slow"},
         {"level=3 fast\n", "level=3 !4@"},
         {"names=x\nlevel=12", "level=12 names=x !5(level)@"},
@@ -256,8 +231,7 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
         {"names=(a,\n b,\n c)\n", "mode=slow names=a,b,c"},
         {"level=3 /* mode=x\n mode=y */", "level=3 !4@"}, // a comment is a value here, too
         {"names=" + std::string(3000, 'x'), "mode=slow names=" + std::string(3000, 'x')},
-        {"names='" + std::string(41, '\n') + "x'",
-         "mode=slow names=" + std::string(41, '\n') + "x"},
+        {"names='" + feeds + "x'", "mode=slow names=" + feeds + "x"},
         {"names=it is\nlevel=3 \n", "names=it !4@", 1},
         {"names=a!b  level=3\n\nmode=(fast)", "mode=fast level=3 names=a!b", 1},
         {"names=a/*b level=3\tmode=fast", "mode=fast level=3 names=a/*b", 1},
@@ -266,11 +240,7 @@ TEST(Kucl, CommandFilesAreReadAfterTheLine)
          "iso-2022-kr"},
         // A blank of two bytes ends a value, too; shifted runs are closed around it.
         {"names=x\x0e!!\x0flevel=3", "mode=slow level=3 names=x", 1, "iso-2022-kr"},
-        {"names=\x0e"
-         "0!!!0!\x0f",
-         "names=\x0e"
-         "0!\x0f !4@",
-         1, "iso-2022-kr"},
+        {"names=\x0e#A!!#B\x0f", "names=\x0e#A\x0f !4@", 1, "iso-2022-kr"},
         {"level=3\x0e!!!!\x0f names='a\x0e!!\x0f'\x0e!!", "mode=slow level=3 names=a\x0e!!\x0f", 1,
          "iso-2022-kr"},
         {"names=\x0e" + blanks, "names= !4@", 1, "iso-2022-kr"},
@@ -299,7 +269,6 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
 {
     ku::test::directory dir;
     const std::string path = dir.write("commands", "names=('a\nb',c)\nnew=1\nlevel=2");
-    std::set<uint32_t> places;
     const auto parse = [&](context &ctx) {
         tool definitions(ctx);
         std::vector<std::string> texts = {"tool", "mode=fast", "file=" + path};
@@ -318,17 +287,15 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
         const bool named = definitions[3].kuclaval != nullptr;
         EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || (named && error->kuclecod == KUCLE_CMDFILE));
         EXPECT_EQ(error->kucleflg == KUCLE_INFILE, named && error->kuclecod == KUCLE_NOMEM);
-        places.insert(error->kucleflg);
         kucledestroy(ctx, error);
         return false;
     };
     ku::test::sweep_allocations(parse);
-    EXPECT_EQ(places.size(), 2u);
     ku::test::sweep_allocations(parse, "iso-2022-kr");
     ku::test::sweep_basic_allocations(parse);
-    for (int run = 0; run < 300; run++) { // the record of an error may find no memory, either
+    for (unsigned run = 0; run < 200; run++) { // the record of an error may find no memory, either
         context ctx;
-        ctx.fail_one_in(40);
+        ctx.fail_one_in(2 + run);
         parse(ctx);
         ctx.clear();
     }

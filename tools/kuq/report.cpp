@@ -544,18 +544,30 @@ exit_status run_dump(application &app, arguments &given)
     const std::string where = connection(app, given);
     if (where.empty() || (!given.given("file") && required(app, given, "query").empty()))
         return app.report(wrong_usage);
-    const std::string name = given.given("out") ? given.value("out") : "/dev/stdout";
-    void *stream = skubopen(app.ctx(), name.c_str(), "w");
-    if (stream == nullptr) return app.report(failed);
+    if (!redirect(app, given.value("out"))) return app.report(failed);
 
+    // The dumps go into ordinary files only, so into one that is shown then.
+    const std::string name = rows::scratch_file();
+    void *stream = nullptr;
     session run(app, given, sorted == "yes", {});
     bool done = run.run(where, [&](rows &from, const plan &how, const std::vector<size_t> &) {
+        if (stream == nullptr) stream = skubopen(app.ctx(), name.c_str(), "w");
+        if (stream == nullptr) return false;
         kudcpacmp(from.cache(), stream);
         return how.groups.empty() || kudcpidx(from.cache(), all_levels, 0, 0, stream) == 0;
     });
-    done = skubclose(app.ctx(), stream) == 0 && done;
+    if (stream != nullptr) done = skubclose(app.ctx(), stream) == 0 && done;
+    console out("never");
+    if (done) {
+        source dump(app, name);
+        std::remove(name.c_str()); // what is open stays readable
+        std::string line;
+        while (dump.open() && dump.next(&line)) out.write(line);
+        done = dump.open() && !dump.failed();
+    }
+    std::remove(name.c_str());
     tell_cut(app, run.cut());
-    return done ? succeeded : app.report(failed);
+    return finish(app, out, done ? succeeded : failed);
 }
 
 } // namespace kuq

@@ -35,6 +35,12 @@ constexpr size_t scratch_digits = 8; // behind the process
 
 fs::path scratch_directory() { return std::getenv("TMP"); } // the application has set it
 
+// In front of the digits.
+std::string scratch_start()
+{
+    return (scratch_directory() / (scratch_prefix + std::to_string(getpid()) + "-")).string();
+}
+
 uint8_t native(datatype type)
 {
     switch (type) {
@@ -107,6 +113,9 @@ void rows::remove_leftovers()
     }
 }
 
+// No file of the library has this name: its last five digits are below 65536.
+std::string rows::scratch_file() { return scratch_start() + std::string(scratch_digits, '9'); }
+
 rows::rows(application &app, std::vector<column> columns, std::vector<group> groups, bool sorted)
     : app_(app), columns_(std::move(columns)), groups_(std::move(groups)), sorted_(sorted),
       definitions_(columns_.size()), buffers_(columns_.size())
@@ -156,8 +165,7 @@ bool rows::create()
         kuxer0push(app_.ctx(), KUQAA_MEMORY);
         return false;
     }
-    const std::string prefix =
-        (scratch_directory() / (scratch_prefix + std::to_string(getpid()) + "-")).string();
+    const std::string prefix = scratch_start();
     return kudcftcreate(app_.ctx(), nullptr, blocks_, prefix.c_str(), prefix.c_str(), 1, &thread,
                         &cache_)
            == 0;

@@ -48,6 +48,9 @@ public:
     // Removes the scratch files of runs that were killed.
     static void remove_leftovers();
 
+    // The name of one more scratch file, which the caller makes and removes.
+    static std::string scratch_file();
+
 private:
     bool set(size_t at, value given);
 

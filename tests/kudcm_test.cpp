@@ -4,6 +4,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kudcd.h"
@@ -613,35 +614,30 @@ TEST(Kudcm, WhatCannotBeStoredChangesNothing)
         EXPECT_EQ(c->nxio_kudcacc, index);
         EXPECT_EQ(c->thrd_kudcacc->coun_kudcthd, 1);
     };
-    void *buffer = c.column(0, 0)->curval_kudxcol;
     kudckeydef &goal = c->thrd_kudcacc->idxs_kudcthd->goal_kudcidx;
     kuxer0push(ctx, KUVAA_NOMEM); // an older error, which moves would stop at
     refused("kuvaa 16");
     goal.arybva_kudckey[1].col_kudcbva = nullptr;
     refused("kuvaa 21");
     goal.arybva_kudckey[1].col_kudcbva = c.column(0, 1);
-    c->nxdo_kudcacc = INT32_MAX - 20;
-    int32_t position = 99;
-    const uint16_t levels = 2;
-    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_FULL);
-    c->nxdo_kudcacc = data;
-    c->nxio_kudcacc = INT32_MAX - 1000;
-    ctx.clear();
-    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_FULL);
-    c->nxio_kudcacc = index;
-    ctx.clear();
-    c.column(0, 2)->curlen_kudxcol = 11;
-    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_TOOLONG);
-    c.column(0, 2)->curlen_kudxcol = c.column(0, 0)->curlen_kudxcol = 0;
-    c.column(0, 0)->curval_kudxcol = nullptr;
-    ctx.clear();
-    EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUVAA_NOVALUE);
-    EXPECT_EQ(kudcmrstr(c, 1, &levels, 1, &position), KUVAA_NOVALUE) << "still pending";
-    ctx.clear();
-    EXPECT_EQ(kudcmrstr(c, 1, &levels, 1, &position), KUVAA_MISSING);
-    EXPECT_ERRORS(ctx, {"kuvaa 21"});
-    EXPECT_EQ(position, 99);
+    const auto full = [&](int32_t &end, int32_t room) {
+        const int32_t before = end;
+        end = INT32_MAX - room;
+        int32_t position = 99;
+        const uint16_t levels = 2;
+        EXPECT_EQ(kudcmrstr(c, 0, &levels, 1, &position), KUDCA_FULL);
+        EXPECT_EQ(position, 99);
+        end = before;
+        ctx.clear();
+    };
+    full(c->nxdo_kudcacc, 20);
+    full(c->nxio_kudcacc, 1000);
+    void *buffer = std::exchange(c.column(0, 0)->curval_kudxcol, nullptr);
+    EXPECT_EQ(c.store(0, {{}, {}, {}}, {2}), -1) << "a NULL key, too, needs a buffer";
+    EXPECT_ERRORS(ctx, {"kuvaa 22"});
     c.column(0, 0)->curval_kudxcol = buffer;
+    EXPECT_EQ(c.store(1, {}, {2}), -1); // no such thread
+    EXPECT_ERRORS(ctx, {"kuvaa 21"});
 
     kudccurdef *cursor = c.cursor(0, 0);
     uint8_t found = 9;

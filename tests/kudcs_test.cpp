@@ -129,27 +129,6 @@ TEST(Kudcs, AFirstRowOfEmptyValuesIsEnteredAndTooLongAKeyIsNot)
     EXPECT_ERRORS(ctx, {"kudca 12"});
 }
 
-TEST(Kudcs, SearchesGoFromGroupToGroup)
-{
-    context ctx;
-    stored s(ctx, KUDC_SEQNTL, "A112B13C4");
-    EXPECT_EQ(s.cursor->curleft_kudccur, 2);
-    EXPECT_EQ(s.next() + s.next() + s.next(), "A1A1");
-    EXPECT_EQ(s.search(1, KUDC_NEXT), KUDC_POSITIONED);
-    EXPECT_EQ(s.next() + s.next(), "A2");
-    EXPECT_EQ(s.search(1, KUDC_NEXT), KUDC_NOMORE);
-    EXPECT_EQ(s.search(0, KUDC_CURRENT), KUDC_POSITIONED);
-    EXPECT_EQ(s.next(), "A1");
-    EXPECT_EQ(s.search(0, KUDC_NEXT), KUDC_POSITIONED);
-    EXPECT_EQ(s.search(1, KUDC_NEXT), KUDC_POSITIONED);
-    EXPECT_EQ(s.next(), "B3");
-    EXPECT_EQ(s.search(1, KUDC_FIRST), KUDC_POSITIONED);
-    EXPECT_EQ(s.next(), "B1");
-    EXPECT_EQ(s.search(0, 3), KUDC_NOKEY) << "no operator";
-    stored nothing(ctx, KUDC_SEQNTL, "");
-    for (int relop = 0; relop < 3; relop++) EXPECT_EQ(nothing.search(0, relop), KUDC_NOKEY);
-}
-
 TEST(Kudcs, BreaksAreFoundBetweenTheRowReadAndTheNextOne)
 {
     context ctx;
@@ -165,8 +144,10 @@ TEST(Kudcs, BreaksAreFoundBetweenTheRowReadAndTheNextOne)
     EXPECT_GE(s.c.store(0, {"B", integer(2)}, {2}), 0);
     EXPECT_EQ(s.search(1, KUDC_NEXT), KUDC_POSITIONED) << "stored after the last one was read";
     EXPECT_EQ(s.next(1), "B2");
-    stored nothing(ctx, KUDC_DYNBRK, "");
-    for (int relop = 0; relop < 3; relop++) EXPECT_EQ(nothing.search(0, relop), KUDC_NOKEY);
+    for (const uint16_t type : {KUDC_DYNBRK, KUDC_SEQNTL}) {
+        stored nothing(ctx, type, "");
+        for (int relop = 0; relop < 4; relop++) EXPECT_EQ(nothing.search(0, relop), KUDC_NOKEY);
+    }
 
     // The cursor's key beside the columns' current values.
     int32_t differs = 9;

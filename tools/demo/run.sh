@@ -52,3 +52,16 @@ if [ -n "$first" ]; then
     "$kuq" split file="$first" > "$work/statements"
     head -n 20 "$work/statements"
 fi
+
+# The machine's own package catalogue, from an SQLite file through ODBC.
+if command -v sqlite3 >/dev/null 2>&1 && odbcinst -q -d -n SQLite3 >/dev/null 2>&1 \
+    && "$kuq" help report >/dev/null 2>&1; then
+    "$here/packages.sh" "$work/packages.db"
+    show report query="select section, priority, name, size, maintainer from packages" \
+        connect="Driver=SQLite3;Database=$work/packages.db" \
+        group='(section,priority)' sum=size avg=size max=size count=name top=0
+    show report query="select maintainer, size from packages" group='"size desc"' sum=nothing \
+        connect="Driver=SQLite3;Database=$work/packages.db"
+else
+    echo "No report: install unixodbc-dev, libsqliteodbc, odbcinst and sqlite3, and build again."
+fi

@@ -26,6 +26,15 @@
 #define KUQAA_NOWRITE KUQAA(16)   // user file cannot be written; parameter: directory
 #define KUQAA_SETTING                                                                              \
     KUQAA(17) // value of a setting not allowed; parameters: name, value, the allowed
-#define KUQAA_MEMORY KUQAA(18) // memory exhausted
+#define KUQAA_MEMORY KUQAA(18)  // memory exhausted
+#define KUQAA_CONNECT KUQAA(19) // no connection; parameters: SQLSTATE, what the database said
+#define KUQAA_DATABASE                                                                             \
+    KUQAA(20) // the database refused; parameters: statement, line, SQLSTATE, what it said
+#define KUQAA_COLUMN KUQAA(21) // no such column in the result; parameters: it, the nearest one
+#define KUQAA_VALUE KUQAA(22)  // value not of its column's datatype; parameters: value, column, row
+#define KUQAA_INTERRUPTED KUQAA(23) // ended by the user
+#define KUQAA_NOROWS KUQAA(24)      // no statement returned rows
+#define KUQAA_ADDED KUQAA(25)       // value that is no number; parameters: value, column
+#define KUQAA_TOP KUQAA(26)         // not a number of rows; parameter: it
 
 #endif

@@ -33,6 +33,12 @@ exit_status run_highlight(application &app, arguments &given);
 const std::vector<argument> &split_arguments();
 exit_status run_split(application &app, arguments &given);
 
+const std::vector<argument> &report_arguments(); // these two where the build found ODBC
+exit_status run_report(application &app, arguments &given);
+
+const std::vector<argument> &dump_arguments();
+exit_status run_dump(application &app, arguments &given);
+
 const std::vector<argument> &help_arguments();
 exit_status run_help(application &app, arguments &given);
 

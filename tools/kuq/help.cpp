@@ -19,6 +19,11 @@ const std::vector<command> &commands()
          run_tokens},
         {"highlight", "show a SQL script in colours", highlight_arguments, run_highlight},
         {"split", "cut a SQL script into its statements", split_arguments, run_split},
+#if KUQ_ODBC
+        {"report", "query a database: rows in groups, with exact subtotals", report_arguments,
+         run_report},
+        {"dump", "show how the data cache keeps a query's rows", dump_arguments, run_dump},
+#endif
         {"help", "show the commands, or the arguments of one", help_arguments, run_help},
         {"version", "show the versions of kuq and of the library", version_arguments, run_version},
     };

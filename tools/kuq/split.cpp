@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "console.h"
 #include "scanner.h"
+#include "statements.h"
 
 namespace kuq
 {
@@ -83,12 +84,12 @@ private:
     opener pending_ = none;
 };
 
-// Collects the statement being read and writes it when it ends.
+// Collects the statement being read and gives it away when it ends.
 class cutter
 {
 public:
-    cutter(console &out, bool blocks, bool as_json, bool utf8)
-        : out_(out), blocks_(blocks), json_(as_json), utf8_(utf8)
+    cutter(bool blocks, const std::function<void(const statement &)> &visit)
+        : blocks_(blocks), visit_(visit)
     {
     }
 
@@ -109,7 +110,7 @@ public:
         if (seen.type != KUKP_T_SEMICOLON || blocks_seen_.inside()) return;
         text_.append(line, taken_, seen.start + seen.text.size() - taken_);
         taken_ = seen.start + seen.text.size();
-        write();
+        give();
     }
 
     // The rest of a line belongs to the statement that goes on.
@@ -124,55 +125,75 @@ public:
     {
         if (open_) {
             text_.resize(kept_);
-            write();
+            give();
         }
     }
 
-    uint64_t count() const { return count_; }
-
 private:
-    void write()
+    void give()
     {
         count_++;
-        char head[128];
-        const auto number = static_cast<unsigned long long>(count_);
-        const auto first = static_cast<unsigned long long>(first_line_);
-        const auto last = static_cast<unsigned long long>(last_line_);
-        if (json_) {
-            std::snprintf(head, sizeof head,
-                          "%s  {\"statement\": %llu, \"first_line\": %llu, \"last_line\": %llu, "
-                          "\"text\": ",
-                          count_ == 1 ? "" : ",\n", number, first, last);
-            out_.write(head);
-            out_.write(json(text_, utf8_));
-            out_.write("}");
-        } else {
-            std::snprintf(head, sizeof head, "-- statement %llu, lines %llu-%llu\n", number, first,
-                          last);
-            out_.write_in("2", head);
-            out_.write(text_);
-            out_.write("\n\n");
-        }
+        visit_({count_, first_line_, last_line_, text_});
         text_.clear();
         open_ = false;
         blocks_seen_ = nesting();
     }
 
-    console &out_;
     bool blocks_;
-    bool json_;
-    bool utf8_;
+    const std::function<void(const statement &)> &visit_;
     bool open_ = false;       // a statement is being read
     std::string text_;        // its text before the current line
     size_t taken_ = 0;        // bytes of the current line that belong to it or came before it
     size_t kept_ = 0;         // bytes up to the end of its last token that is no comment
     uint64_t first_line_ = 0; // from 1
     uint64_t last_line_ = 0;
-    uint64_t count_ = 0; // statements written
+    uint64_t count_ = 0; // statements given away
     nesting blocks_seen_;
 };
 
+void write_text(console &out, const statement &cut)
+{
+    char head[128];
+    std::snprintf(head, sizeof head, "-- statement %llu, lines %llu-%llu\n",
+                  static_cast<unsigned long long>(cut.number),
+                  static_cast<unsigned long long>(cut.first_line),
+                  static_cast<unsigned long long>(cut.last_line));
+    out.write_in("2", head);
+    out.write(cut.text);
+    out.write("\n\n");
+}
+
+void write_json(console &out, const statement &cut, bool utf8)
+{
+    char head[128];
+    std::snprintf(head, sizeof head,
+                  "%s  {\"statement\": %llu, \"first_line\": %llu, \"last_line\": %llu, "
+                  "\"text\": ",
+                  cut.number == 1 ? "" : ",\n", static_cast<unsigned long long>(cut.number),
+                  static_cast<unsigned long long>(cut.first_line),
+                  static_cast<unsigned long long>(cut.last_line));
+    out.write(head);
+    out.write(json(cut.text, utf8));
+    out.write("}");
+}
+
 } // namespace
+
+bool each_statement(application &app, const std::function<bool(std::string *line)> &next,
+                    uint32_t server, bool blocks,
+                    const std::function<void(const statement &)> &visit)
+{
+    scanner lexer(app, server, false);
+    cutter statements(blocks, visit);
+    std::string line;
+    bool well = true;
+    while (well && next(&line)) {
+        well = lexer.scan(line, [&](const token &seen) { statements.see(seen, line); });
+        statements.end_line(line);
+    }
+    statements.end();
+    return well;
+}
 
 const std::vector<argument> &split_arguments()
 {
@@ -199,18 +220,18 @@ exit_status run_split(application &app, arguments &given)
     if (!input.open()) return app.report(failed);
 
     console out("auto");
-    scanner lexer(app, server_of(dialect), false);
     const bool utf8 = app.ctx()->kuxlangidh->maxwidth_kulang == 4;
-    cutter statements(out, blocks == "yes", format == "json", utf8);
-    if (format == "json") out.write("[\n");
-    std::string line;
-    bool well = true;
-    while (well && input.next(&line)) {
-        well = lexer.scan(line, [&](const token &seen) { statements.see(seen, line); });
-        statements.end_line(line);
-    }
-    statements.end();
-    if (format == "json") out.write(statements.count() == 0 ? "]\n" : "\n]\n");
+    const bool as_json = format == "json";
+    uint64_t count = 0;
+    if (as_json) out.write("[\n");
+    const auto write = [&](const statement &cut) {
+        count = cut.number;
+        as_json ? write_json(out, cut, utf8) : write_text(out, cut);
+    };
+    const bool well = each_statement(
+        app, [&](std::string *line) { return input.next(line); }, server_of(dialect),
+        blocks == "yes", write);
+    if (as_json) out.write(count == 0 ? "]\n" : "\n]\n");
     return finish(app, out, well && !input.failed() ? succeeded : failed);
 }
 

@@ -147,7 +147,7 @@ bool database::execute(const statement &given, uint32_t longest, std::vector<col
 
 bool database::fetch(const std::function<bool(const std::vector<value> &)> &visit)
 {
-    size_t row_bytes = 0;
+    size_t row_bytes = 1;
     for (const column &each : columns_) row_bytes += each.longest + 1;
     size_t rows = std::clamp<size_t>(array_bytes / row_bytes, 1, most_rows);
     if (!SQL_SUCCEEDED(SQLSetStmtAttr(statement_, SQL_ATTR_ROW_ARRAY_SIZE,

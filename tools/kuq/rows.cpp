@@ -234,7 +234,7 @@ std::string rows::bytes(size_t column) const
 std::string rows::text(size_t column) const
 {
     if (null(column)) return "";
-    const std::string stored = bytes(column);
+    std::string stored = bytes(column);
     switch (columns_[column].type) {
     case datatype::number: return decimal::decoded(stored);
     case datatype::date: return decoded_date(stored);

@@ -52,6 +52,9 @@ public:
     // A relocatable string with this text, or null.
     kuxhandle handle(std::string_view text) const;
 
+    // Whether texts are UTF-8: it alone has characters of four bytes.
+    bool utf8() const { return ctx_->kuxlangidh->maxwidth_kulang == 4; }
+
     std::string user_directory() const; // of the user's preference file
 
 private:

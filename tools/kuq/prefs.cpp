@@ -81,7 +81,7 @@ exit_status list_settings(application &app, bool as_json)
 {
     kupct *prefs = app.preferences();
     if (prefs == nullptr) return app.report(failed);
-    const bool utf8 = app.ctx()->kuxlangidh->maxwidth_kulang == 4;
+    const bool utf8 = app.utf8();
     console out("auto");
     if (as_json) out.write("[");
     const char *separator = "\n";

@@ -514,7 +514,7 @@ exit_status run_report(application &app, arguments &given)
     if (!redirect(app, given.value("out"))) return app.report(failed);
 
     console out("auto");
-    how.utf8 = app.ctx()->kuxlangidh->maxwidth_kulang == 4;
+    how.utf8 = app.utf8();
     session run(app, given, sorted == "yes", how);
     const bool done =
         run.run(where, [&](rows &from, const plan &each, const std::vector<size_t> &widths) {

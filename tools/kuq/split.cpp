@@ -220,7 +220,7 @@ exit_status run_split(application &app, arguments &given)
     if (!input.open()) return app.report(failed);
 
     console out("auto");
-    const bool utf8 = app.ctx()->kuxlangidh->maxwidth_kulang == 4;
+    const bool utf8 = app.utf8();
     const bool as_json = format == "json";
     uint64_t count = 0;
     if (as_json) out.write("[\n");

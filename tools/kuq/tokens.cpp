@@ -38,12 +38,6 @@ const char *colour_of(uint32_t type)
     return "";
 }
 
-bool utf8(application &app)
-{
-    return (app.ctx()->kuxlangidh->flags_kulang & KULANG_SINGLEBYTE) == 0
-           && app.ctx()->kuxlangidh->maxwidth_kulang == 4;
-}
-
 void write_text(console &out, const token &seen)
 {
     char place[64];
@@ -110,7 +104,7 @@ exit_status run_tokens(application &app, arguments &given)
     console out(colour);
     scanner lexer(app, server_of(dialect), hints == "yes");
     const bool as_json = format == "json";
-    const bool in_utf8 = utf8(app);
+    const bool in_utf8 = app.utf8();
     bool first = true;
     const auto show = [&](const token &seen) {
         if (as_json)

@@ -10,7 +10,7 @@ for purpose in "$@"; do
         build) wanted="$wanted g++ cmake ninja-build" ;;
         test) wanted="$wanted googletest" ;;
         demo) wanted="$wanted postgresql-15 unixodbc-dev libsqliteodbc sqlite3" ;;
-        bench) wanted="$wanted libbenchmark-dev postgresql-15 pkg-config libglib2.0-dev libicu-dev libsqlite3-dev
+        bench) wanted="$wanted libbenchmark-dev postgresql-15 pkg-config libglib2.0-dev libicu-dev libsqlite3-dev liblmdb-dev
                        libpq-dev postgresql-server-dev-15" ;;
         m32) wanted="$wanted g++-multilib" ;;
         clang) wanted="$wanted clang libclang-rt-14-dev" ;;

@@ -6,6 +6,10 @@
  * it and forgets the notes; kuxmlrollback undoes it, newest first. Frames
  * nest; every begin is paired with one end or rollback. What an inner frame
  * has kept, an outer rollback no longer knows. Error facility: kuxml.
+ *
+ * Closing a frame is linear in its records, and, where it released, unlocked or
+ * ended what was opened outside, in the records back to there. A resize that
+ * moves walks back to the record of the allocation.
  */
 #ifndef KUXML_H
 #define KUXML_H

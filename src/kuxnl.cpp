@@ -12,27 +12,10 @@
 namespace
 {
 
-constexpr uint8_t kuxnl_mark = ku::log_mark;
-constexpr uint8_t kuxnl_allocated = ku::log_allocated;
-constexpr uint8_t kuxnl_released = 2;
 constexpr uint8_t kuxnl_cancelled = 3; // allocated and later released
 
 using log = ku::allocation_log<kuxnl, &kux::kuxnllog, &kux::kuxnlnrecords, &kux::kuxnlsize,
-                               &kuxnl::kuxnlptr, &kuxnl::kuxnltype, 50, 50>;
-
-// A release at `slot` has undone its allocation already. False for other records.
-bool kuxnlcancel(kux *ctx, int32_t slot, const kuxnl &record)
-{
-    if (record.kuxnltype != kuxnl_released) return false;
-    const int32_t opening = log::find(ctx, slot, kuxnl_allocated, record.kuxnlptr);
-    if (opening >= 0) ctx->kuxnllog[opening].kuxnltype = kuxnl_cancelled;
-    return true;
-}
-
-auto kuxnlcanceller(kux *ctx)
-{
-    return [ctx](int32_t slot, const kuxnl &record) { return kuxnlcancel(ctx, slot, record); };
-}
+                               &kuxnl::kuxnlptr, &kuxnl::kuxnltype, kuxnl_cancelled, 50, 50>;
 
 } // namespace
 
@@ -70,29 +53,25 @@ void kuxnldestroy(kux *ctx) { log::destroy(ctx); }
 void kuxnllog(kux *ctx, uint32_t operation, void *address, void *newaddress)
 {
     switch (operation) {
-    case KUXNL_ALLOC: log::append(ctx, address, kuxnl_allocated); break;
-    case KUXNL_FREE: log::append(ctx, address, kuxnl_released); break;
-    case KUXNL_REALLOC:
-        log::follow(ctx, address, newaddress, kuxnl_cancelled, kuxnlcanceller(ctx));
-        break;
+    case KUXNL_ALLOC: log::append(ctx, address, ku::log_allocated); break;
+    case KUXNL_FREE: log::append(ctx, address, ku::log_released); break;
+    case KUXNL_REALLOC: log::follow(ctx, address, newaddress); break;
     default: break;
     }
 }
 
 uint32_t kuxnlrserve(kux *ctx) { return log::reserve(ctx); }
 
-void ku::log_plain_mark(kux *ctx) { log::append(ctx, static_cast<void *>(nullptr), kuxnl_mark); }
+void ku::log_plain_mark(kux *ctx) { log::append(ctx, static_cast<void *>(nullptr), ku::log_mark); }
 
-void kuxnlend(kux *ctx) { log::close(ctx, log::find_mark(ctx), kuxnlcanceller(ctx)); }
+void kuxnlend(kux *ctx)
+{
+    log::close(ctx, log::find_mark(ctx), [](const kuxnl &) {});
+}
 
 void kuxnlrollback(kux *ctx)
 {
     const int32_t mark = log::find_mark(ctx);
     if (mark < 0) return; // records outside frames may be of blocks in use
-    log::close(ctx, mark, [ctx](int32_t slot, const kuxnl &record) {
-        if (record.kuxnltype == kuxnl_allocated)
-            ctx->kuxnmfree(ctx, record.kuxnlptr);
-        else
-            kuxnlcancel(ctx, slot, record);
-    });
+    log::close(ctx, mark, [ctx](const kuxnl &record) { ctx->kuxnmfree(ctx, record.kuxnlptr); });
 }

@@ -1,9 +1,8 @@
 // kuxrl.cpp - logged relocatable memory: allocations, locks and dereferences noted
 //
-// A rollback walks from the newest record back to the mark. A closing record
-// (2, 4, 6) cancels its opening one (1, 3, 5) before the walk reaches it, so
-// what the frame itself closed is left alone; a released handle takes its locks
-// and dereferences with it, since nothing may touch it any more.
+// A rollback walks from the newest record back to the mark. What the frame itself
+// closed again is left alone; a released handle takes its locks and dereferences
+// with it, since nothing may touch it any more.
 
 #include "kuxrl.h"
 
@@ -12,9 +11,6 @@
 namespace
 {
 
-constexpr uint8_t kuxrl_mark = ku::log_mark;
-constexpr uint8_t kuxrl_allocated = ku::log_allocated;
-constexpr uint8_t kuxrl_released = 2;
 constexpr uint8_t kuxrl_locked = 3;
 constexpr uint8_t kuxrl_unlocked = 4;
 constexpr uint8_t kuxrl_begun = 5;
@@ -22,42 +18,7 @@ constexpr uint8_t kuxrl_ended = 6;
 constexpr uint8_t kuxrl_cancelled = 7;
 
 using log = ku::allocation_log<kuxrl, &kux::kuxrllog, &kux::kuxrlnrecords, &kux::kuxrlsize,
-                               &kuxrl::kuxrlhandle, &kuxrl::kuxrltype, 100, 100>;
-
-void kuxrlcancelone(kux *ctx, int32_t slot, uint8_t type, kuxhandle handle)
-{
-    const int32_t opening = log::find(ctx, slot, type, handle);
-    if (opening >= 0) ctx->kuxrllog[opening].kuxrltype = kuxrl_cancelled;
-}
-
-// A release closes everything of the handle down to its allocation.
-void kuxrlcancelall(kux *ctx, int32_t slot, kuxhandle handle)
-{
-    while (--slot >= 0) {
-        kuxrl &record = ctx->kuxrllog[slot];
-        const uint32_t type = record.kuxrltype;
-        const bool opening = type == kuxrl_allocated || type == kuxrl_locked || type == kuxrl_begun;
-        if (!opening || record.kuxrlhandle != handle) continue;
-        record.kuxrltype = kuxrl_cancelled;
-        if (type == kuxrl_allocated) return;
-    }
-}
-
-// What a closing record at `slot` has closed already. False for other records.
-bool kuxrlcancel(kux *ctx, int32_t slot, const kuxrl &record)
-{
-    switch (record.kuxrltype) {
-    case kuxrl_released: kuxrlcancelall(ctx, slot, record.kuxrlhandle); return true;
-    case kuxrl_unlocked: kuxrlcancelone(ctx, slot, kuxrl_locked, record.kuxrlhandle); return true;
-    case kuxrl_ended: kuxrlcancelone(ctx, slot, kuxrl_begun, record.kuxrlhandle); return true;
-    default: return false;
-    }
-}
-
-auto kuxrlcanceller(kux *ctx)
-{
-    return [ctx](int32_t slot, const kuxrl &record) { return kuxrlcancel(ctx, slot, record); };
-}
+                               &kuxrl::kuxrlhandle, &kuxrl::kuxrltype, kuxrl_cancelled, 100, 100>;
 
 // Lock and begin-dereference: noted only when they gave an address.
 void *kuxrlopen(kux *ctx, kuxrmaccessfn callback, uint32_t operation, kuxhandle handle)
@@ -135,11 +96,9 @@ void kuxrldestroy(kux *ctx) { log::destroy(ctx); }
 void kuxrlmlog(kux *ctx, uint32_t operation, kuxhandle handle, kuxhandle newhandle)
 {
     switch (operation) {
-    case KUXRL_ALLOC: log::append(ctx, handle, kuxrl_allocated); break;
-    case KUXRL_FREE: log::append(ctx, handle, kuxrl_released); break;
-    case KUXRL_REALLOC:
-        log::follow(ctx, handle, newhandle, kuxrl_cancelled, kuxrlcanceller(ctx));
-        break;
+    case KUXRL_ALLOC: log::append(ctx, handle, ku::log_allocated); break;
+    case KUXRL_FREE: log::append(ctx, handle, ku::log_released); break;
+    case KUXRL_REALLOC: log::follow(ctx, handle, newhandle); break;
     case KUXRL_LOCK: log::append(ctx, handle, kuxrl_locked); break;
     case KUXRL_UNLOCK: log::append(ctx, handle, kuxrl_unlocked); break;
     case KUXRL_BEGINDEREF: log::append(ctx, handle, kuxrl_begun); break;
@@ -152,21 +111,23 @@ uint32_t kuxrlrserve(kux *ctx) { return log::reserve(ctx); }
 
 void ku::log_relocatable_mark(kux *ctx)
 {
-    log::append(ctx, static_cast<kuxhandle>(nullptr), kuxrl_mark);
+    log::append(ctx, static_cast<kuxhandle>(nullptr), ku::log_mark);
 }
 
-void kuxrleend(kux *ctx) { log::close(ctx, log::find_mark(ctx), kuxrlcanceller(ctx)); }
+void kuxrleend(kux *ctx)
+{
+    log::close(ctx, log::find_mark(ctx), [](const kuxrl &) {});
+}
 
 void kuxrlrollback(kux *ctx)
 {
     const int32_t mark = log::find_mark(ctx);
     if (mark < 0) return; // records outside frames may be of handles in use
-    log::close(ctx, mark, [ctx](int32_t slot, const kuxrl &record) {
+    log::close(ctx, mark, [ctx](const kuxrl &record) {
         switch (record.kuxrltype) {
-        case kuxrl_allocated: ctx->kuxrmfree(ctx, record.kuxrlhandle); break;
+        case ku::log_allocated: ctx->kuxrmfree(ctx, record.kuxrlhandle); break;
         case kuxrl_locked: ctx->kuxrmunlock(ctx, record.kuxrlhandle); break;
-        case kuxrl_begun: ctx->kuxrmendderef(ctx, record.kuxrlhandle); break;
-        default: kuxrlcancel(ctx, slot, record); break;
+        default: ctx->kuxrmendderef(ctx, record.kuxrlhandle); break;
         }
     });
 }

@@ -253,9 +253,13 @@ TEST(Kuxml, AMillionRecordsAreClosedWithoutLookingForEachAmongAll)
         static_cast<std::vector<void *> *>(of->kuxrmclientdata)->push_back(handle);
         return nullptr;
     };
+    // Room at once: a sanitizer's realloc copies with each of the small steps.
+    ctx->kuxnlsize = ctx->kuxrlsize = 2 * count + 10;
+    const auto room = static_cast<std::size_t>(ctx->kuxnlsize);
+    ctx->kuxnllog = static_cast<kuxnl *>(std::realloc(ctx->kuxnllog, room * sizeof(kuxnl)));
+    ctx->kuxrllog = static_cast<kuxrl *>(std::realloc(ctx->kuxrllog, room * sizeof(kuxrl)));
     const auto note = [&](uint32_t plainly, uint32_t movably, int place) {
         void *address = &places[static_cast<std::size_t>(place)];
-        kuxnlrserve(ctx), kuxrlrserve(ctx);
         kuxnllog(ctx, plainly, address, nullptr);
         kuxrlmlog(ctx, movably, static_cast<kuxhandle>(address), nullptr);
     };

@@ -15,7 +15,9 @@
 // byte; its length counts a shift byte for each end inside a shifted run. A
 // stretch of text is brought to what it needs to stand alone (kukostretch): the
 // shift bytes at its ends that open or close nothing go, the missing ones are
-// added. The state at any byte is that of the nearest shift byte before it.
+// added. The state at any byte is that of the nearest shift byte before it; the
+// object remembers the stretch that was walked back over last, so that tokens asked
+// about in order, forwards or backwards, cost one walk over the text in all.
 #include "kuko.h"
 
 #include <algorithm>
@@ -69,11 +71,21 @@ bool kukoisshift(const kulang &lang, unsigned char byte)
     return byte == lang.shiftout_kulang || byte == lang.shiftin_kulang;
 }
 
-// Whether the character that begins at byte `offset` is in a shifted run.
-bool kukoshiftedat(const kulang &lang, const unsigned char *text, std::uint32_t offset)
+// Whether the character that begins at byte `offset` of the text is in a shifted run.
+bool kukoshiftedat(const kulang &lang, const kuk &object, std::uint32_t offset)
 {
-    while (offset > 0 && !kukoisshift(lang, text[offset - 1])) offset--;
-    return offset > 0 && text[offset - 1] == lang.shiftout_kulang;
+    const unsigned char *text = object.origtxp_kuk;
+    kukpseen &seen = reinterpret_cast<const kukpobject &>(object).seen;
+    const bool known = seen.text == text;
+    if (known && seen.begin <= offset && offset <= seen.end) return seen.shifted;
+    const std::uint32_t stop = known && seen.end < offset ? seen.end : 0;
+    std::uint32_t begin = offset;
+    while (begin > stop && !kukoisshift(lang, text[begin - 1])) begin--;
+    if (stop > 0 && begin == stop)
+        seen.end = offset;
+    else
+        seen = {text, begin, offset, begin > 0 && text[begin - 1] == lang.shiftout_kulang};
+    return seen.shifted;
 }
 
 kukostretch kukostretchof(const kux *ctx, const kuk &object, std::uint64_t begin, std::uint64_t end)
@@ -90,8 +102,8 @@ kukostretch kukostretchof(const kux *ctx, const kuk &object, std::uint64_t begin
     while (stretch.end > stretch.begin && text[stretch.end - 1] == lang.shiftout_kulang)
         stretch.end--;
     if (stretch.begin == stretch.end) return stretch;
-    stretch.shifted_begin = kukoshiftedat(lang, text, stretch.begin);
-    stretch.shifted_end = kukoshiftedat(lang, text, stretch.end);
+    stretch.shifted_begin = kukoshiftedat(lang, object, stretch.begin);
+    stretch.shifted_end = kukoshiftedat(lang, object, stretch.end);
     return stretch;
 }
 
@@ -101,9 +113,8 @@ std::uint64_t kukoend(const kux *ctx, const kuk &object, const kukn &token)
     const std::uint64_t end = std::uint64_t{token.offset_kukn} + token.length_kukn
                               - ku::token_shift_before(ctx, object, token);
     if (!kukoshifts(ctx) || object.origtxp_kuk == nullptr) return end;
-    const bool closes =
-        end > token.offset_kukn && end <= object.origtxl_kuk
-        && kukoshiftedat(*ctx->kuxlangidh, object.origtxp_kuk, static_cast<std::uint32_t>(end));
+    const bool closes = end > token.offset_kukn && end <= object.origtxl_kuk
+                        && kukoshiftedat(*ctx->kuxlangidh, object, static_cast<std::uint32_t>(end));
     return end - closes;
 }
 
@@ -128,7 +139,7 @@ kucursor kukoopen(const kux *ctx, const kuk &object, std::uint32_t offset)
     kucursor cursor;
     locale::open_exact(&cursor, const_cast<unsigned char *>(text) + offset,
                        object.origtxl_kuk - offset, &lang, locale::cursor_mode::read);
-    if (kukoshifts(ctx)) cursor.shifted_kucursor = kukoshiftedat(lang, text, offset);
+    if (kukoshifts(ctx)) cursor.shifted_kucursor = kukoshiftedat(lang, object, offset);
     return cursor;
 }
 
@@ -203,7 +214,7 @@ std::uint32_t ku::token_shift_before(const kux *ctx, const kuk &object, const ku
 {
     if (!kukoshifts(ctx) || object.origtxp_kuk == nullptr) return 0;
     if (token.length_kukn == 0 || token.offset_kukn >= object.origtxl_kuk) return 0;
-    return kukoshiftedat(*ctx->kuxlangidh, object.origtxp_kuk, token.offset_kukn) ? 1 : 0;
+    return kukoshiftedat(*ctx->kuxlangidh, object, token.offset_kukn) ? 1 : 0;
 }
 
 std::uint32_t ku::token_list_refuses(kux *ctx, const kuk *object)
@@ -297,6 +308,7 @@ std::uint32_t kukosset(kux *ctx, void *kukh, const char *origtxp)
     }
     object->origtxp_kuk = text;
     object->origtxl_kuk = static_cast<std::uint32_t>(length);
+    static_cast<kukpobject *>(kukh)->seen = {}; // the new text may lie where the old one did
     return 0;
 }
 

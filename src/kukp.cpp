@@ -955,6 +955,7 @@ kukpobject *kukpmake(kux *ctx, std::uint64_t records)
     const std::uint64_t size = offsetof(kukpobject, records) + records * sizeof(kukn);
     auto *object = static_cast<kukpobject *>(ku::allocate(ctx, size, 1));
     if (object == nullptr) return nullptr;
+    object->seen = {};
     object->more = nullptr;
     object->unused = object->records;
     object->end = object->firstend = object->records + records;

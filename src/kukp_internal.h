@@ -13,16 +13,25 @@ struct kukpblock {
     kukn records[1];
 };
 
+// Bytes of a text without a shift byte among them, from behind one or the text's start on.
+struct kukpseen {
+    const unsigned char *text; // null: nothing known
+    uint32_t begin;            // offset of the first byte
+    uint32_t end;              // offset behind the last byte
+    bool shifted;              // the state at every offset from begin to end
+};
+
 // What the handle of a token object points to: the visible record and, in the same
 // block, the first token records. The records of kukeconcat's objects are blocks
 // of their own: all behind the visible record is zero there.
 struct kukpobject {
     kuk visible;
-    kukpblock *more; // further blocks of records, the newest first
-    kukn *unused;    // the first record that is free
-    kukn *end;       // behind the last one of the block that it is in
-    kukn *firstend;  // behind the last of the first records
-    kukn records[1]; // the first records
+    mutable kukpseen seen; // where a shift state was last asked for
+    kukpblock *more;      // further blocks of records, the newest first
+    kukn *unused;         // the first record that is free
+    kukn *end;            // behind the last one of the block that it is in
+    kukn *firstend;       // behind the last of the first records
+    kukn records[1];      // the first records
 };
 
 // Releases a record and its hint unless they are in a block of the object, which

@@ -128,6 +128,34 @@ TEST(Kuko, TokensAndTheWhiteBetweenThemGiveTheTextBack)
     }
 }
 
+TEST(Kuko, TokensOfShiftedTextAreAnsweredInAnyOrderAndFromALongLine)
+{
+    context ctx("iso-2022-kr");
+    std::string mixed, longline;
+    ku::test::dice dice;
+    for (int i = 0; i < 40; i++) {
+        mixed += dice.one_in(2) ? " a" : " \x0e";
+        if (mixed.back() != 'a') mixed += std::string(2 * (1 + dice.below(3)), '0') + "\x0f";
+    }
+    const object inorder(ctx, mixed), anyhow(ctx, mixed);
+    std::vector<std::string> contents;
+    for (int i = 0; i < kukosgnumtokens(ctx, inorder); i++) contents.push_back(inorder.contents(i));
+    for (int i = 0; i < 500; i++) {
+        const auto token = dice.below(static_cast<uint32_t>(contents.size()));
+        EXPECT_EQ(anyhow.contents(static_cast<int>(token)), contents[token]) << token;
+    }
+    // Hours if each answer looked for the last shift byte anew: there is none.
+    constexpr int count = 1000000;
+    for (int i = 0; i < count; i++) longline += "a ";
+    const object whole(ctx, longline);
+    ASSERT_EQ(kukosgnumtokens(ctx, whole), count);
+    uint32_t bytes = 0;
+    for (int i = 0; i < count; i++) bytes += kukonwlen(ctx, whole, i);
+    kukosset(ctx, whole, longline.c_str()); // forgets what was seen
+    for (int i = count; i-- > 0;) bytes += *kukongcontents(ctx, whole, i) == 'a';
+    EXPECT_EQ(bytes, 2u * count);
+}
+
 TEST(Kuko, RangesAreMeasuredCopiedAndDeleted)
 {
     static constexpr struct {

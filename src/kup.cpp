@@ -29,14 +29,16 @@
 #include <array>
 #include <bit>
 #include <cstring>
+#include <functional>
+#include <span>
 #include <string_view>
+#include <utility>
 
 #include "kuguard.h"
 #include "kuko.h"
 #include "kukp.h"
 #include "kul.h"
 #include "kul_internal.h"
-#include "kuuq.h"
 #include "kuxer.h"
 #include "kuxrm.h"
 #include "port/locale/locale.h"
@@ -103,27 +105,19 @@ kuxhandle kuphandle(const kul *list, int32_t index)
     return static_cast<kuxhandle>(list->items_kul[index]);
 }
 
-// Whether a handle is in a list, which keeps its cursor; null has none.
-bool kupamong(kux *ctx, void *list, kuxhandle handle)
-{
-    if (list == nullptr) return false;
-    const kul *record = kulplock(ctx, list);
-    void *const *end = record->items_kul + record->nitems_kul;
-    const bool among = std::find(record->items_kul, record->items_kul + record->nitems_kul,
-                                 static_cast<void *>(handle))
-                       != end;
-    kulpunlock(ctx, list);
-    return among;
-}
+// Handles in the order of their addresses.
+using kuphandles = std::span<void *const>;
 
-// Releases a list of values with the values that are not in `kept` (or null).
-void kupfreevalues(kux *ctx, void *&values, void *kept = nullptr)
+// Releases a list of values with the values that are not among `kept`.
+void kupfreevalues(kux *ctx, void *&values, kuphandles kept = {})
 {
     if (values == nullptr) return;
     const kul *record = kulplock(ctx, values);
     for (int32_t i = record->nitems_kul; i-- > 0;) {
         kuxhandle value = kuphandle(record, i);
-        if (!kupamong(ctx, kept, value)) kupfree(ctx, value);
+        if (!std::binary_search(kept.begin(), kept.end(), static_cast<void *>(value),
+                                std::less<>()))
+            kupfree(ctx, value);
     }
     values = kulpdestroy(ctx, values);
 }
@@ -226,23 +220,29 @@ bool kupfind(kux *ctx, void *list, const char *name, int32_t *place)
 
 // ---- sorting what was read ----
 
-// An entry and its name, in memory that stays where it is while the list is sorted.
+// An item of a list, an entry or a value, and its text, in memory that stays where it
+// is while the list is sorted.
 struct kupkey {
     uint64_t head; // folded names: the eight bytes behind what all begin with
     const char *name;
-    std::size_t length; // in bytes
-    void *entry;
+    uint32_t length; // in bytes
+    int32_t slot;    // in the list
+    int32_t rank;    // place of its text among all different ones, once sorted
+    void *item;
 };
 
-// Order of two names as the locale has it.
-int32_t kupcomparekeys(kux *ctx, void *a, void *b, void *)
-{
-    const auto *first = static_cast<const kupkey *>(a);
-    const auto *second = static_cast<const kupkey *>(b);
-    return kupcomparenames(ctx, {first->name, first->length}, {second->name, second->length});
-}
+// An item and the place of its text among all different ones.
+struct kupranked {
+    void *item;
+    int32_t rank;
+};
 
-// The same of two names that are folded already.
+// The two ways to sort.
+enum kupkind : uint8_t { by_name, by_value };
+
+constexpr int32_t kup_fewvalues = 64; // up to here values are compared through their handles
+
+// Order of two names that are folded already.
 int32_t kuporder(const kupkey &first, const kupkey &second)
 {
     if (first.head != second.head) return first.head < second.head ? -1 : 1;
@@ -251,17 +251,12 @@ int32_t kuporder(const kupkey &first, const kupkey &second)
     return first.length < second.length ? -1 : 1;
 }
 
-int32_t kupcomparefolded(kux *, void *a, void *b, void *)
-{
-    return kuporder(*static_cast<const kupkey *>(a), *static_cast<const kupkey *>(b));
-}
-
 // Sets the heads of folded names.
 void kupsetheads(kupkey *keys, int32_t count)
 {
     std::size_t shared = keys[0].length;
     for (int32_t i = 1; i < count; i++) {
-        shared = std::min(shared, keys[i].length);
+        shared = std::min<std::size_t>(shared, keys[i].length);
         const char *end = keys[i].name + shared;
         shared = static_cast<std::size_t>(std::mismatch(keys[i].name, end, keys[0].name).first
                                           - keys[i].name);
@@ -288,52 +283,134 @@ bool kupfold(const kulang &lang, char *names, std::size_t length)
     return true;
 }
 
-// Copies the names of a list's entries, one behind the other, into a block that
+// Copies the texts of a list's items, one behind the other, into a block that
 // becomes the caller's. Null without memory.
-char *kupcopynames(kux *ctx, const kul &list, kupkey *keys)
+char *kupcopytexts(kux *ctx, const kul &list, kupkind kind, kupkey *keys)
 {
-    uint64_t room = uint64_t{static_cast<uint32_t>(list.nitems_kul)} * 24; // most names are short
-    ku::owned<char> names(ctx, static_cast<char *>(ku::allocate(ctx, room, 1)));
+    uint64_t room = uint64_t{static_cast<uint32_t>(list.nitems_kul)} * 24; // most are short
+    ku::owned<char> texts(ctx, static_cast<char *>(ku::allocate(ctx, room, 1)));
     std::size_t used = 0;
-    for (int32_t i = 0; names && i < list.nitems_kul; i++) {
-        const kupname entry(ctx, list.items_kul[i]);
-        const std::string_view text = entry.text();
+    for (int32_t i = 0; texts && i < list.nitems_kul; i++) {
+        void *item = list.items_kul[i];
+        const kupname entry(ctx, kind == by_name ? item : nullptr);
+        const ku::access value(ctx, kind == by_value ? static_cast<kuxhandle>(item) : nullptr);
+        const std::string_view text = value.text() != nullptr ? value.text() : entry.text();
         if (used + text.size() > room) {
             room = 2 * (used + text.size());
             if (room > UINT32_MAX) return nullptr;
-            void *grown = ctx->kuxnmrealloc(ctx, names.get(), static_cast<uint32_t>(room));
+            void *grown = ctx->kuxnmrealloc(ctx, texts.get(), static_cast<uint32_t>(room));
             if (grown == nullptr) return nullptr;
-            (void)names.keep();
-            names.reset(static_cast<char *>(grown));
+            (void)texts.keep();
+            texts.reset(static_cast<char *>(grown));
         }
-        memcpy(names.get() + used, text.data(), text.size());
-        keys[i] = {0, nullptr, text.size(), list.items_kul[i]};
+        memcpy(texts.get() + used, text.data(), text.size());
+        keys[i] = {0, nullptr, static_cast<uint32_t>(text.size()), i, 0, item};
         used += text.size();
     }
-    return names.keep();
+    return texts.keep();
 }
 
-// Puts the entries of folded keys into the list, sorted. Names that differ have one
-// order, however they are sorted. False, with list and keys as they were, when two
-// are equal.
-bool kupsortdistinct(kupkey *keys, kul &list)
+// Sorts the keys by text and, of the same text, by slot. Returns whether all differ.
+// A heap does not leave the keys even if the locale's order contradicts itself.
+template <typename Order> bool kupsortkeys(kupkey *keys, int32_t count, bool trusted, Order order)
 {
-    const std::size_t count = static_cast<std::size_t>(list.nitems_kul);
-    std::sort(keys, keys + count,
-              [](const kupkey &a, const kupkey &b) { return kuporder(a, b) < 0; });
-    const auto equal = [](const kupkey &a, const kupkey &b) { return kuporder(a, b) == 0; };
-    if (std::adjacent_find(keys, keys + count, equal) != keys + count) {
-        std::sort(keys, keys + count, // the names are in memory in the order of the list
-                  [](const kupkey &a, const kupkey &b) { return a.name < b.name; });
-        return false;
+    const auto below = [&](const kupkey &a, const kupkey &b) {
+        const int32_t texts = order(a, b);
+        return texts != 0 ? texts < 0 : a.slot < b.slot;
+    };
+    if (trusted) {
+        std::sort(keys, keys + count, below);
+    } else {
+        std::make_heap(keys, keys + count, below);
+        std::sort_heap(keys, keys + count, below);
     }
-    for (std::size_t i = 0; i < count; i++) list.items_kul[i] = keys[i].entry;
-    return true;
+    int32_t rank = 0;
+    for (int32_t i = 0; i < count; i++) {
+        rank += i > 0 && order(keys[i - 1], keys[i]) != 0;
+        keys[i].rank = rank;
+    }
+    return rank == count - 1;
 }
 
-// Sorts a list by name: the permutation is that of kulpqsort, but the sort does
-// not go through two handles for every name that it compares. False without memory.
-bool kupsort(kux *ctx, void *list)
+// Sorts the keys of all texts, one behind the other. Returns whether all differ.
+bool kupsorttexts(kux *ctx, kupkey *keys, int32_t count, kupkind kind, std::span<char> texts)
+{
+    const kulang &lang = *ctx->kuxlangidh;
+    if (kind == by_name && kupfold(lang, texts.data(), texts.size())) {
+        kupsetheads(keys, count);
+        return kupsortkeys(keys, count, true, kuporder);
+    }
+    return kupsortkeys(keys, count, false, [&](const kupkey &a, const kupkey &b) {
+        return kind == by_name ? kupcomparenames(ctx, {a.name, a.length}, {b.name, b.length})
+                               : ku::locale::compare_text(lang, a.name, a.length, b.name, b.length);
+    });
+}
+
+kupranked *kupmiddle(kupranked *first, kupranked *last) { return first + (last - first + 1) / 2; }
+
+// kuuqsort's partition of first to last, at least two. Where its pivot came to stand.
+kupranked *kuppartition(kupranked *first, kupranked *last)
+{
+    std::swap(*kupmiddle(first, last), *last);
+    const int32_t pivot = last->rank;
+    kupranked *l = first;
+    kupranked *r = last;
+    while (r > l) {
+        while (l < last && l->rank < pivot) l++;
+        while (r > l && r->rank >= pivot) r--;
+        std::swap(*l, r <= l ? *last : *r);
+    }
+    return l;
+}
+
+// Gives items the order that kuuqsort gives them, in which those of equal texts are
+// neither kept as they were nor at random. A pivot of the least rank has nothing below:
+// its partition moves three items, and is done without a look at the others. That is
+// what makes many equal texts quadratic there and not here.
+void kupsortranked(kupranked *first, kupranked *last)
+{
+    struct {
+        kupranked *first, *last;
+    } waiting[sizeof(int32_t) * 8]; // the longer parts: each at most half of the one before
+    int nwaiting = 0;
+    for (;;) {
+        int32_t least = 0;
+        int32_t nleast = 0; // items of the least rank, 0: not known
+        while (last > first) {
+            if (nleast == 0) {
+                const auto below = [](const kupranked &a, const kupranked &b) {
+                    return a.rank < b.rank;
+                };
+                least = std::min_element(first, last + 1, below)->rank;
+                nleast = static_cast<int32_t>(std::count_if(
+                    first, last + 1, [=](const kupranked &each) { return each.rank == least; }));
+            }
+            kupranked *middle = kupmiddle(first, last);
+            if (middle->rank == least) {
+                std::swap(*middle, *last);
+                std::swap(*first++, *last);
+                nleast--;
+                continue;
+            }
+            kupranked *pivot = kuppartition(first, last);
+            nleast = 0;
+            const bool shorter = pivot - first < last - pivot; // the part before it
+            if (shorter)
+                waiting[nwaiting++] = {pivot + 1, last};
+            else
+                waiting[nwaiting++] = {first, pivot - 1};
+            (shorter ? last : first) = shorter ? pivot - 1 : pivot + 1;
+        }
+        if (nwaiting == 0) return;
+        first = waiting[--nwaiting].first;
+        last = waiting[nwaiting].last;
+    }
+}
+
+// Sorts a list of entries by name or of values: the permutation is that of kulpqsort,
+// but the sort does not go through handles for everything that it compares. Items that
+// differ have one order however they are sorted. False without memory, the list as it was.
+bool kupsort(kux *ctx, void *list, kupkind kind)
 {
     kul &record = *static_cast<kul *>(list);
     const int32_t count = record.nitems_kul;
@@ -342,27 +419,24 @@ bool kupsort(kux *ctx, void *list)
     const ku::owned<kupkey> keys(ctx,
                                  static_cast<kupkey *>(ku::allocate(ctx, slots, sizeof(kupkey))));
     if (!keys) return false;
-    const ku::owned<char> names(ctx, kupcopynames(ctx, record, keys.get()));
-    if (!names) return false;
-    char *name = names.get();
+    const ku::owned<char> texts(ctx, kupcopytexts(ctx, record, kind, keys.get()));
+    if (!texts) return false;
+    const char *text = texts.get();
     for (int32_t i = 0; i < count; i++) {
-        keys.get()[i].name = name;
-        name += keys.get()[i].length;
+        keys.get()[i].name = text;
+        text += keys.get()[i].length;
     }
-    const auto used = static_cast<std::size_t>(name - names.get());
-    const bool folded = kupfold(*ctx->kuxlangidh, names.get(), used);
-    if (folded) {
-        kupsetheads(keys.get(), count);
-        if (kupsortdistinct(keys.get(), record)) return true;
+    const ku::owned<kupranked> ranked(
+        ctx, static_cast<kupranked *>(ku::allocate(ctx, slots, sizeof(kupranked))));
+    if (!ranked) return false;
+    const bool distinct = kupsorttexts(ctx, keys.get(), count, kind,
+                                       {texts.get(), static_cast<std::size_t>(text - texts.get())});
+    for (int32_t i = 0; i < count; i++) {
+        const kupkey &key = keys.get()[i];
+        ranked.get()[distinct ? i : key.slot] = {key.item, key.rank};
     }
-
-    const ku::owned<void *> order(ctx,
-                                  static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
-    if (!order) return false;
-    for (int32_t i = 0; i < count; i++) order.get()[i] = keys.get() + i;
-    kuuqsort(ctx, order.get(), 0, count - 1, folded ? kupcomparefolded : kupcomparekeys, nullptr);
-    for (int32_t i = 0; i < count; i++)
-        record.items_kul[i] = static_cast<kupkey *>(order.get()[i])->entry;
+    if (!distinct) kupsortranked(ranked.get(), ranked.get() + count - 1);
+    for (int32_t i = 0; i < count; i++) record.items_kul[i] = ranked.get()[i].item;
     return true;
 }
 
@@ -737,8 +811,9 @@ bool kupsortfile(const kupfs &parser)
     const bool user = parser.kupfsmod == KUP_USER;
     void *specific = user ? prefs->kupctusp : prefs->kupctgsp;
     void *general = user ? prefs->kupctugn : prefs->kupctggn;
-    if ((parser.kupfsuns & KUP_SPECIFIC) != 0 && !kupsort(prefs->kupctscx, specific)) return false;
-    return (parser.kupfsuns & KUP_GENERAL) == 0 || kupsort(prefs->kupctscx, general);
+    if ((parser.kupfsuns & KUP_SPECIFIC) != 0 && !kupsort(prefs->kupctscx, specific, by_name))
+        return false;
+    return (parser.kupfsuns & KUP_GENERAL) == 0 || kupsort(prefs->kupctscx, general, by_name);
 }
 
 // Reads one file, KUP_USER or KUP_GLOBAL, into its lists, and sorts them. Returns its status bits.
@@ -782,7 +857,10 @@ uint16_t kupgmv(kux *ctx, void *list, const char *name, void *result, bool sort)
     void *values = kupentry(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, place))).kuppfval;
     if (values == nullptr) return 0;
     if (!sort) return kulpconcat(ctx, result, values) == 0 ? 0 : KUP_NOMEM;
-    kulpqsort(ctx, values, kupcomparevalues, nullptr);
+    if (kulpnitems(ctx, values) <= kup_fewvalues)
+        kulpqsort(ctx, values, kupcomparevalues, nullptr);
+    else if (!kupsort(ctx, values, by_value))
+        return KUP_NOMEM;
     return kulpmerge(ctx, result, values, kupcomparevalues, nullptr) == 0 ? 0 : KUP_NOMEM;
 }
 
@@ -881,6 +959,9 @@ bool kupsls(kux *ctx, void *list, const char *name, void *values, bool copy, kup
     if (change.values == nullptr) return false;
     if (kupfind(ctx, list, name, &change.place)) {
         change.entry = static_cast<kuxhandle>(kulpitem(ctx, list, change.place));
+        // Its own list given back is what it has already.
+        if (!copy && values != nullptr && kupentry(ctx, change.entry).kuppfval == values)
+            kupcancel(ctx, change);
         return true;
     }
     change.entry = kupnewentry(ctx, name);
@@ -894,7 +975,7 @@ bool kupsls(kux *ctx, void *list, const char *name, void *values, bool copy, kup
 }
 
 // Gives the entry its new values. Old ones that the client gave back live on.
-void kupcommit(kux *ctx, kupchange &change, void *given)
+void kupcommit(kux *ctx, kupchange &change, kuphandles given)
 {
     if (change.entry == nullptr) return;
     kuppf fields = kupentry(ctx, change.entry);
@@ -1192,6 +1273,15 @@ uint16_t kupset(kupct *prfctx, const char *prfnam, void *values, uint16_t flags)
     const char *name = prfnam == nullptr ? "" : prfnam;
     const bool specific = (flags & KUP_SPECIFIC) != 0;
     const bool general = (flags & KUP_GENERAL) != 0;
+    const int32_t count = values == nullptr ? 0 : kulpnitems(ctx, values);
+    const auto slots = static_cast<uint32_t>(count);
+    const ku::owned<void *> given(
+        ctx, count == 0 ? nullptr : static_cast<void **>(ku::allocate(ctx, slots, sizeof(void *))));
+    if (count > 0) {
+        if (!given) return KUP_NOMEM;
+        std::copy_n(static_cast<const kul *>(values)->items_kul, count, given.get());
+        std::sort(given.get(), given.get() + count, std::less<>());
+    }
     kupchange changes[2] = {};
     if (specific && !kupsls(ctx, prfctx->kupctusp, name, values, false, changes[0]))
         return KUP_NOMEM;
@@ -1199,7 +1289,7 @@ uint16_t kupset(kupct *prfctx, const char *prfnam, void *values, uint16_t flags)
         kupcancel(ctx, changes[0]);
         return KUP_NOMEM;
     }
-    for (kupchange &change : changes) kupcommit(ctx, change, values);
+    for (kupchange &change : changes) kupcommit(ctx, change, {given.get(), slots});
     return 0;
 }
 

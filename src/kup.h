@@ -127,7 +127,8 @@ KU_API uint16_t kupget(kupct *prfctx, const char *prfnam, uint16_t flag, void *l
  *           KUP_GENERAL, not the product's name, can be read back from the file.
  *   values  list of value handles: the handles are taken over, the list stays
  *           the caller's. Handles that kupget gave out for this entry may be
- *           among them. Null: no values.
+ *           among them. Null: no values. The entry's own list (kuppfval) leaves
+ *           the entry as it is; it stays the entry's.
  *   flags   KUP_SPECIFIC or KUP_GENERAL; both: the general entry gets copies;
  *           neither: nothing is done and nothing taken over
  * Returns 0; or KUP_NOMEM, with every entry as it was and the handles still the caller's.
@@ -172,7 +173,9 @@ KU_API uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag);
  * quote past the first line comes back doubled unless that line begins with one, a
  * quote that begins a later line or ends one that is cut is lost, with a single
  * one of a pair that the cut divides the rest of the value is; in a
- * shift-sensitive set a shifted run ends where its line does.
+ * shift-sensitive set a shifted run ends where its line does. For a place of its
+ * beginning, 1023 are tried for values of up to 16 KB; of longer ones as many as
+ * looking at 16 MB of the value in all allows, one at least.
  */
 KU_API uint16_t kupwrite(kupct *prfctx);
 

@@ -186,29 +186,54 @@ int32_t compare_lines(kux *ctx, void *a, void *b, void *)
 TEST(Kup, EntriesOfOneNameComeInTheOrderThatSortingTheListGives)
 {
     dice random;
-    for (const std::string beyond : {"", "\xC3\xA9"}) { // names of ASCII, and not
-        const home files;
-        std::vector<line> lines(300);
-        std::string text, sorted;
-        context ctx(beyond.empty() ? "ascii" : "utf8");
-        void *model = kulpcreate(ctx, 0, nullptr);
-        for (line &each : lines) {
-            each.first = (random.one_in(2) ? "aB" : "Ab") + (random.one_in(2) ? beyond : "")
-                         + std::to_string(random.below(90));
-            each.second = std::to_string(&each - lines.data());
-            text += each.first + "=" + each.second + "\n";
-            kulpinsert(ctx, model, KUL_APPEND, &each);
+    for (const uint32_t different : {1, 2, 5, 90, 1000})
+        for (const std::string beyond : {"", "\xC3\xA9"}) { // names of ASCII, and not
+            const home files;
+            std::vector<line> lines(300);
+            std::string text, sorted;
+            context ctx(beyond.empty() ? "ascii" : "utf8");
+            void *model = kulpcreate(ctx, 0, nullptr);
+            for (line &each : lines) {
+                each.first = (random.one_in(2) ? "aB" : "Ab") + (random.one_in(2) ? beyond : "")
+                             + std::to_string(random.below(random.one_in(9) ? 90 : different));
+                each.second = std::to_string(&each - lines.data());
+                text += each.first + "=" + each.second + "\n";
+                kulpinsert(ctx, model, KUL_APPEND, &each);
+            }
+            files.dir.write(userfile, text);
+            opened file(ctx);
+            kulpqsort(ctx, model, compare_lines, nullptr);
+            for (int32_t i = 0; i < kulpnitems(ctx, model); i++) {
+                const auto &[name, value] = *static_cast<line *>(kulpitem(ctx, model, i));
+                sorted += name + "=[" + value + "]\n";
+            }
+            kulpdestroy(ctx, model);
+            EXPECT_EQ(file.user(), sorted) << "seed " << seed();
         }
-        files.dir.write(userfile, text);
-        opened file(ctx);
-        kulpqsort(ctx, model, compare_lines, nullptr);
-        for (int32_t i = 0; i < kulpnitems(ctx, model); i++) {
-            const auto &[name, value] = *static_cast<line *>(kulpitem(ctx, model, i));
-            sorted += name + "=[" + value + "]\n";
-        }
-        kulpdestroy(ctx, model);
-        EXPECT_EQ(file.user(), sorted) << "seed " << seed();
-    }
+}
+
+TEST(Kup, ManyEqualNamesAndValuesAreSortedLikeAnyOthers)
+{
+    // Minutes if each of them went through all others.
+    constexpr int count = 100000;
+    const home files;
+    std::string same, list;
+    for (int i = 0; i < count; i++) same += i % 1000 == 7 ? "other=1\n" : "x=2\n";
+    for (int i = 0; i < count; i++) list += i == 0 ? "(v" : i % 1000 == 7 ? ",a\n" : ",v\n";
+    files.dir.write(userfile, same + "many=" + list + ")\n");
+    files.dir.write(globalfile, same);
+    context ctx;
+    opened file(ctx);
+    EXPECT_EQ(kulpnitems(ctx, file.prefs->kupctugn), count + 1);
+    EXPECT_EQ(kulpnitems(ctx, file.prefs->kupctggn), count);
+    void *found = nullptr;
+    EXPECT_EQ(kupget(file.prefs, "many", 0, nullptr, &found), 0x6000);
+    ASSERT_EQ(kulpnitems(ctx, found), count);
+    EXPECT_EQ(text(ctx, static_cast<kuxhandle>(kulpitem(ctx, found, count / 1000 - 1))), "a");
+    EXPECT_EQ(text(ctx, static_cast<kuxhandle>(kulpitem(ctx, found, count / 1000))), "v");
+    // The entry's own handles given back: none is looked for among all others.
+    EXPECT_EQ(kupset(file.prefs, "many", found, KUP_GENERAL), 0);
+    kulpdestroy(ctx, found);
 }
 
 TEST(Kup, LinesOfMegabytesAreRead)
@@ -319,6 +344,15 @@ TEST(Kup, LookupAddsToTheCallersListAndSettingTakesHandlesBack)
     EXPECT_EQ(kupget(file.prefs, "x", KUP_GENERAL | KUP_SPECIFIC, list, nullptr), 0xE000);
     EXPECT_EQ(listed(ctx, list), (values{"a"}));
     kulpdestroy(ctx, list);
+
+    // An entry's own list given back to it stays its own; the general one gets copies again.
+    auto *entry = static_cast<kuxhandle>(kulpfirst(ctx, file.prefs->kupctusp));
+    auto *record = static_cast<kuppf *>(ctx.operator kux *()->kuxrmlock(ctx, entry));
+    void *own = record->kuppfval;
+    ctx.operator kux *()->kuxrmunlock(ctx, entry);
+    EXPECT_EQ(kupset(file.prefs, "x", own, KUP_SPECIFIC | KUP_GENERAL), 0);
+    EXPECT_EQ(kupset(file.prefs, "x", own, KUP_SPECIFIC), 0);
+    EXPECT_EQ(file.user(), "x=[a]\ny=\nprod.x=[a]\n");
 
     EXPECT_EQ(kupset(file.prefs, "x", nullptr, KUP_GENERAL), 0);
     EXPECT_EQ(file.set("Y", {"1", "2"}, KUP_GENERAL), 0);

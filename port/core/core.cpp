@@ -15,6 +15,8 @@
 #include <cstring>
 #include <optional>
 
+#include "output.h"
+
 struct kudateconv {
     const kulang *lang;               // folds the case of names; null: ASCII
     ku::core::date_callback callback; // told of every failure; may be null
@@ -222,22 +224,6 @@ std::int32_t read_date(input from, const char *picture, values &moment)
 }
 
 // ---- date to text ----
-
-// Where text goes: nowhere while it is measured, then into the buffer.
-struct output {
-    char *buffer = nullptr;
-    std::size_t length = 0;
-
-    void put(char c)
-    {
-        if (buffer != nullptr) buffer[length] = c;
-        length++;
-    }
-    void put(const char *text, std::size_t count)
-    {
-        for (std::size_t i = 0; i < count; i++) put(text[i]);
-    }
-};
 
 void write_element(output &to, const element &as, std::int32_t value)
 {

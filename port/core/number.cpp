@@ -17,6 +17,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "output.h"
+
 namespace ku::core
 {
 
@@ -198,18 +200,6 @@ bool read_text(input from, decimal *value)
     if (value->exponent < -exponent_bound) *value = decimal();
     return value->exponent <= exponent_bound;
 }
-
-// Where text goes: nowhere while it is measured, then into the buffer.
-struct output {
-    char *buffer = nullptr;
-    std::size_t length = 0;
-
-    void put(char c)
-    {
-        if (buffer != nullptr) buffer[length] = c;
-        length++;
-    }
-};
 
 void write_text(output &to, const decimal &value)
 {

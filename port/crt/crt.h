@@ -157,7 +157,8 @@ constexpr unsigned low_fresh = 4;  // refuse a symbolic link (ELOOP)
 
 // Opens for reading and writing with a lock against other writers, as above; a
 // file that is locked is refused with EACCES. The descriptor is above 2, where
-// no standard stream can meet it, and closed on exec. Negative on failure.
+// no standard stream can meet it, and closed on exec. Negative on failure; a file
+// that was created for it is removed then.
 int low_open(const kulang *lang, const char *name, unsigned bits);
 bool low_close(int descriptor); // an interrupted close has closed
 

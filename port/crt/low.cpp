@@ -20,6 +20,7 @@
 #include <iterator>
 
 #include <linux/magic.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include "crt.h"
@@ -56,17 +57,6 @@ namespace ku::crt
 
 // ---- low-level files ----
 
-// A descriptor above 2 in place of `descriptor`, which is closed then.
-static int raise(int descriptor)
-{
-    if (descriptor < 0 || descriptor >= first_free) return descriptor;
-    const int raised = calls().duplicate(descriptor, first_free);
-    const int error = errno;
-    calls().close(descriptor);
-    errno = error;
-    return raised;
-}
-
 // Locks what was opened and empties it. False with the reason.
 static bool take(int descriptor, const char *name, unsigned bits)
 {
@@ -80,18 +70,49 @@ static bool take(int descriptor, const char *name, unsigned bits)
     return (bits & low_empty) == 0 || repeat([=] { return calls().ftruncate(descriptor, 0); }) == 0;
 }
 
+// Opens a file, which is created if it does not exist and may be.
+static int open_low(const char *name, unsigned bits, bool *created)
+{
+    const int flags = O_RDWR | ((bits & low_fresh) != 0 ? O_NOFOLLOW : 0);
+    *created = false;
+    if ((bits & low_create) == 0) return open_descriptor(name, flags, 0);
+    const int made = open_descriptor(name, flags | O_CREAT | O_EXCL, private_permissions);
+    *created = made >= 0;
+    if (*created || errno != EEXIST) return made;
+    // A link to nowhere exists, and what it names is created.
+    return open_descriptor(name, flags | O_CREAT, private_permissions);
+}
+
+// Removes a file that was created and cannot be used, unless another has put a file
+// in its place, or opened and locked it, meanwhile.
+static void drop(int descriptor, const char *name)
+{
+    struct stat ours;
+    struct stat named;
+    if (calls().fstat(descriptor, &ours) == 0 && calls().stat(name, &named) == 0
+        && (named.st_dev != ours.st_dev || named.st_ino != ours.st_ino))
+        return;
+    const auto lock_again = [=] { return calls().flock(descriptor, LOCK_EX | LOCK_NB); };
+    if (repeat(lock_again) < 0 && errno == EWOULDBLOCK) return;
+    repeat([=] { return calls().unlink(name); });
+}
+
 int low_open(const kulang *lang, const char *name, unsigned bits)
 {
     const path where(lang, name);
     if (where.text() == nullptr) return -1;
-    const int flags = O_RDWR | ((bits & low_create) != 0 ? O_CREAT : 0)
-                      | ((bits & low_fresh) != 0 ? O_NOFOLLOW : 0);
-    const int descriptor = raise(open_descriptor(where.text(), flags, private_permissions));
-    if (descriptor < 0 || take(descriptor, where.text(), bits)) return descriptor;
+    bool created = false;
+    const int opened = open_low(where.text(), bits, &created);
+    if (opened < 0) return -1;
+    const bool low = opened < first_free;
+    const int raised = low ? calls().duplicate(opened, first_free) : opened;
+    const bool taken = raised >= 0 && take(raised, where.text(), bits);
     const int error = errno;
-    calls().close(descriptor);
+    if (!taken && created) drop(opened, where.text());
+    if (low) calls().close(opened);
+    if (!taken && raised >= 0) calls().close(raised);
     errno = error;
-    return -1;
+    return taken ? raised : -1;
 }
 
 bool low_close(int descriptor) { return calls().close(descriptor) == 0 || errno == EINTR; }

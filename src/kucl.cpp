@@ -898,19 +898,16 @@ kucle *kuclparse(kux *ctx, const char *text, void *inp, std::uint32_t userp, boo
     return parser.kuclserr;
 }
 
-// There is no memory for a level of the error stack: what says so goes, too.
-kucle *kuclunsaved(kux *ctx)
-{
-    kuxerpop(ctx);
-    return kuclexhausted(ctx);
-}
+// There is no memory for a level of the error stack, so an allocator must not be
+// asked: its failure would be pushed on the caller's.
+kucle *kuclunsaved() { return const_cast<kucle *>(&kuclnomem[0]); }
 
 } // namespace
 
 kucle *kuclpa(kux *ctx, std::int32_t argc, char *const *argv, void *inp, std::uint32_t userp)
 {
     const ku::aside quiet(ctx);
-    if (!quiet.saved()) return kuclunsaved(ctx);
+    if (!quiet.saved()) return kuclunsaved();
     const ku::owned<char> text(ctx, kuclmoc(ctx, argc, argv, false));
     if (!text) return kuclexhausted(ctx);
     return kuclparse(ctx, text.get(), inp, userp, false);
@@ -924,17 +921,14 @@ kucle *kuclps(kux *ctx, const char *cmdlin, void *inp, std::uint32_t userp)
 kucle *kuclpsq(kux *ctx, const char *cmdlin, void *inp, std::uint32_t userp, std::int32_t quote)
 {
     const ku::aside quiet(ctx);
-    if (!quiet.saved()) return kuclunsaved(ctx);
+    if (!quiet.saved()) return kuclunsaved();
     return kuclparse(ctx, cmdlin, inp, userp, quote != 0);
 }
 
 char *kuclmo(kux *ctx, std::int32_t argc, char *const *argv)
 {
     const ku::aside quiet(ctx);
-    if (!quiet.saved()) {
-        kuxerpop(ctx);
-        return nullptr;
-    }
+    if (!quiet.saved()) return nullptr;
     return kuclmoc(ctx, argc, argv, false);
 }
 

@@ -680,7 +680,6 @@ static uint32_t kudcfclose(const kudcaccdef *acmp, void *file)
     const char *path = static_cast<skufv *>(file)->skufvname;
     const ku::aside apart(ctx);
     if (!apart.saved()) { // the close will keep the file because of what is on the stack
-        kuxerpop(ctx);
         skufodelete(ctx, path);
         const int32_t before = kuxernerrors(ctx);
         skufvclose(ctx, acmp->skufh_kudcacc, file);
@@ -1035,10 +1034,7 @@ static bool kudcfkeep(kudcaccdef *acmp, kudcidxdef *index, kudccurdef *cursor)
 {
     kux *ctx = acmp->kuxp_kudcacc;
     const ku::aside apart(ctx);
-    if (!apart.saved()) {
-        kuxerpop(ctx);
-        return false;
-    }
+    if (!apart.saved()) return false;
     if (index->curmemlst_kudcidx == nullptr) index->curmemlst_kudcidx = kulpcreate(ctx, 0, nullptr);
     return index->curmemlst_kudcidx != nullptr
            && kulpinsert(ctx, index->curmemlst_kudcidx, KUL_APPEND, cursor) == 0;

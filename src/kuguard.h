@@ -1,8 +1,8 @@
 // kuguard.h - small guards over the C interface: what is not kept is given back
 //
 // Each undoes one thing when it leaves its scope, and cannot be copied. Leaving
-// never fails; opening a frame or an error level may, pushes its code then, and
-// the guard says so. None stands on the stack across a callback that may jump
+// never fails; opening a frame or an error level may, the frame pushes its code
+// then, and the guard says so. None stands on the stack across a callback that may jump
 // away, which among the library's callbacks only kuxdaterr does.
 #ifndef KUGUARD_H
 #define KUGUARD_H
@@ -119,11 +119,15 @@ private:
     void *address_ = nullptr;
 };
 
+// kuxersavestack, but false without memory, with nothing pushed: on a full level that
+// would drop the oldest record.
+bool save_level(kux *ctx);
+
 // Errors pushed in scope go to a level of their own and are dropped at its end.
 class aside : unique
 {
 public:
-    explicit aside(kux *ctx) : ctx_(ctx), saved_(kuxersavestack(ctx) == 0) {}
+    explicit aside(kux *ctx) : ctx_(ctx), saved_(save_level(ctx)) {}
     ~aside()
     {
         if (saved_) kuxerrestorestack(ctx_);

@@ -426,16 +426,19 @@ void kuxeriterate(kux *ctx, kuxeritfn callback, void *clientarg)
     }
 }
 
-uint32_t kuxersavestack(kux *ctx)
+bool ku::save_level(kux *ctx)
 {
     kuxes *level = nullptr;
     if (ctx->kuxernstacks > 0 && kuxergrowlevels(ctx)) level = kuxermakelevel(ctx);
-    if (level == nullptr) {
-        kuxer0push(ctx, KUXER_NOLEVEL);
-        return KUXER_NOLEVEL;
-    }
-    ctx->kuxerstacks[ctx->kuxernstacks++] = level;
-    return 0;
+    if (level != nullptr) ctx->kuxerstacks[ctx->kuxernstacks++] = level;
+    return level != nullptr;
+}
+
+uint32_t kuxersavestack(kux *ctx)
+{
+    if (ku::save_level(ctx)) return 0;
+    kuxer0push(ctx, KUXER_NOLEVEL);
+    return KUXER_NOLEVEL;
 }
 
 uint32_t kuxerrestorestack(kux *ctx)

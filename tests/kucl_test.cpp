@@ -5,6 +5,7 @@
 
 #include "kucl.h"
 #include "kul.h"
+#include "kuxdn.h"
 #include "support/context.h"
 #include "support/files.h"
 #include "support/sweep.h"
@@ -299,4 +300,34 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
         parse(ctx);
         ctx.clear();
     }
+}
+
+TEST(Kucl, WithoutAnyMemoryTheCallersErrorsStayAsTheyWere)
+{
+    context ctx;
+    tool definitions(ctx);
+    kux *whole = ctx;
+    for (int32_t code = 1; code <= whole->kuxersize; code++) // a full level
+        kuxer0push(ctx, static_cast<uint32_t>(code));
+    const auto before = ctx.errors();
+    const kuxnmallocfn allocate = whole->kuxnmalloc;
+    whole->kuxnmalloc = [](kux *of, uint32_t) -> void * {
+        kuxer0push(of, KUXNM_NOMEM);
+        return nullptr;
+    };
+    std::string name = "tool", mode = "mode=fast";
+    char *argv[] = {name.data(), mode.data()};
+    for (const bool level : {false, true}) { // whether there is memory for one of the error stack
+        const auto short_of_memory = [level] { ku::test::fail_basic_from_now(level ? 0 : 1); };
+        short_of_memory();
+        EXPECT_EQ(definitions.parse("mode=fast"), " !9");
+        short_of_memory();
+        EXPECT_EQ(definitions.said(kuclpa(ctx, 2, argv, definitions.list(), 0)), " !9");
+        short_of_memory();
+        EXPECT_EQ(kuclmo(ctx, 2, argv), nullptr);
+        ku::test::fail_basic_from_now(0);
+        EXPECT_EQ(ctx.errors(), before);
+    }
+    whole->kuxnmalloc = allocate;
+    ctx.clear();
 }

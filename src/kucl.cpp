@@ -22,6 +22,7 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -40,12 +41,13 @@ namespace
 
 namespace locale = ku::locale;
 
-constexpr std::uint32_t kucl_backslash = 413;   // token type of the character that is our own
-constexpr std::uint32_t kucl_linesize = 1024;   // bytes of a line buffer, with its NUL
-constexpr std::size_t kucl_keywordmax = 255;    // bytes of a keyword that take part, without case
-constexpr std::size_t kucl_characterroom = 8;   // bytes that any character fits in, shift bytes too
-constexpr std::int32_t kucl_noposition = -1;    // positional values are not accepted any more
-constexpr std::int32_t kucl_integerdigits = 10; // most digits of a 32-bit integer, zeros left out
+constexpr std::uint32_t kucl_backslash = 413; // token type of the character that is our own
+constexpr std::uint32_t kucl_linesize = 1024; // bytes of a line buffer, with its NUL
+constexpr std::size_t kucl_keywordmax = 255;  // bytes of a keyword that take part, without case
+constexpr std::size_t kucl_characterroom = 8; // bytes that any character fits in, shift bytes too
+constexpr std::int32_t kucl_fewdefinitions = 32; // up to here they are looked through
+constexpr std::int32_t kucl_noposition = -1;     // positional values are not accepted any more
+constexpr std::int32_t kucl_integerdigits = 10;  // most digits of a 32-bit integer, zeros left out
 
 // ---- errors ----
 
@@ -241,6 +243,8 @@ char *kuclmoc(kux *ctx, std::int32_t argc, char *const *argv, bool file)
 
 // ---- the parser's state ----
 
+class kuclindex;
+
 struct kucls {
     const char *kuclslin;          // the text being parsed
     void *kuclsinp;                // the definitions
@@ -261,6 +265,7 @@ struct kucls {
     std::uint32_t kuclsvln;        // its length
     void *kuclslst;                // the values collected, owned, or null
     std::uint32_t where;           // what is parsed: KUCLE_INLINE or KUCLE_INFILE
+    kuclindex *index;              // of the definitions; borrowed
     char *keywordcopy;             // copies of keyword and value, owned; null where the text itself
     char *valuecopy; // holds them, as it does unless characters depend on a shift state
 };
@@ -272,9 +277,11 @@ enum kuclstate : std::uint32_t {
     kucl_next = 3,     // in a list, after a comma
 };
 
-void kuclsetup(kux *ctx, kucls &parser, const char *text, void *inp, std::uint32_t userp)
+void kuclsetup(kux *ctx, kucls &parser, const char *text, void *inp, std::uint32_t userp,
+               kuclindex *index)
 {
     parser = {};
+    parser.index = index;
     parser.kuclslin = text;
     parser.kuclsinp = inp;
     parser.kuclsnit = kulpnitems(ctx, inp);
@@ -426,11 +433,77 @@ kucla *kuclgas(kux *ctx, void *inp, std::uint32_t flags, const kuclkeyword *keyw
     return found;
 }
 
+// Where the definitions of a long list are, by keyword. Definitions come to the list's end
+// only, and the one that comes first on the list is found first.
+class kuclindex : ku::unique
+{
+public:
+    explicit kuclindex(kux *ctx) : ctx_(ctx), slots_(ctx) {}
+
+    // The first definition with the keyword; null: none. Without memory the list is looked
+    // through.
+    kucla *find(void *inp, const kuclkeyword &keyword)
+    {
+        const std::int32_t count = kulpnitems(ctx_, inp);
+        if (count <= kucl_fewdefinitions || !cover(inp, count))
+            return kuclgas(ctx_, inp, 0, &keyword);
+        const kulang &lang = *ctx_->kuxlangidh;
+        for (std::uint32_t at = place(keyword); slots_.get()[at & mask_] != 0; at++) {
+            kucla *argument = definition(inp, slots_.get()[at & mask_] - 1);
+            if (kuclhaskeyword(lang, *argument, keyword)) return argument;
+        }
+        return nullptr;
+    }
+
+private:
+    static kucla *definition(void *inp, std::int32_t index)
+    {
+        return static_cast<kucla *>(static_cast<const kul *>(inp)->items_kul[index]);
+    }
+
+    // Where looking for a keyword begins: the same for all that differ in case only.
+    std::uint32_t place(const kuclkeyword &keyword) const
+    {
+        const kuclfolded folded = kuclfoldkeyword(*ctx_->kuxlangidh, keyword.text, keyword.length);
+        std::uint32_t hash = 2166136261; // FNV-1a
+        for (std::size_t i = 0; i < folded.length; i++) hash = (hash ^ folded.bytes[i]) * 16777619;
+        return hash;
+    }
+
+    // Takes up the definitions that are new on the list. Half of the slots stay free.
+    bool cover(void *inp, std::int32_t count)
+    {
+        if (!slots_ || static_cast<std::uint32_t>(count) > mask_ / 2) {
+            const std::uint64_t wanted =
+                std::bit_ceil(std::uint64_t{4} * static_cast<std::uint32_t>(count));
+            slots_.reset(
+                static_cast<std::int32_t *>(ku::allocate(ctx_, wanted, sizeof(std::int32_t))));
+            if (!slots_) return false;
+            std::fill_n(slots_.get(), wanted, 0);
+            mask_ = static_cast<std::uint32_t>(wanted - 1);
+            known_ = 0;
+        }
+        for (; known_ < count; known_++) {
+            const char *keyword = definition(inp, known_)->kuclakwd;
+            if (keyword == nullptr) continue;
+            std::uint32_t at = place({keyword, std::strlen(keyword)});
+            while (slots_.get()[at & mask_] != 0) at++;
+            slots_.get()[at & mask_] = known_ + 1;
+        }
+        return true;
+    }
+
+    kux *ctx_;
+    ku::owned<std::int32_t> slots_; // index of a definition, plus 1; 0: free
+    std::uint32_t mask_ = 0;        // number of slots, a power of two, less 1
+    std::int32_t known_ = 0;        // definitions taken up
+};
+
 // The definition with the pending keyword, added when there is none; null without memory.
 kucla *kuclfas(kux *ctx, kucls &parser)
 {
     const kuclkeyword wanted{parser.kuclskwd, parser.kuclskwl};
-    kucla *argument = kuclgas(ctx, parser.kuclsinp, 0, &wanted);
+    kucla *argument = parser.index->find(parser.kuclsinp, wanted);
     if (argument != nullptr) return argument;
     ku::owned<kucla> added(ctx, ku::allocate<kucla>(ctx));
     if (!added) return nullptr;
@@ -853,7 +926,7 @@ void kuclcommandfile(kux *ctx, kucls &parser, void *extras, bool quote)
     const kuclstream stream(ctx, name);
     if (stream.handle() == nullptr) return kuclfail(ctx, parser, argument, KUCLE_CMDFILE);
 
-    kuclsetup(ctx, parser, nullptr, parser.kuclsinp, parser.kuclsusp);
+    kuclsetup(ctx, parser, nullptr, parser.kuclsinp, parser.kuclsusp, parser.index);
     parser.kuclsarg = kucl_noposition;
     parser.where = KUCLE_INFILE;
     kuclparsefile(ctx, parser, extras, stream.handle(), quote);
@@ -886,7 +959,8 @@ void kucldfl(kux *ctx, kucls &parser)
 kucle *kuclparse(kux *ctx, const char *text, void *inp, std::uint32_t userp, bool quote)
 {
     kucls parser;
-    kuclsetup(ctx, parser, text, inp, userp);
+    kuclindex index(ctx);
+    kuclsetup(ctx, parser, text, inp, userp, &index);
     const kuclextras extras(ctx);
     void *tokens =
         extras.list() != nullptr ? kuclsplit(ctx, text, extras.list(), parser, 0) : nullptr;

@@ -8,6 +8,7 @@
 #include "kuxdn.h"
 #include "support/context.h"
 #include "support/files.h"
+#include "support/random.h"
 #include "support/sweep.h"
 
 using ku::test::context;
@@ -148,6 +149,36 @@ TEST(Kucl, UndeclaredKeywordsAreAddedAndTakeValuesOnlyWhenAccepted)
     EXPECT_EQ(kuclgv(ctx, definitions.list(), "names"), nullptr);
     EXPECT_EQ(kulpnitems(ctx, kuclgv(ctx, definitions.list(), "Other")), 2);
     EXPECT_EQ(kuclgv(ctx, definitions.list(), "nobody"), nullptr);
+}
+
+TEST(Kucl, ManyKeywordsAreFoundAsFewAre)
+{
+    static constexpr const char *letters[] = {
+        "a",      "K",      "k",      "\u212a", "\u00e9", "\u00c9", "s",      "\u017f", "\u03c2",
+        "\u03a3", "\u00df", "\u1e9e", "I",      "i",      "\u0130", "\u0131", "\u01c5", "\u01c4"};
+    ku::test::dice dice;
+    context ctx("utf8");
+    tool definitions(ctx);
+    for (int step = 0; step < 1500; step++) {
+        std::string keyword;
+        for (uint32_t i = 0; i < 3; i++) keyword += letters[dice.below(std::size(letters))];
+        const bool known =
+            kuclgv(ctx, definitions.list(), keyword.c_str()) != nullptr; // one by one
+        const int count = kulpnitems(ctx, definitions.list());
+        kucle *error = kuclps(ctx, (keyword + "=1").c_str(), definitions.list(), 1);
+        EXPECT_EQ(error != nullptr ? error->kuclecod : 0, known ? KUCLE_REPEATED : 0) << keyword;
+        EXPECT_EQ(kulpnitems(ctx, definitions.list()), count + !known) << keyword;
+        kucledestroy(ctx, error);
+    }
+
+    // Many minutes if each were compared with all before it.
+    std::string line;
+    for (int i = 0; i < 100000; i++) line += "keyword" + std::to_string(i) + "=1 ";
+    context plain;
+    tool many(plain);
+    EXPECT_EQ(kuclps(plain, line.c_str(), many.list(), 1), nullptr);
+    EXPECT_EQ(kulpnitems(plain, many.list()), 100004);
+    EXPECT_EQ(many.parse("KEYWORD99999=2", 1), many.said(nullptr) + " !2(keyword99999)");
 }
 
 TEST(Kucl, KeywordsAreToldApartByTheir255BytesWithoutCase)

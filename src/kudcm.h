@@ -113,6 +113,8 @@ KU_API uint32_t kudcmsrst(kudcaccdef *acmp, kudccurdef *cursor, uint16_t status)
  * Stores a block of calculated values under a key of a RANDOM index with at most two levels
  * (KUDCA_TYPE for another), over one that is there when it is not longer, else at the data
  * file's end. From the first one on, rows of the thread with equal keys are no longer chained.
+ * The key must be no row's: what is stored under it is taken for a block, so that the record of
+ * a row would be written over, or be lost to its key. Nothing tells the two apart.
  *   cursor    of the index; null: one is made
  *   values    `count` key columns, whose columns take the key's values; all of the index's
  *             columns must be among them or hold their values

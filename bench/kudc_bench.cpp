@@ -65,15 +65,31 @@ struct value {
     bool null;
 };
 
+struct text {
+    std::uint8_t length;
+    char bytes[longest_text];
+};
+
+// Whole, so that handing rows out costs no side much.
 struct row {
     std::int32_t number; // of its own
-    std::uint32_t text;  // which of the texts
-    unsigned char amount[8];
+    text name;
     std::uint8_t amount_length;
+    unsigned char amount[8];
     unsigned char day[ku::core::datevalue_length];
     std::uint8_t note_length; // 0: NULL
-    std::uint32_t note;       // which of the notes
+    char note[longest_note];
 };
+
+struct group {
+    text name;
+    std::int64_t count, total; // rows, and the sum of their numbers
+};
+
+bool operator<(const text &a, const text &b)
+{
+    return std::string_view(a.bytes, a.length) < std::string_view(b.bytes, b.length);
+}
 
 std::uint64_t head_of(const void *bytes, std::size_t length)
 {
@@ -107,79 +123,88 @@ private:
 class table
 {
 public:
-    explicit table(std::size_t count) : rows(count)
+    explicit table(std::size_t count) : rows(count), sorted(count)
     {
-        for (std::size_t i = 0; i < std::min(ntexts, count); i++) texts.push_back(text(i));
-        for (std::size_t i = 0; i < 1000; i++)
-            notes.push_back("paid in part " + std::to_string(i) + std::string(i % 40, '.'));
+        std::vector<text> names;
+        for (std::size_t i = 0; i < std::min(ntexts, count); i++) names.push_back(name(i));
         std::vector<std::int32_t> numbers(count);
         std::iota(numbers.begin(), numbers.end(), 1);
         std::shuffle(numbers.begin(), numbers.end(), random_);
-        for (std::size_t i = 0; i < count; i++) fill(rows[i], numbers[i]);
-        for (std::size_t i = 0; i < std::min(nlookups, count); i++)
-            lookups.push_back(static_cast<std::uint32_t>(random_() % count));
-        sorted.resize(count);
+        for (std::size_t i = 0; i < count; i++) {
+            fill(rows[i], numbers[i]);
+            rows[i].name = names[random_() % names.size()];
+        }
         std::iota(sorted.begin(), sorted.end(), 0U);
         std::sort(sorted.begin(), sorted.end(), [this](std::uint32_t a, std::uint32_t b) {
-            const int order = texts[rows[a].text].compare(texts[rows[b].text]);
-            return order != 0 ? order < 0 : rows[a].number < rows[b].number;
+            if (rows[a].name < rows[b].name) return true;
+            return !(rows[b].name < rows[a].name) && rows[a].number < rows[b].number;
         });
-        std::printf("row stores: %zu rows, %zu texts, %zu look-ups\n", count, texts.size(),
+        for (const std::uint32_t each : sorted) count_in(rows[each]);
+        for (std::size_t i = 0; i < std::min(nlookups, count); i++)
+            lookups.push_back(rows[random_() % count]);
+        std::printf("row stores: %zu rows, %zu texts, %zu look-ups\n", count, groups.size(),
                     lookups.size());
         for (const row &each : rows) stored.add(values(each));
         for (const std::uint32_t each : sorted) keyed.add(values(rows[each]));
-        for (const std::uint32_t each : lookups) found.add(values(rows[each]));
+        for (const row &each : lookups) found.add(values(each));
     }
-    std::array<value, columns> values(const row &each) const
+    static std::array<value, columns> values(const row &each)
     {
-        const std::string &text = texts[each.text];
         const bool null = each.note_length == 0;
         return {{{&each.number, sizeof each.number, false},
-                 {text.data(), text.size(), false},
+                 {each.name.bytes, each.name.length, false},
                  {each.amount, each.amount_length, false},
                  {each.day, sizeof each.day, false},
-                 {null ? nullptr : notes[each.note].data(), each.note_length, null}}};
+                 {null ? nullptr : each.note, each.note_length, null}}};
     }
 
     std::vector<row> rows;
-    std::vector<std::string> texts, notes;
-    std::vector<std::uint32_t> lookups; // rows whose keys are looked up
-    std::vector<std::uint32_t> sorted;  // rows in key order
+    std::vector<std::uint32_t> sorted; // rows in key order
+    std::vector<row> lookups;          // whose keys are looked up
+    std::vector<group> groups;         // in key order
     sum stored, keyed, found;
 
 private:
-    std::string text(std::size_t number)
+    text name(std::size_t number)
     {
-        static constexpr const char *names[] = {"Adams", "Brontë",   "Carver", "Dostal",
-                                                "Eliot", "Ferrante", "Grass",  "Hrabal"};
-        char text[longest_text + 1];
-        std::snprintf(text, sizeof text, "%s, order %07zu", names[random_() % std::size(names)],
-                      number * 179 % ntexts * 113);
-        return text;
+        static constexpr const char *people[] = {"Adams", "Brontë",   "Carver", "Dostal",
+                                                 "Eliot", "Ferrante", "Grass",  "Hrabal"};
+        char bytes[longest_text + 1];
+        const int length =
+            std::snprintf(bytes, sizeof bytes, "%s, order %07zu",
+                          people[random_() % std::size(people)], number * 179 % ntexts * 113);
+        text made = {static_cast<std::uint8_t>(length), {}};
+        std::memcpy(made.bytes, bytes, made.length);
+        return made;
     }
     void fill(row &each, std::int32_t number)
     {
         each.number = number;
-        each.text = static_cast<std::uint32_t>(random_() % texts.size());
-        char text[32];
-        const int length =
-            std::snprintf(text, sizeof text, "%u.%02u", static_cast<unsigned>(random_() % 100000),
-                          static_cast<unsigned>(random_() % 100));
-        unsigned char amount[ku::core::number_longest];
-        std::size_t bytes = 0;
-        require(ku::core::text_to_number(text, static_cast<std::size_t>(length), amount, &bytes)
-                    && bytes <= sizeof each.amount,
+        char amount[32];
+        const int length = std::snprintf(amount, sizeof amount, "%u.%02u",
+                                         static_cast<unsigned>(random_() % 100000),
+                                         static_cast<unsigned>(random_() % 100));
+        unsigned char bytes[ku::core::number_longest];
+        std::size_t used = 0;
+        require(ku::core::text_to_number(amount, static_cast<std::size_t>(length), bytes, &used)
+                    && used <= sizeof each.amount,
                 "a number");
-        std::memcpy(each.amount, amount, bytes);
-        each.amount_length = static_cast<std::uint8_t>(bytes);
+        std::memcpy(each.amount, bytes, used);
+        each.amount_length = static_cast<std::uint8_t>(used);
         ku::core::date day = {};
         day.year = static_cast<std::int16_t>(1990 + random_() % 40);
         day.month = static_cast<std::uint8_t>(1 + random_() % 12);
         day.day = static_cast<std::uint8_t>(1 + random_() % 28);
         require(ku::core::date_to_value(day, each.day), "a date");
-        each.note = static_cast<std::uint32_t>(random_() % notes.size());
-        each.note_length =
-            random_() % 10 < 7 ? 0 : static_cast<std::uint8_t>(notes[each.note].size());
+        if (random_() % 10 < 7) return;
+        each.note_length = static_cast<std::uint8_t>(10 + random_() % (longest_note - 10));
+        std::memset(each.note, static_cast<int>('a' + random_() % 26), each.note_length);
+    }
+    void count_in(const row &each)
+    {
+        if (groups.empty() || groups.back().name < each.name) groups.push_back({each.name, 0, 0});
+        groups.back().count++;
+        groups.back().total += each.number;
     }
 
     std::mt19937 random_{1};
@@ -267,7 +292,7 @@ public:
     void begin() {}
     void add(const row &each)
     {
-        const std::array<value, columns> from = rows().values(each);
+        const std::array<value, columns> from = table::values(each);
         for (std::size_t i = 0; i < columns; i++) {
             kudxcoldef &column = columns_[i];
             column.curnul_kudxcol = from[i].null ? KUDC_NULL : 0;
@@ -305,8 +330,8 @@ public:
     {
         sum total;
         kudccurdef *cursor = open(0);
-        for (const std::uint32_t each : rows().lookups) {
-            const std::array<value, columns> from = rows().values(rows().rows[each]);
+        for (const row &each : rows().lookups) {
+            const std::array<value, columns> from = table::values(each);
             for (std::size_t i = 0; i < 2; i++) {
                 kudcbvadef &key = cursor->keyp_kudccur->arybva_kudckey[i];
                 std::memcpy(key.val_kudcbva, from[1 - i].bytes, from[1 - i].length);
@@ -411,7 +436,7 @@ public:
     void begin() { run("BEGIN"); }
     void add(const row &each)
     {
-        const std::array<value, columns> from = rows().values(each);
+        const std::array<value, columns> from = table::values(each);
         sqlite3_bind_int(insert_, 1, each.number);
         for (int i = 1; i < static_cast<int>(columns); i++) {
             const value &now = from[static_cast<std::size_t>(i)];
@@ -440,11 +465,9 @@ public:
         sum total;
         sqlite3_stmt *select = prepare("SELECT number, text, amount, day, note FROM cached "
                                        "INDEXED BY by_key WHERE text=? AND number=?");
-        for (const std::uint32_t each : rows().lookups) {
-            const row &wanted = rows().rows[each];
-            const std::string &text = rows().texts[wanted.text];
-            sqlite3_bind_text(select, 1, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-            sqlite3_bind_int(select, 2, wanted.number);
+        for (const row &each : rows().lookups) {
+            sqlite3_bind_text(select, 1, each.name.bytes, each.name.length, SQLITE_STATIC);
+            sqlite3_bind_int(select, 2, each.number);
             require(sqlite3_step(select) == SQLITE_ROW, "SQLite's look-up");
             std::int32_t number = 0;
             total.add(current(select, &number));
@@ -538,7 +561,7 @@ public:
     {
         unsigned char bytes[256];
         unsigned char *to = bytes;
-        for (const value &now : rows().values(each)) {
+        for (const value &now : table::values(each)) {
             const auto length = static_cast<std::uint32_t>(now.length);
             std::memcpy(to, &length, sizeof length);
             to[sizeof length] = now.null ? 1 : 0;
@@ -573,9 +596,9 @@ public:
     sum look_up()
     {
         return reading([this](MDB_txn *txn, sum *total) {
-            for (const std::uint32_t each : rows().lookups) {
+            for (const row &each : rows().lookups) {
                 unsigned char room[longest_text + 5];
-                MDB_val key = key_of(rows().rows[each], room), number;
+                MDB_val key = key_of(each, room), number;
                 expect(mdb_get(txn, keys_, &key, &number));
                 total->add(row_of(txn, number));
             }
@@ -590,12 +613,13 @@ private:
     // The text, a NUL, and the number so that its bytes sort.
     static MDB_val key_of(const row &each, unsigned char *room)
     {
-        const std::string &text = rows().texts[each.text];
-        std::memcpy(room, text.c_str(), text.size() + 1);
+        const std::size_t length = each.name.length;
+        std::memcpy(room, each.name.bytes, length);
+        room[length] = 0;
         const std::uint32_t sorting =
             __builtin_bswap32(static_cast<std::uint32_t>(each.number) ^ 0x80000000U);
-        std::memcpy(room + text.size() + 1, &sorting, sizeof sorting);
-        return {text.size() + 1 + sizeof sorting, room};
+        std::memcpy(room + length + 1, &sorting, sizeof sorting);
+        return {length + 1 + sizeof sorting, room};
     }
     static std::array<value, columns> values(const MDB_val &data)
     {
@@ -707,21 +731,20 @@ template <typename Store> void look_up(benchmark::State &state)
 // Counts and sums of all groups; the rows lie in the order of the groups.
 template <typename Store> void groups(benchmark::State &state)
 {
-    const table &from = rows();
     Store &store = filled<Store>(plan::grouped);
+    const std::vector<group> &expected = rows().groups;
     for (auto _ : state) {
         std::size_t at = 0;
-        store.groups([&](std::string_view text, std::int64_t count, std::int64_t total) {
-            for (; count > 0 && at < from.sorted.size(); count--) {
-                const row &each = from.rows[from.sorted[at++]];
-                if (from.texts[each.text] != text) break;
-                total -= each.number;
-            }
-            require(count == 0 && total == 0, "a group is something else");
+        store.groups([&](std::string_view name, std::int64_t count, std::int64_t total) {
+            require(at < expected.size(), "a group too many");
+            const group &now = expected[at++];
+            require(name == std::string_view(now.name.bytes, now.name.length) && count == now.count
+                        && total == now.total,
+                    "a group is something else");
         });
-        require(at == from.sorted.size(), "groups are missing");
+        require(at == expected.size(), "groups are missing");
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(from.rows.size()) * state.iterations());
+    state.SetItemsProcessed(static_cast<std::int64_t>(rows().rows.size()) * state.iterations());
 }
 
 constexpr int few = 3; // repetitions, of what takes seconds

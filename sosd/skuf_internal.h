@@ -2,6 +2,8 @@
 #ifndef SKUF_INTERNAL_H
 #define SKUF_INTERNAL_H
 
+#include <cstddef>
+
 #include "skufb.h"
 #include "skufo.h"
 #include "skufv.h"
@@ -37,6 +39,16 @@ void skufbfill(const skuf *cache, const skufb *buffer);
 
 // Writes a buffer's block back. Returns 0, or the code it pushed.
 uint32_t skufbstore(kux *ctx, skuf *cache, const skufb *buffer);
+
+// Copies bytes. Out of line: for what is a block at most the compiler would put
+// instructions here that start slowly.
+void skufbcopy(void *to, const void *from, std::size_t bytes);
+
+// Lets the caller see bytes of a virtual file where they are, until the next fetch
+// through the cache. *bytes: null when they lie in two blocks, with nothing done.
+// Returns 0, or a code as skufvmove does; skufvpos stays.
+uint32_t skufvlook(kux *ctx, void *cache, void *file, uint32_t position, uint32_t length,
+                   const unsigned char **bytes);
 
 // Closes a raw file and releases it whatever happens; pushes the failure of the
 // closing when `tell` is set.

@@ -80,6 +80,8 @@ uint32_t skufbwrite(kux *ctx, void *, skufo *file, uint32_t block, const void *b
                           SKUF_BLOCK);
 }
 
+void skufbcopy(void *to, const void *from, std::size_t bytes) { std::memcpy(to, from, bytes); }
+
 void skufbfill(const skuf *cache, const skufb *buffer)
 {
     skufpart *part = skufpartof(cache, buffer);

@@ -200,13 +200,13 @@ static void skufvput(const skuf *cache, skufb *held, uint32_t offset, const unsi
     } else {
         skufbfill(cache, held); // no holes in what is here
     }
-    std::memcpy(held->skufbdata + offset, from, piece);
+    skufbcopy(held->skufbdata + offset, from, piece);
     held->skufbflags |= SKUFB_DIRTY;
 }
 
-// Copies a piece out of a fetched block.
-static void skufvget(const skuf *cache, const skufb *held, uint32_t offset, unsigned char *to,
-                     uint32_t piece)
+// Where a piece of a fetched block is.
+static const unsigned char *skufvat(const skuf *cache, const skufb *held, uint32_t offset,
+                                    uint32_t piece)
 {
     const skufpart *part = skufpartof(cache, held);
     const uint32_t end = offset + piece;
@@ -217,7 +217,32 @@ static void skufvget(const skuf *cache, const skufb *held, uint32_t offset, unsi
         else
             skufbfill(cache, held);
     }
-    std::memcpy(to, from + offset, piece);
+    return from + offset;
+}
+
+// The buffer of a block for a move. Null, with the code that stops the move: any that is on
+// the stack.
+static skufb *skufvseek(kux *ctx, skuf *cache, skufv *file, uint32_t block, uint32_t *status)
+{
+    skufb *held = skufvfetch(ctx, cache, file, block);
+    *status = kuxernerrors(ctx) != 0 ? kuxercode(ctx) : 0;
+    if (held == nullptr && *status == 0)
+        *status = skufrefuse(ctx, SKUFA_NULL); // no memory, and no code for it
+    return *status == 0 ? held : nullptr;
+}
+
+uint32_t skufvlook(kux *ctx, void *cache, void *file, uint32_t position, uint32_t length,
+                   const unsigned char **bytes)
+{
+    const uint32_t offset = position & skufv_mask;
+    *bytes = nullptr;
+    if (length > SKUF_BLOCK - offset) return 0;
+    auto *area = static_cast<skuf *>(cache);
+    uint32_t status;
+    const skufb *held =
+        skufvseek(ctx, area, static_cast<skufv *>(file), position >> skufv_shift, &status);
+    if (held != nullptr) *bytes = skufvat(area, held, offset, length);
+    return status;
 }
 
 uint32_t skufvmove(kux *ctx, void *cache, void *file, void *buffer, uint32_t length, char direction)
@@ -234,13 +259,13 @@ uint32_t skufvmove(kux *ctx, void *cache, void *file, void *buffer, uint32_t len
     while (length != 0) {
         const uint32_t offset = moved->skufvpos & skufv_mask;
         const uint32_t piece = std::min(length, SKUF_BLOCK - offset);
-        skufb *held = skufvfetch(ctx, area, moved, moved->skufvpos >> skufv_shift);
-        if (kuxernerrors(ctx) != 0) return kuxercode(ctx);
-        if (held == nullptr) return skufrefuse(ctx, SKUFA_NULL); // no memory, and no code for it
+        uint32_t status;
+        skufb *held = skufvseek(ctx, area, moved, moved->skufvpos >> skufv_shift, &status);
+        if (held == nullptr) return status;
         if (puts)
             skufvput(area, held, offset, bytes, piece);
         else
-            skufvget(area, held, offset, bytes, piece);
+            skufbcopy(bytes, skufvat(area, held, offset, piece), piece);
         bytes += piece;
         moved->skufvpos += piece;
         length -= piece;

@@ -103,6 +103,10 @@ std::uint32_t read_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t 
                          void *buffer);
 std::uint32_t write_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
                           const void *buffer);
+// Shows bytes of the index file where they are, until the next move. *bytes: null when they
+// have to be read.
+std::uint32_t look_at_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
+                            const unsigned char **block);
 // The same of the data file.
 std::uint32_t read_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes, void *buffer);
 std::uint32_t write_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,

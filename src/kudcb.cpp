@@ -112,6 +112,16 @@ std::uint32_t read_break_key(kudcaccdef *acmp, const kudccurdef *cursor, std::in
     return 0;
 }
 
+std::uint32_t take_break_key(kudcaccdef *acmp, const kudccurdef *cursor, row_reader row)
+{
+    const kudcbidxdef &breaks = index_of(acmp, cursor)->tinf_kudcidx.binf_kudcidx;
+    const std::uint32_t status =
+        bind_row(acmp, &row, thread_of(acmp, cursor), breaks.abvap_kudcbidx);
+    if (status != 0) return status;
+    kudcbrepeat(breaks);
+    return 0;
+}
+
 } // namespace ku::cache
 
 extern "C" {

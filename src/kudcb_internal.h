@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "kudc_internal.h"
+#include "kudcd_internal.h"
 
 namespace ku::cache
 {
@@ -13,6 +14,9 @@ namespace ku::cache
 // into *header. The thread's columns stay as they are.
 std::uint32_t read_break_key(kudcaccdef *acmp, const kudccurdef *cursor, std::int32_t row,
                              kudcrchdef *header);
+
+// The same of a row that is being read, by a reader that has taken its head.
+std::uint32_t take_break_key(kudcaccdef *acmp, const kudccurdef *cursor, row_reader row);
 
 } // namespace ku::cache
 

@@ -23,9 +23,10 @@
 #include <algorithm>
 
 #include "kudc_internal.h"
+#include "kudcd_internal.h"
 #include "kudx.h"
 #include "longval.h"
-#include "skufv.h"
+#include "skuf_internal.h"
 
 using ku::cache::refuse;
 namespace cache = ku::cache;
@@ -69,6 +70,15 @@ static uint32_t kudcdput(kudcaccdef *acmp, void *file, int32_t position, uint32_
 uint32_t cache::read_block(kudcaccdef *acmp, int32_t position, uint32_t bytes, void *buffer)
 {
     return kudcdget(acmp, acmp->idxf_kudcacc, acmp->nxio_kudcacc, position, bytes, buffer);
+}
+
+uint32_t cache::look_at_block(kudcaccdef *acmp, int32_t position, uint32_t bytes,
+                              const unsigned char **block)
+{
+    if (position < 0 || int64_t{position} + bytes > acmp->nxio_kudcacc)
+        return refuse(acmp, KUVAA_MISSING);
+    return skufvlook(acmp->kuxp_kudcacc, acmp->skufh_kudcacc, acmp->idxf_kudcacc,
+                     static_cast<uint32_t>(position), bytes, block);
 }
 
 uint32_t cache::write_block(kudcaccdef *acmp, int32_t position, uint32_t bytes, const void *buffer)
@@ -385,74 +395,36 @@ uint32_t kudcdupd(kudcaccdef *acmp, kudcthddef *thread, int32_t position)
 
 // ---- reading ----
 
-namespace
+uint32_t cache::row_reader::open(part wanted)
 {
-
-// A record while it is read from its beginning to its end: in the row buffer, or in the file.
-class kudcdreader
-{
-public:
-    kudcdreader(kudcaccdef *acmp, const kudcthddef *thread, int32_t position)
-        : acmp_(acmp), thread_(thread), position_(position)
-    {
-    }
-
-    // Reads the header, and `whole` records of short rows altogether.
-    uint32_t open(bool whole);
-    const kudcrchdef &header() const { return header_; }
-    bool buffered() const { return bytes_ != nullptr; }
-    int32_t place() const { return static_cast<int32_t>(at_); } // position of what comes next
-
-    // The next bytes, which must be of this record.
-    uint32_t take(void *to, uint32_t bytes);
-    uint32_t skip(uint32_t bytes)
-    {
-        if (bytes > end_ - at_) return refuse(acmp_, KUVAA_MISSING);
-        at_ += bytes;
-        return 0;
-    }
-    uint32_t column(uint32_t *length, int8_t *isnull);
-    // The whole record was taken.
-    uint32_t close() const { return at_ == end_ ? 0 : refuse(acmp_, KUVAA_MISSING); }
-
-private:
-    kudcaccdef *acmp_;
-    const kudcthddef *thread_;
-    int32_t position_;
-    kudcrchdef header_ = {};
-    int64_t at_ = 0;
-    int64_t end_ = 0;
-    const unsigned char *bytes_ = nullptr; // of the record, in the row buffer; or null
-};
-
-uint32_t kudcdreader::open(bool whole)
-{
-    const uint32_t fixed = cache::fixed_bytes(thread_);
+    const uint32_t fixed = fixed_bytes(thread_);
     const int64_t behind = int64_t{acmp_->nxdo_kudcacc} - position_; // bytes from here on
     if (position_ < 0 || behind < fixed) return refuse(acmp_, KUVAA_MISSING);
 
-    whole = whole && kudcdbuffered(acmp_, thread_);
-    const int64_t longest = int64_t{fixed} - cache::column_head * thread_->clct_kudcthd
-                            + thread_->mlen_kudcthd; // there is room for it in the buffer
-    uint32_t glance = sizeof header_;
-    if (whole) glance = static_cast<uint32_t>(std::min({behind, longest, int64_t{kudcd_glance}}));
-    unsigned char *to = whole ? acmp_->bufp_kudcacc : reinterpret_cast<unsigned char *>(&header_);
-    if (const uint32_t status = cache::read_data(acmp_, position_, glance, to)) return status;
-    if (whole) header_ = cache::load<kudcrchdef>(to);
+    const bool buffered = kudcdbuffered(acmp_, thread_);
+    const uint32_t head = fixed - column_head * thread_->clct_kudcthd;
+    const int64_t longest = int64_t{head} + thread_->mlen_kudcthd; // there is room for it
+    uint32_t glance = buffered ? head : uint32_t{sizeof header_};
+    if (buffered && wanted == part::all)
+        glance = static_cast<uint32_t>(std::min({behind, longest, int64_t{kudcd_glance}}));
+    unsigned char *to =
+        buffered ? acmp_->bufp_kudcacc : reinterpret_cast<unsigned char *>(&header_);
+    if (const uint32_t status = read_data(acmp_, position_, glance, to)) return status;
+    if (buffered) header_ = load<kudcrchdef>(to);
 
     const uint32_t length = header_.leng_kudcrch;
+    const bool whole = buffered && wanted == part::all;
     if (length < fixed || length > behind || (whole && length > longest))
         return refuse(acmp_, KUVAA_MISSING);
     at_ = position_ + int64_t{sizeof header_};
     end_ = int64_t{position_} + length;
-    if (!whole) return 0;
-    bytes_ = to;
-    if (length <= glance) return 0;
+    if (buffered) bytes_ = to;
+    if (!whole || length <= glance) return 0;
     const auto rest = static_cast<int32_t>(position_ + int64_t{glance});
-    return cache::read_data(acmp_, rest, length - glance, to + glance);
+    return read_data(acmp_, rest, length - glance, to + glance);
 }
 
-uint32_t kudcdreader::take(void *to, uint32_t bytes)
+uint32_t cache::row_reader::take(void *to, uint32_t bytes)
 {
     if (bytes == 0) return 0;
     const int32_t from = place();
@@ -463,7 +435,7 @@ uint32_t kudcdreader::take(void *to, uint32_t bytes)
 }
 
 // Length and null indicator of the next column, whose value is in this record.
-uint32_t kudcdreader::column(uint32_t *length, int8_t *isnull)
+uint32_t cache::row_reader::column(uint32_t *length, int8_t *isnull)
 {
     unsigned char head[cache::column_head];
     if (const uint32_t status = take(head, sizeof head)) return status;
@@ -472,10 +444,7 @@ uint32_t kudcdreader::column(uint32_t *length, int8_t *isnull)
     return *length > end_ - at_ ? refuse(acmp_, KUVAA_MISSING) : 0;
 }
 
-} // namespace
-
-// Loads header, links and live counts of an open record into the thread.
-static uint32_t kudcdhead(kudcdreader *row, kudcthddef *thread)
+static uint32_t kudcdhead(cache::row_reader *row, kudcthddef *thread)
 {
     if (const uint32_t status = row->take(thread->idxl_kudcthd, kudcdlinks(thread))) return status;
     if (const uint32_t status = row->take(thread->delp_kudcthd, kudcdlives(thread))) return status;
@@ -483,11 +452,18 @@ static uint32_t kudcdhead(kudcdreader *row, kudcthddef *thread)
     return 0;
 }
 
+uint32_t cache::open_row(kudcaccdef *acmp, row_reader *row, kudcthddef *thread)
+{
+    if (const uint32_t status = kudcdarrays(acmp, thread)) return status;
+    if (const uint32_t status = row->open(row_reader::part::all)) return status;
+    return kudcdhead(row, thread);
+}
+
 uint32_t cache::read_row_head(kudcaccdef *acmp, kudcthddef *thread, int32_t position)
 {
     if (const uint32_t status = kudcdarrays(acmp, thread)) return status;
-    kudcdreader row(acmp, thread, position);
-    if (const uint32_t status = row.open(false)) return status;
+    cache::row_reader row(acmp, thread, position);
+    if (const uint32_t status = row.open(row_reader::part::head)) return status;
     return kudcdhead(&row, thread);
 }
 
@@ -506,7 +482,7 @@ static uint32_t kudcdvalue(kudcaccdef *acmp, kudxcoldef *column, int32_t positio
 }
 
 // Loads the next column of a record.
-static uint32_t kudcdload(kudcaccdef *acmp, kudcdreader *row, const kudcthddef *thread,
+static uint32_t kudcdload(kudcaccdef *acmp, cache::row_reader *row, const kudcthddef *thread,
                           uint16_t number)
 {
     kudxcoldef *column = thread->acol_kudcthd[number];
@@ -531,22 +507,26 @@ static uint32_t kudcdload(kudcaccdef *acmp, kudcdreader *row, const kudcthddef *
     return row->take(column->curval_kudxcol, length);
 }
 
-uint32_t kudcdrd(kudcaccdef *acmp, kudcthddef *thread, int32_t position)
+uint32_t cache::load_row(kudcaccdef *acmp, row_reader *row, kudcthddef *thread)
 {
-    if (acmp == nullptr) return KUVAA_MISSING;
-    if (const uint32_t status = kudcdarrays(acmp, thread)) return status;
-    kudcdreader row(acmp, thread, position);
-    if (const uint32_t status = row.open(true)) return status;
-    if (const uint32_t status = kudcdhead(&row, thread)) return status;
     for (uint16_t i = 0; i < thread->clct_kudcthd; i++)
-        if (const uint32_t status = kudcdload(acmp, &row, thread, i)) return status;
-    if (const uint32_t status = row.close()) return status;
-    thread->tpln_kudcthd = row.header().leng_kudcrch - cache::fixed_bytes(thread);
+        if (const uint32_t status = kudcdload(acmp, row, thread, i)) return status;
+    if (const uint32_t status = row->close()) return status;
+    thread->tpln_kudcthd = row->header().leng_kudcrch - fixed_bytes(thread);
     return 0;
 }
 
+uint32_t kudcdrd(kudcaccdef *acmp, kudcthddef *thread, int32_t position)
+{
+    if (acmp == nullptr) return KUVAA_MISSING;
+    cache::row_reader row(acmp, thread, position);
+    if (const uint32_t status = cache::open_row(acmp, &row, thread)) return status;
+    return cache::load_row(acmp, &row, thread);
+}
+
 // Loads the next column of a record into a bind value, or passes over it.
-static uint32_t kudcdbind(kudcaccdef *acmp, kudcdreader *row, uint32_t longest, kudcbvadef *value)
+static uint32_t kudcdbind(kudcaccdef *acmp, cache::row_reader *row, uint32_t longest,
+                          kudcbvadef *value)
 {
     uint32_t length;
     int8_t isnull;
@@ -559,23 +539,29 @@ static uint32_t kudcdbind(kudcaccdef *acmp, kudcdreader *row, uint32_t longest, 
     return row->take(value->val_kudcbva, length);
 }
 
+uint32_t cache::bind_row(kudcaccdef *acmp, row_reader *row, kudcthddef *thread,
+                         kudcbvadef *const *values)
+{
+    for (uint16_t i = 0; i < thread->clct_kudcthd; i++) {
+        const uint32_t longest = longest_value(thread, i);
+        if (const uint32_t status = kudcdbind(acmp, row, longest, values[i])) return status;
+    }
+    if (const uint32_t status = row->close()) return status;
+    thread->tpln_kudcthd = row->header().leng_kudcrch - fixed_bytes(thread);
+    return 0;
+}
+
 uint32_t kudcdrbv(kudcaccdef *acmp, kudcthddef *thread, kudcbvadef *const *values, int32_t position,
                   kudcrchdef *header)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     if (const uint32_t status = kudcdarrays(acmp, thread)) return status;
     if (values == nullptr || header == nullptr) return refuse(acmp, KUVAA_MISSING);
-    kudcdreader row(acmp, thread, position);
-    if (const uint32_t status = row.open(true)) return status;
+    cache::row_reader row(acmp, thread, position);
+    if (const uint32_t status = row.open(cache::row_reader::part::all)) return status;
     *header = row.header();
     if (const uint32_t status = row.skip(kudcdlinks(thread) + kudcdlives(thread))) return status;
-    for (uint16_t i = 0; i < thread->clct_kudcthd; i++) {
-        const uint32_t longest = cache::longest_value(thread, i);
-        if (const uint32_t status = kudcdbind(acmp, &row, longest, values[i])) return status;
-    }
-    if (const uint32_t status = row.close()) return status;
-    thread->tpln_kudcthd = row.header().leng_kudcrch - cache::fixed_bytes(thread);
-    return 0;
+    return cache::bind_row(acmp, &row, thread, values);
 }
 
 // ---- column data sources ----

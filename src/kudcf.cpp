@@ -27,6 +27,7 @@
 #include "kudc_internal.h"
 #include "kudcb.h"
 #include "kudck.h"
+#include "kudck_internal.h"
 #include "kudcs.h"
 #include "kudx.h"
 #include "kul.h"
@@ -383,7 +384,8 @@ static uint32_t kudcflevels(kudcaccdef *acmp, kudcidxdef *index, const kudciddtd
     const uint16_t levels = index->lvct_kudcidx;
     index->lvwd_kudcidx = obtain<uint16_t>(ctx, levels);
     index->lvcl_kudcidx = obtain<uint16_t>(ctx, levels);
-    index->lvrt_kudcidx = obtain<kudcidhdef>(ctx, levels);
+    index->lvrt_kudcidx = static_cast<kudcidhdef *>(
+        cache::obtain(ctx, levels, sizeof(kudcidhdef) + sizeof(cache::nearby)));
     if (index->lvwd_kudcidx == nullptr || index->lvcl_kudcidx == nullptr
         || index->lvrt_kudcidx == nullptr)
         return KUVAA_NOMEM;

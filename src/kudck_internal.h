@@ -27,6 +27,25 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
                            std::int32_t root, std::uint32_t bytes, std::int32_t *position,
                            std::int32_t *inserted);
 
+// Where a look-up in a level's trees ended, which is where the next one may end, too. A block
+// that was a leaf of a tree stays in that tree, so this may be out of date, but never wrong.
+struct nearby {
+    std::int32_t root; // the tree; positions of blocks
+    std::int32_t leaf;
+    std::int32_t again; // 1: the leaf to be looked at before the root
+};
+// Of a level of an index; they lie behind its templates.
+inline nearby *nearby_of(const kudcidxdef *index, std::uint16_t level)
+{
+    return reinterpret_cast<nearby *>(index->lvrt_kudcidx + index->lvct_kudcidx) + level;
+}
+
+// find_in_tree for keys that follow each other: two look-ups that end in one leaf make the next
+// begin there.
+std::uint32_t find_nearby(kudcaccdef *acmp, const kudckeydef *key, std::uint16_t level,
+                          std::int32_t root, std::uint32_t bytes, nearby *near,
+                          std::int32_t *position);
+
 } // namespace ku::cache
 
 #endif

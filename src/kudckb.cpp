@@ -60,18 +60,40 @@ std::uint32_t kudckused(const unsigned char *block, std::uint32_t entry, std::ui
 
 // ---- searching ----
 
+bool kudckreadable(const kudcaccdef *acmp, std::uint32_t bytes)
+{
+    return acmp->indx_kudcacc != nullptr && bytes >= block_head && bytes <= acmp->isiz_kudcacc;
+}
+
 // Reads a block, the level's block size known; a wrong one is put right.
 std::uint32_t kudckread(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes)
 {
-    if (acmp->indx_kudcacc == nullptr || bytes < block_head || bytes > acmp->isiz_kudcacc) {
-        return refuse(acmp, KUVAA_NOVALUE);
-    }
+    if (!kudckreadable(acmp, bytes)) return refuse(acmp, KUVAA_NOVALUE);
     const std::uint32_t status = read_block(acmp, position, bytes, acmp->indx_kudcacc);
     if (status != 0) return status;
     const std::uint32_t size = header_of(acmp->indx_kudcacc).size_kudcidh;
     if (size == bytes) return 0;
     if (size < block_head || size > acmp->isiz_kudcacc) return refuse(acmp, KUVAA_MISSING);
     return read_block(acmp, position, size, acmp->indx_kudcacc);
+}
+
+// Goes to a block on the way down. *block: it, until the next move: an internal one where it is,
+// if it can be seen there; a leaf in the working buffer.
+std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
+                         const unsigned char **block)
+{
+    if (!kudckreadable(acmp, bytes)) return refuse(acmp, KUVAA_NOVALUE);
+    const unsigned char *seen = nullptr;
+    const std::uint32_t status = look_at_block(acmp, position, bytes, &seen);
+    if (status != 0) return status;
+    *block = acmp->indx_kudcacc;
+    if (seen == nullptr || header_of(seen).size_kudcidh != bytes)
+        return kudckread(acmp, position, bytes);
+    if (header_of(seen).leaf_kudcidh == 0)
+        *block = seen;
+    else
+        std::memcpy(acmp->indx_kudcacc, seen, bytes);
+    return 0;
 }
 
 // The entry that holds the key, or -(insertion point + 1). The columns' buffers are there.
@@ -91,6 +113,16 @@ std::int32_t kudcksearch(const kudcaccdef *acmp, const level_columns &columns,
             low = middle + 1;
     }
     return -(low + 1);
+}
+
+// Whether one stored key at most is equal to the columns.
+bool kudckexact(const level_columns &columns, std::uint16_t count)
+{
+    bool exact = columns.count == count;
+    for (std::uint16_t i = 0; i < columns.count; i++) {
+        exact = exact && columns.first[i].wildcard_kudcbva != 1;
+    }
+    return exact;
 }
 
 // The entry of an internal block to descend into, -1 for `less`.
@@ -118,19 +150,44 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
     if (inserted != nullptr) *inserted = 0;
     if (root < 0) return 0;
     const level_columns columns = columns_of(key, level);
+    const unsigned char *block = nullptr;
     std::uint32_t status = check_buffers(acmp, columns);
-    if (status == 0) status = kudckread(acmp, root, bytes);
+    if (status == 0) status = kudckvisit(acmp, root, bytes, &block);
     if (status != 0) return status;
 
-    const unsigned char *block = acmp->indx_kudcacc;
     if (inserted != nullptr) *inserted = header_of(block).coun_kudcidh;
     *position = kudcksearch(acmp, columns, block);
     while (header_of(block).leaf_kudcidh == 0) {
-        status = kudckread(acmp, kudckchild(block, kudckbranch(*position)),
-                           header_of(block).size_kudcidh);
+        status = kudckvisit(acmp, kudckchild(block, kudckbranch(*position)),
+                            header_of(block).size_kudcidh, &block);
         if (status != 0) return status;
         *position = kudcksearch(acmp, columns, block);
     }
+    return 0;
+}
+
+std::uint32_t find_nearby(kudcaccdef *acmp, const kudckeydef *key, std::uint16_t level,
+                          std::int32_t root, std::uint32_t bytes, nearby *near,
+                          std::int32_t *position)
+{
+    if (near->root == root && near->again) {
+        const level_columns columns = columns_of(key, level);
+        std::uint32_t status = check_buffers(acmp, columns);
+        if (status == 0) status = kudckread(acmp, near->leaf, bytes);
+        if (status != 0) return status;
+        const kudcidhdef header = header_of(acmp->indx_kudcacc);
+        // Of keys that a wildcard or a part matches the one is taken that the way down leads to.
+        if (header.leaf_kudcidh != 0 && kudckexact(columns, header.clct_kudcidh)) {
+            *position = kudcksearch(acmp, columns, acmp->indx_kudcacc);
+            // Between two keys of a leaf no other leaf's can be.
+            if (*position >= 0 || (*position < -1 && -(*position + 1) < header.kyct_kudcidh))
+                return 0;
+        }
+    }
+    const std::uint32_t status = find_in_tree(acmp, key, level, root, bytes, position, nullptr);
+    if (status != 0 || root < 0) return status;
+    const std::int32_t leaf = header_of(acmp->indx_kudcacc).addr_kudcidh;
+    *near = {root, leaf, near->root == root && near->leaf == leaf};
     return 0;
 }
 
@@ -525,20 +582,20 @@ std::uint32_t kudckjoin(kudckinsertion &in, std::uint16_t entry)
                      static_cast<std::uint16_t>(in.index->lvst_kudcidx + header.levl_kudcidh));
 }
 
-// Enters the key below and in the block in the working buffer.
-std::uint32_t kudckenter(kudckinsertion &in) // NOLINT(misc-no-recursion): a tree's height
+// Enters the key below and in a block; a leaf is in the working buffer.
+// NOLINTNEXTLINE(misc-no-recursion): a tree's height
+std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
 {
     kudcaccdef *acmp = in.acmp;
-    const kudcidhdef header = header_of(acmp->indx_kudcacc);
-    const std::int32_t position = kudcksearch(acmp, in.columns, acmp->indx_kudcacc);
+    const kudcidhdef header = header_of(block);
+    const std::int32_t position = kudcksearch(acmp, in.columns, block);
     if (header.leaf_kudcidh != 0) {
         if (position >= 0) return kudckjoin(in, static_cast<std::uint16_t>(position));
         return kudckadd(in, static_cast<std::uint32_t>(-(position + 1)));
     }
     const std::int32_t branch = kudckbranch(position);
-    std::uint32_t status =
-        kudckread(acmp, kudckchild(acmp->indx_kudcacc, branch), header.size_kudcidh);
-    if (status == 0) status = kudckenter(in);
+    std::uint32_t status = kudckvisit(acmp, kudckchild(block, branch), header.size_kudcidh, &block);
+    if (status == 0) status = kudckenter(in, block);
     if (status != 0 || in.outcome != kudck_split) return status;
     status = kudckread(acmp, header.addr_kudcidh, header.size_kudcidh);
     // Right of the child that was split: a separator may be equal to one that stands there,
@@ -572,7 +629,7 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     if (std::uint64_t{size} + entry_bytes > kudckcapacity(root)) {
         return refuse(acmp, KUDCA_KEYSIZE);
     }
-    status = kudckenter(in);
+    status = kudckenter(in, acmp->indx_kudcacc);
     if (status == 0) status = kudckplant(in, root.levl_kudcidh);
     // The caller counts an added key in the root.
     if (status == 0 && in.outcome != kudck_present

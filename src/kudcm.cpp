@@ -25,6 +25,7 @@
 #include "kudcb.h"
 #include "kudcb_internal.h"
 #include "kudcd.h"
+#include "kudcd_internal.h"
 #include "kudcf.h"
 #include "kudck.h"
 #include "kudck_internal.h"
@@ -246,13 +247,15 @@ std::uint32_t kudcmnext(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t level
     return status;
 }
 
-// Steps over rows that the cursor may not see; the head of the one found is in the thread.
+// Steps over rows that the cursor may not see; the head of the one found is in the thread, and
+// the reader goes on with its columns.
 std::uint32_t kudcmskip(kudcaccdef *acmp, const kudccurdef *cursor, std::uint8_t level,
-                        std::int32_t *row)
+                        std::int32_t *row, row_reader *reader)
 {
     while (*row != KUDC_NONE) {
         kudcthddef *thread = thread_of(acmp, cursor);
-        if (const std::uint32_t status = read_row_head(acmp, thread, *row)) return status;
+        *reader = row_reader(acmp, thread, *row);
+        if (const std::uint32_t status = open_row(acmp, reader, thread)) return status;
         if (kudcmvisible(cursor, thread, level)) return 0;
         const std::int32_t next = kudcmlink(acmp, cursor);
         // Rows are linked in the order in which they were stored.
@@ -264,13 +267,12 @@ std::uint32_t kudcmskip(kudcaccdef *acmp, const kudccurdef *cursor, std::uint8_t
 
 // Whether a row belongs to the group that a cursor reads: without stored groups its key tells.
 std::uint32_t kudcmbelongs(kudcaccdef *acmp, const kudccurdef *cursor, std::uint8_t level,
-                           std::int32_t row, bool *belongs)
+                           const row_reader &row, bool *belongs)
 {
     const kudcidxdef *index = index_of(acmp, cursor);
     *belongs = true;
     if (index == nullptr || index->idxt_kudcidx != KUDC_DYNBRK) return 0;
-    kudcrchdef header;
-    if (const std::uint32_t status = read_break_key(acmp, cursor, row, &header)) return status;
+    if (const std::uint32_t status = take_break_key(acmp, cursor, row)) return status;
     std::int32_t differs = 0;
     std::uint16_t first = 0;
     const std::uint32_t status =
@@ -307,9 +309,9 @@ std::uint32_t kudcmlocate(kudcaccdef *acmp, const kudccurdef *cursor, std::uint1
                           std::int32_t root, kudcmplace *place)
 {
     const kudcidxdef *index = index_of(acmp, cursor);
-    const std::uint32_t status =
-        find_in_tree(acmp, cursor->keyp_kudccur, level, root,
-                     index->lvrt_kudcidx[level].size_kudcidh, &place->entry, nullptr);
+    const std::uint32_t status = find_nearby(acmp, cursor->keyp_kudccur, level, root,
+                                             index->lvrt_kudcidx[level].size_kudcidh,
+                                             nearby_of(index, level), &place->entry);
     if (status == 0 && place->entry >= 0)
         place->record = entry_of(acmp->indx_kudcacc, static_cast<std::uint32_t>(place->entry));
     return status;
@@ -365,6 +367,13 @@ struct kudcmsearch {
     }
 };
 
+// The next key to be looked up is expected in the leaf in the working buffer.
+void kudcmstay(const kudcmsearch &search, std::uint16_t level, std::int32_t root)
+{
+    *nearby_of(index_of(search.acmp, search.cursor),
+               level) = {root, header_of(search.acmp->indx_kudcacc).addr_kudcidh, 1};
+}
+
 // Takes a level's key under a root. place->entry is negative when there is none.
 std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::int32_t root,
                          kudcmplace *place, std::int32_t *state)
@@ -376,6 +385,7 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
             load_first_key(search.acmp, index_of(search.acmp, search.cursor),
                            search.cursor->keyp_kudccur, level, root, &place->record, &found);
         if (found) place->entry = 0;
+        if (found) kudcmstay(search, level, root);
         if (!found && level <= search.target) kudcmset(search.cursor->keyp_kudccur, level, 0);
         *state = found || level > search.target ? KUDC_POSITIONED : KUDC_NOKEY;
         return status;
@@ -386,6 +396,7 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
     if (search.relop != KUDC_NEXT || level != search.target) return 0;
     status = kudcmbehind(search.acmp, search.cursor, place);
     if (place->entry < 0) *state = KUDC_NOMORE;
+    if (status == 0 && place->entry >= 0) kudcmstay(search, level, root);
     return status;
 }
 
@@ -670,10 +681,13 @@ std::uint32_t kudcmrnxt(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t level
     if (cursor->currnum_kudccur < 0) return 0;
     std::int32_t row = KUDC_NONE;
     std::uint32_t status = kudcmnext(acmp, cursor, level, &row);
-    if (status == 0) status = kudcmskip(acmp, cursor, level, &row);
+    kudcthddef *thread = thread_of(acmp, cursor);
+    row_reader reader(acmp, thread, row);
+    if (status == 0) status = kudcmskip(acmp, cursor, level, &row, &reader);
     bool belongs = false;
-    if (status == 0 && row != KUDC_NONE) status = kudcmbelongs(acmp, cursor, level, row, &belongs);
-    if (status == 0 && belongs) status = kudcdrd(acmp, thread_of(acmp, cursor), row);
+    if (status == 0 && row != KUDC_NONE)
+        status = kudcmbelongs(acmp, cursor, level, reader, &belongs);
+    if (status == 0 && belongs) status = load_row(acmp, &reader, thread);
     if (status != 0) return status;
     if (cursor->idx_kudccur >= 0) held_row(cursor) = KUDC_NONE;
     if (!belongs) return 0;

@@ -173,7 +173,7 @@ uint32_t cache::check_goal(const kudcaccdef *acmp, const kudcidxdef *index, cons
             || value.val_kudcbva == nullptr)
             return refuse(acmp, KUVAA_NOVALUE);
         const auto column = static_cast<uint16_t>(kudcffirst(index, level) + within++);
-        if (value.len_kudcbva > uint64_t{longest_key_value(index, column)} + 1)
+        if (value_bytes(value) > uint64_t{longest_key_value(index, column)} + 1)
             return refuse(acmp, KUVAA_NOVALUE);
     }
     return 0;
@@ -896,15 +896,6 @@ static uint32_t kudcfdescend(kudcaccdef *acmp, const kudcidxdef *index, kudccurd
     return 0;
 }
 
-// Copies a key, which may be short, into a cursor's key. Its columns come first: the copy looks
-// at what they allow, and each buffer takes the longest of them all.
-static uint32_t kudcfassign(kudcaccdef *acmp, const kudckeydef *from, kudckeydef *to)
-{
-    for (uint16_t i = 0; i < from->numbva_kudckey; i++)
-        to->arybva_kudckey[i].col_kudcbva = from->arybva_kudckey[i].col_kudcbva;
-    return kudckcop(acmp, from, &to, 1);
-}
-
 // Puts a new cursor of an index at the goal, or at the first key.
 static uint32_t kudcfaim(kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *goal,
                          kudccurdef *cursor)
@@ -912,7 +903,8 @@ static uint32_t kudcfaim(kudcaccdef *acmp, const kudcidxdef *index, const kudcke
     if (goal != nullptr) {
         const cache::lent_goal lent(acmp, index, goal);
         if (lent.get() == nullptr) return KUVAA_NOMEM;
-        return kudcfassign(acmp, lent.get(), cursor->keyp_kudccur);
+        cache::copy_key(lent.get(), cursor->keyp_kudccur);
+        return 0;
     }
     int32_t result;
     if (index->idxt_kudcidx == KUDC_SEQNTL)
@@ -961,11 +953,21 @@ uint32_t kudcfnwcurs(kudcaccdef *acmp, const kudckeydef *goal, uint16_t thread, 
     return 0;
 }
 
+// Copies a cursor's key, with which the client may have done what it must not.
+static uint32_t kudcfassign(const kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *from,
+                            kudckeydef *to)
+{
+    if (const uint32_t status = cache::check_goal(acmp, index, from)) return status;
+    if (from->numlevsize_kudckey > index->lvct_kudcidx) return refuse(acmp, KUVAA_NOVALUE);
+    cache::copy_key(from, to);
+    return 0;
+}
+
 // Copies key and position record of an index's cursor.
 static uint32_t kudcfduplicate(kudcaccdef *acmp, const kudcidxdef *index, const kudccurdef *from,
                                kudccurdef *to)
 {
-    if (const uint32_t status = kudcfassign(acmp, from->keyp_kudccur, to->keyp_kudccur))
+    if (const uint32_t status = kudcfassign(acmp, index, from->keyp_kudccur, to->keyp_kudccur))
         return status;
     if (index->idxt_kudcidx == KUDC_DYNBRK) {
         *static_cast<kudcbipsdef *>(to->ipsh_kudccur) =
@@ -979,7 +981,7 @@ static uint32_t kudcfduplicate(kudcaccdef *acmp, const kudcidxdef *index, const 
     const uint16_t levels = index->lvct_kudcidx;
     std::copy_n(source.cloc_kudcspos.apos_kudcscl, levels, target.cloc_kudcspos.apos_kudcscl);
     std::copy_n(source.cloc_kudcspos.kpos_kudcscl, levels, target.cloc_kudcspos.kpos_kudcscl);
-    return kudcfassign(acmp, &source.ckey_kudcspos, &target.ckey_kudcspos);
+    return kudcfassign(acmp, index, &source.ckey_kudcspos, &target.ckey_kudcspos);
 }
 
 uint32_t kudcfcpcurs(kudcaccdef *acmp, const kudccurdef *cursor, kudccurdef **copyp)

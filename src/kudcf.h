@@ -72,8 +72,9 @@ KU_API uint32_t kudcfdestroy(kudcaccdef *acmp);
  * A new cursor, before its first row: on the rows under a key of an index, or on
  * a thread's rows in storage order.
  *   goal      key to begin with, copied in: at most the index's key columns, in
- *             its levels, with values no longer than the columns' maximum + 1; its
- *             block sizes are not looked at. Null: the index's first key. Not
+ *             its levels, with values no longer than those columns' maximum at the
+ *             cache's creation + 1, whatever columns it names; its block sizes are
+ *             not looked at. Null: the index's first key. Not
  *             looked at in storage order
  *   index     negative: storage order
  *   number    storage order: number of the row before the first that is read

@@ -58,7 +58,7 @@ std::uint64_t kudckroom(const kudcbvadef &column)
 kudckvalue kudckshown(const kudcbvadef &column)
 {
     const unsigned char *value = column.val_kudcbva;
-    if (column.len_kudcbva != 0 || column.xdbtyp_kudcbva != KUDC_NUMBER) {
+    if (column.len_kudcbva != 0 || column.xdbtyp_kudcbva != KUDC_NUMBER || kudckisnull(column)) {
         return {value, column.len_kudcbva};
     }
     const std::uint64_t room = kudckroom(column);
@@ -291,7 +291,7 @@ std::uint32_t kudckfits(const kudcaccdef *acmp, const kudckeydef *key, const kud
     for (std::uint32_t i = 0; i < key->numbva_kudckey; i++) {
         const kudcbvadef &to = copy->arybva_kudckey[i];
         if (to.val_kudcbva == nullptr) return refuse(acmp, KUVAA_NOVALUE);
-        if (to.col_kudcbva != nullptr && key->arybva_kudckey[i].len_kudcbva > kudckroom(to)) {
+        if (to.col_kudcbva != nullptr && value_bytes(key->arybva_kudckey[i]) > kudckroom(to)) {
             return refuse(acmp, KUDCA_TOOLONG);
         }
     }
@@ -323,7 +323,18 @@ kudckeydef *kudckbuild(kudcaccdef *acmp, const kudckeydef *key)
     return nullptr;
 }
 
-void kudckcopy(const kudckeydef *key, kudckeydef *copy)
+} // namespace
+
+namespace ku::cache
+{
+
+std::uint64_t value_bytes(const kudcbvadef &column)
+{
+    const kudckvalue shown = kudckshown(column);
+    return static_cast<std::uint64_t>(shown.bytes - column.val_kudcbva) + shown.length;
+}
+
+void copy_key(const kudckeydef *key, kudckeydef *copy)
 {
     copy->numbva_kudckey = key->numbva_kudckey;
     copy->numlevsize_kudckey = key->numlevsize_kudckey;
@@ -337,16 +348,16 @@ void kudckcopy(const kudckeydef *key, kudckeydef *copy)
         const kudckvalue shown = kudckshown(from);
         unsigned char *buffer = to.val_kudcbva;
         const std::uint16_t split = to.split_kudcbva;
-        // A length in front comes along.
-        std::memcpy(buffer, from.val_kudcbva,
-                    static_cast<std::size_t>(shown.bytes - from.val_kudcbva) + shown.length);
+        std::memcpy(buffer, from.val_kudcbva, value_bytes(from));
+        // A length in front comes along, and says no more than was copied.
+        if (shown.bytes != from.val_kudcbva) buffer[0] = static_cast<unsigned char>(shown.length);
         to = from;
         to.val_kudcbva = buffer;
         to.split_kudcbva = split;
     }
 }
 
-} // namespace
+} // namespace ku::cache
 
 uint32_t kudckncpy(kudcaccdef *acmp, const kudckeydef *key, kudckeydef **copyp)
 {
@@ -365,7 +376,7 @@ uint32_t kudckcop(kudcaccdef *acmp, const kudckeydef *key, kudckeydef **copyp, i
     if (status != 0) return status;
     if (!reused) *copyp = kudckbuild(acmp, key);
     if (*copyp == nullptr) return KUVAA_NOMEM;
-    kudckcopy(key, *copyp);
+    copy_key(key, *copyp);
     return 0;
 }
 

@@ -17,6 +17,12 @@ std::uint32_t check_buffers(const kudcaccdef *acmp, const level_columns &columns
 int compare_stored(const kudcaccdef *acmp, const level_columns &columns, std::uint32_t count,
                    const unsigned char *flatkey);
 
+// Bytes that a value takes in its buffer, with the length in front of a number that has one.
+std::uint64_t value_bytes(const kudcbvadef &column);
+
+// Copies a key into another's arrays and buffers, which have room for it; split flags stay.
+void copy_key(const kudckeydef *key, kudckeydef *copy);
+
 // Looks a level of a key up in that level's tree. The leaf where the key is, or would be, is
 // in the working buffer afterwards.
 //   root      root block of the tree; negative: a tree without keys, nothing is read

@@ -7,6 +7,7 @@
 
 #include "kudc_internal.h"
 #include "kudcd.h"
+#include "kudcm.h"
 #include "kul.h"
 #include "support/rows.h"
 #include "support/sweep.h"
@@ -533,6 +534,47 @@ TEST(Kudcf, GoalsThatDoNotFitTheirIndexAreRefused)
     null.parts_[0].col_kudcbva = nullptr;
     EXPECT_EQ(opened(held, 0, &null), nullptr);
     EXPECT_ERRORS(ctx, {"kuvaa 22"});
+}
+
+TEST(Kudcf, GoalsAreMeasuredByTheColumnsOfTheirIndexAtItsCreation)
+{
+    static constexpr struct {
+        std::size_t column; // that the goal names
+        uint32_t longest;   // of that column now
+        uint32_t length;
+        unsigned char first; // byte of the value
+        int8_t null;
+        bool good;
+    } rows[] = {
+        {1, 100, 0, 90, 0, false}, // a length in front
+        {1, 100, 0, 22, 0, false}, {1, 100, 0, 21, 0, true},  {1, 100, 0, 90, KUDC_NULL, true},
+        {1, 9, 0, 90, 0, true}, // no more than the buffer has
+        {1, 3, 8, 90, 0, true},    {1, 3, 22, 90, 0, true},   {1, 100, 23, 90, 0, false},
+        {0, 3, 8, 90, 0, true},    {0, 100, 0, 90, 0, false},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(&row - rows);
+        context ctx;
+        thread of({{KUDC_NUMBER, 21}, {KUDC_NUMBER, 100}});
+        of.with(KUDC_RANDOM, {{0, 0}});
+        const cache held(ctx, {&of});
+        goal key(of, {{0, row.column}}, {std::string(101, static_cast<char>(row.first))});
+        of[row.column].def.maxlen_kudxcol = row.longest;
+        key.parts_[0].len_kudcbva = row.length;
+        key.parts_[0].valnul_kudcbva = row.null;
+        kudccurdef *cursor = opened(held, 0, &key);
+        kudccurdef *copy = nullptr;
+        ASSERT_EQ(cursor != nullptr, row.good);
+        EXPECT_EQ(kuxercode(ctx), row.good ? 0 : KUVAA_NOVALUE);
+        ctx.clear();
+        if (cursor == nullptr) continue;
+        EXPECT_EQ(kudcfcpcurs(held.acmp, cursor, &copy), 0u);
+        EXPECT_EQ(copy->keyp_kudccur->arybva_kudckey[0].len_kudcbva, row.length);
+        of[row.column].def.maxlen_kudxcol = 100; // the cursor's buffer is as it was
+        int32_t state;
+        EXPECT_EQ(kudcmksrch(held.acmp, copy, 0, KUDC_CURRENT, &state), 0u);
+        EXPECT_EQ(kudcfcpcurs(held.acmp, cursor, &copy), 0u);
+    }
 }
 
 // Everything that allocates or touches files; the fixture looks for leaks and scratch files.

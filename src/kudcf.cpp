@@ -1050,12 +1050,17 @@ uint32_t kudcffrcurs(kudcaccdef *acmp, kudccurdef *cursor)
     if (acmp == nullptr) return KUVAA_MISSING;
     uint32_t status = 0;
     const bool others = acmp->curs_kudcacc != nullptr;
+    kudcaccdef *owner = acmp;
     if (!kudcfunlink(acmp, cursor)) {
         if (others) status = refuse(acmp, KUVAA_NOVALUE);
         if (kudcfkept(acmp, cursor)) return status; // freed before: it has an owner
+        owner = cursor->cachep_kudccur;
+        if (owner == nullptr) return status; // nobody's
+        const bool returned = owner == acmp || kudcfunlink(owner, cursor);
+        if (!returned && kudcfkept(owner, cursor)) return status;
     }
-    kudcidxdef *index = kudcfcursindex(acmp, cursor);
-    if (index == nullptr || !kudcfkeep(acmp, index, cursor)) kudcfcursend(acmp, index, cursor);
+    kudcidxdef *index = kudcfcursindex(owner, cursor);
+    if (index == nullptr || !kudcfkeep(owner, index, cursor)) kudcfcursend(owner, index, cursor);
     return status;
 }
 

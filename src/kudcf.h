@@ -97,7 +97,8 @@ KU_API uint32_t kudcfcpcurs(kudcaccdef *acmp, const kudccurdef *cursor, kudccurd
  * Gives a cursor back; the caller's handle dangles then. Cursors of an index are
  * kept with their memory for the next ones. Null is ignored.
  * Returns 0; or KUVAA_NOVALUE for a cursor that is not among the live ones, when
- * there are any: it is freed all the same unless it was given back before.
+ * there are any: it is freed all the same unless it was given back before. Another
+ * cache's cursor goes back to that cache.
  */
 KU_API uint32_t kudcffrcurs(kudcaccdef *acmp, kudccurdef *cursor);
 

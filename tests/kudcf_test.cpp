@@ -370,6 +370,23 @@ TEST(Kudcf, CursorsAreKeptForTheNextOfTheirIndex)
     EXPECT_EQ(kulpnitems(ctx, held.index_of()->curmemlst_kudcidx), 2);
     EXPECT_EQ(kudcffrcurs(held.acmp, nullptr), 0u);
 
+    // Another cache's goes back there, where keys are longer or there are none.
+    thread longer({{text, 200}});
+    longer.with(KUDC_SEQNTL, {{0, 0}});
+    const cache other(ctx, {&longer});
+    live = opened(held, 0);
+    kudccurdef *foreign = opened(other, 0);
+    kudccurdef *unkeyed = opened(other, -1);
+    for (int round = 0; round < 2; round++) {
+        EXPECT_EQ(kudcffrcurs(held.acmp, foreign), KUVAA_NOVALUE);
+        EXPECT_ERRORS(ctx, {"kuvaa 22"});
+    }
+    EXPECT_EQ(kudcffrcurs(held.acmp, unkeyed), KUVAA_NOVALUE);
+    EXPECT_ERRORS(ctx, {"kuvaa 22"});
+    EXPECT_EQ(other.acmp->curs_kudcacc, nullptr);
+    EXPECT_EQ(opened(other, 0), foreign);
+    for (int i = 0; i < 3; i++) EXPECT_NE(opened(held, 0), foreign);
+
     // A cursor that cannot be kept is freed; nobody is told.
     kudccurdef *last = opened(held, 1);
     kulplock(ctx, held.index_of(1)->curmemlst_kudcidx);

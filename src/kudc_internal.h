@@ -41,7 +41,8 @@ inline std::uint32_t refuse(const kudcaccdef *acmp, std::uint32_t code)
 
 // ---- memory ----
 
-// Zero-filled memory of the first context; nothing to allocate gives a block all the same.
+// Memory of the first context, with zeros in it whatever its allocator leaves there; nothing to
+// allocate gives a block all the same.
 // Null with KUVAA_NOMEM pushed.
 void *obtain(kux *ctx, std::uint64_t count, std::uint64_t size);
 template <typename T> T *obtain(kux *ctx, std::uint64_t count = 1)

@@ -78,8 +78,12 @@ uint32_t cache::refuse(kux *ctx, uint32_t code)
 
 void *cache::obtain(kux *ctx, uint64_t count, uint64_t size)
 {
-    void *block = ku::allocate(ctx, std::max<uint64_t>(count, 1), size);
-    if (block == nullptr) kuxer0push(ctx, KUVAA_NOMEM);
+    count = std::max<uint64_t>(count, 1);
+    void *block = ku::allocate(ctx, count, size);
+    if (block == nullptr)
+        kuxer0push(ctx, KUVAA_NOMEM);
+    else
+        std::memset(block, 0, count * size);
     return block;
 }
 

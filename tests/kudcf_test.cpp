@@ -594,6 +594,18 @@ TEST(Kudcf, GoalsAreMeasuredByTheColumnsOfTheirIndexAtItsCreation)
     }
 }
 
+// Makes a context's memory begin as anything but zeros.
+static void soil(context &ctx)
+{
+    static kuxnmallocfn clean;
+    if (clean == nullptr) clean = ctx->kuxnmalloc;
+    ctx->kuxnmalloc = [](kux *self, uint32_t size) -> void * {
+        void *block = clean(self, size);
+        if (block != nullptr) std::memset(block, 0xA5, size);
+        return block;
+    };
+}
+
 // Everything that allocates or touches files; the fixture looks for leaks and scratch files.
 TEST(Kudcf, FailuresOnTheWayLeaveNothingBehind)
 {
@@ -624,7 +636,10 @@ TEST(Kudcf, FailuresOnTheWayLeaveNothingBehind)
             }
         return held.destroy() == 0 && all;
     };
-    ku::test::sweep_allocations(scenario);
+    ku::test::sweep_allocations([&](context &ctx) {
+        soil(ctx);
+        return scenario(ctx);
+    });
     ku::test::sweep_basic_allocations(scenario);
     ku::test::sweep_calls(scenario);
 }

@@ -7,6 +7,7 @@
 #include "arguments.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <numeric>
 
 #include "codes.h"
@@ -36,6 +37,11 @@ size_t distance(const std::string &from, const std::string &to)
 bool among(const std::string &value, const std::vector<const char *> &allowed)
 {
     return std::find(allowed.begin(), allowed.end(), value) != allowed.end();
+}
+
+bool is_keyword(const std::string &word)
+{
+    return !word.empty() && word.find_first_of(" \t\n'\"(") == std::string::npos;
 }
 
 } // namespace
@@ -102,9 +108,40 @@ void arguments::release(kucla &definition)
     }
 }
 
+// The parser takes quotes inside a value for its own, and a = in a value by position for
+// a keyword's. It never sees such a value: it gets another word in its place.
+std::string arguments::shielded(const std::string &word)
+{
+    const size_t equals = word.find('=');
+    const bool keyword = equals != std::string::npos && is_keyword(word.substr(0, equals));
+    const size_t start = keyword ? equals + 1 : 0;
+    const std::string value = word.substr(start);
+    const char first = value.empty() ? '\0' : value.front();
+    const bool quoted = (first == '\'' || first == '"') && value.find(first, 1) == value.size() - 1;
+    if (first == '(' || quoted
+        || (value.find_first_of("'\"") == std::string::npos
+            && (keyword || equals == std::string::npos)))
+        return word;
+    shielded_.push_back(value);
+    return word.substr(0, start) + "\x01" + std::to_string(shielded_.size() - 1);
+}
+
+std::string arguments::unshielded(const char *value) const
+{
+    if (*value != '\x01') return value;
+    const size_t index = std::strtoul(value + 1, nullptr, 10);
+    return index < shielded_.size() ? shielded_[index] : value;
+}
+
 arguments::outcome arguments::parse(int count, char **words)
 {
-    kucle *error = kuclpa(ctx_, count, words, list_, 0);
+    std::vector<std::string> copies(words, words + count);
+    std::vector<char *> safe;
+    for (std::string &word : copies) {
+        if (!safe.empty()) word = shielded(word);
+        safe.push_back(word.data());
+    }
+    kucle *error = kuclpa(ctx_, count, safe.data(), list_, 0);
     if (error == nullptr) return outcome::parsed;
     const bool help = error->kuclecod == KUCLE_HELP;
     if (!help) explain(*error);
@@ -159,11 +196,11 @@ std::vector<std::string> arguments::values(const char *keyword) const
     std::vector<std::string> all;
     void *list = kuclgv(ctx_, list_, keyword);
     for (int32_t index = 0; list != nullptr && index < kulpnitems(ctx_, list); index++)
-        all.emplace_back(static_cast<const char *>(kulpitem(ctx_, list, index)));
+        all.push_back(unshielded(static_cast<const char *>(kulpitem(ctx_, list, index))));
     return all;
 }
 
-bool arguments::choice(const char *keyword, std::string *result)
+bool arguments::choice(const char *keyword, std::string *result) const
 {
     const argument *entry = find(keyword);
     const auto lower = [](std::string text) {

@@ -40,17 +40,20 @@ public:
 
     // The value; where it was not given the setting of that name, where that is not set
     // the default. False, with the reason pushed, when the setting's value is not allowed.
-    bool choice(const char *keyword, std::string *result);
+    bool choice(const char *keyword, std::string *result) const;
 
 private:
     const argument *find(const std::string &keyword) const;
     void explain(const kucle &error);
+    std::string shielded(const std::string &word);
+    std::string unshielded(const char *value) const;
     void release(kucla &definition);
 
     application &app_;
     kux *ctx_;
     const std::vector<argument> &table_;
     std::vector<kucla> definitions_;
+    std::vector<std::string> shielded_; // values that the parser did not see
     void *list_ = nullptr;
 };
 

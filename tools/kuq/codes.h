@@ -36,5 +36,11 @@
 #define KUQAA_NOROWS KUQAA(24)      // no statement returned rows
 #define KUQAA_ADDED KUQAA(25)       // value that is no number; parameters: value, column
 #define KUQAA_TOP KUQAA(26)         // not a number of rows; parameter: it
+#define KUQAA_LOST                                                                                 \
+    KUQAA(27) // connection lost; parameters: statement, line, SQLSTATE, what was said
+#define KUQAA_TOOLONG KUQAA(28) // value longer than the cache's files can be
+#define KUQAA_PAIRS KUQAA(29)   // where= without a pattern for each column
+#define KUQAA_LONG KUQAA(30)    // not a number of characters; parameter: it
+#define KUQAA_WIDE KUQAA(31)    // more than can be; parameters: how many can be, of what
 
 #endif

@@ -19,6 +19,8 @@ public:
     console &operator=(const console &) = delete;
 
     bool colours() const { return colours_; }
+    bool paged() const { return pager_ > 0; }
+    bool failed() const { return failed_; } // something could not be written
     void write(std::string_view text);
     // The text in a colour (an escape sequence's number, such as "1;34"); "" for none.
     void write_in(const char *colour, std::string_view text);

@@ -1,35 +1,75 @@
 // database.cpp - rows come in arrays, every value as text: only text is exact for all datatypes
+//
+// A column's array has places for short values. A text or binary value that is longer
+// is fetched again from its row in the array, in pieces. A driver that cannot go back
+// to a row is asked for one row at a time, and for every value by itself.
 
 #include "database.h"
 
 #include <sql.h>
 #include <sqlext.h>
+#include <strings.h>
 
 #include <algorithm>
+#include <cstring>
 
 #include "codes.h"
 
 namespace kuq
 {
+
+struct database::buffer {
+    SQLSMALLINT kind; // SQL_C_...
+    bool key;
+    size_t width; // bytes of a value, its terminator included
+    std::vector<char> bytes = {};
+    std::vector<SQLLEN> lengths = {};
+    std::string text = {};    // the value given last
+    piece_reader reader = {}; // of the long value given last
+    std::string pending = {}; // its bytes that are here and were not given yet
+    size_t given = 0;         // of them, those that were given
+
+    size_t terminator() const
+    {
+        return kind == SQL_C_WCHAR ? sizeof(SQLWCHAR) : kind == SQL_C_CHAR ? 1 : 0;
+    }
+    size_t room() const { return width - terminator(); } // bytes of the longest value
+};
+
 namespace
 {
 
 constexpr size_t array_bytes = 1 << 20; // of all values of one fetch
 constexpr size_t most_rows = 256;       // of one fetch
-constexpr uint32_t number_text = 400;   // bytes of the longest number as text
-constexpr uint32_t date_text = 32;
-constexpr uint32_t utf8_longest = 4; // bytes of a character
+constexpr size_t number_text = 400;     // bytes of the longest number or date as text
+constexpr size_t short_units = 480;     // UTF-16 units of a text: in any set at most short_bytes
+constexpr size_t piece_bytes = 1 << 18; // of a long value, fetched at once
+
+// What keeps two drivers from holding the whole result in memory; others do not know it.
+struct option {
+    const char *name;
+    const char *value;
+};
+constexpr option streaming[] = {{"StepAPI", "1"}, {"UseDeclareFetch", "1"}, {"Fetch", "256"}};
+
+static_assert(sizeof(SQLWCHAR) == sizeof(char16_t));
+
+SQLWCHAR *units(std::u16string *text) { return reinterpret_cast<SQLWCHAR *>(text->data()); }
 
 // The newest diagnostic record of a handle.
-void diagnose(SQLSMALLINT kind, SQLHANDLE handle, std::string *state, std::string *text)
+void diagnose(const charset &set, SQLSMALLINT kind, SQLHANDLE handle, std::string *state,
+              std::string *text)
 {
-    SQLCHAR code[6] = {};
-    SQLCHAR message[1000] = {};
+    std::u16string code(6, u'\0');
+    std::u16string message(1000, u'\0');
     SQLSMALLINT length = 0;
     SQLINTEGER native = 0;
-    SQLGetDiagRec(kind, handle, 1, code, &native, message, sizeof message, &length);
-    *state = reinterpret_cast<char *>(code);
-    *text = reinterpret_cast<char *>(message);
+    SQLGetDiagRecW(kind, handle, 1, units(&code), &native, units(&message),
+                   static_cast<SQLSMALLINT>(message.size()), &length);
+    *state = set.from_utf16(code.c_str());
+    *text = set.from_utf16(message.c_str());
+    std::replace(text->begin(), text->end(), '\n', ' ');
+    if (state->empty()) *state = "none";
 }
 
 datatype type_of(SQLSMALLINT type)
@@ -46,26 +86,27 @@ datatype type_of(SQLSMALLINT type)
     case SQL_FLOAT:
     case SQL_DOUBLE: return datatype::number;
     case SQL_TYPE_DATE: return datatype::date;
+    case SQL_BINARY:
+    case SQL_VARBINARY:
+    case SQL_LONGVARBINARY: return datatype::binary;
     default: return datatype::text; // times too: their fractions stay
     }
 }
 
-// A cut in the middle of a character moves before it.
-size_t whole_characters(const char *text, size_t length)
+bool mentions(const std::string &text, const char *word)
 {
-    size_t end = length;
-    while (end > 0 && length - end < utf8_longest
-           && (static_cast<unsigned char>(text[end - 1]) & 0xC0) == 0x80)
-        end--;
-    return end > 0 && (static_cast<unsigned char>(text[end - 1]) & 0x80) != 0 ? end - 1 : length;
+    const size_t length = std::strlen(word);
+    for (size_t at = 0; at + length <= text.size(); at++)
+        if (strncasecmp(text.c_str() + at, word, length) == 0) return true;
+    return false;
 }
 
-// One column of a fetched array.
-struct buffer {
-    size_t width; // bytes of a value with its NUL
-    std::vector<char> bytes;
-    std::vector<SQLLEN> lengths;
-};
+std::u16string as_units(const char *bytes, size_t length)
+{
+    std::u16string text(length / sizeof(char16_t), u'\0');
+    std::memcpy(text.data(), bytes, text.size() * sizeof(char16_t));
+    return text;
+}
 
 } // namespace
 
@@ -84,13 +125,16 @@ bool database::connect(const std::string &where)
                   0);
     SQLAllocHandle(SQL_HANDLE_DBC, environment_, &connection_);
     std::string text = where.find('=') == std::string::npos ? "DSN=" + where : where;
-    auto *bytes = reinterpret_cast<SQLCHAR *>(text.data());
-    connected_ = SQL_SUCCEEDED(SQLDriverConnect(connection_, nullptr, bytes, SQL_NTS, nullptr, 0,
-                                                nullptr, SQL_DRIVER_NOPROMPT));
+    for (const option &each : streaming)
+        if (!mentions(where, each.name)) text += std::string(";") + each.name + "=" + each.value;
+    std::u16string wide = charset_.to_utf16(text);
+    connected_ = SQL_SUCCEEDED(SQLDriverConnectW(connection_, nullptr, units(&wide),
+                                                 static_cast<SQLSMALLINT>(wide.size()), nullptr, 0,
+                                                 nullptr, SQL_DRIVER_NOPROMPT));
     if (connected_) return true;
     std::string state;
     std::string reason;
-    diagnose(SQL_HANDLE_DBC, connection_, &state, &reason);
+    diagnose(charset_, SQL_HANDLE_DBC, connection_, &state, &reason);
     kuxer2push(app_.ctx(), KUQAA_CONNECT, state.c_str(), reason.c_str());
     return false;
 }
@@ -99,95 +143,223 @@ bool database::refuse()
 {
     std::string state;
     std::string reason;
-    diagnose(SQL_HANDLE_STMT, statement_, &state, &reason);
-    kuxer4push(app_.ctx(), KUQAA_DATABASE, std::to_string(number_).c_str(),
+    diagnose(charset_, SQL_HANDLE_STMT, statement_, &state, &reason);
+    SQLUINTEGER dead = SQL_CD_FALSE;
+    SQLGetConnectAttr(connection_, SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr);
+    const bool lost = dead == SQL_CD_TRUE || state.compare(0, 2, "08") == 0;
+    kuxer4push(app_.ctx(), lost ? KUQAA_LOST : KUQAA_DATABASE, std::to_string(number_).c_str(),
                std::to_string(line_).c_str(), state.c_str(), reason.c_str());
     return false;
 }
 
-bool database::describe(uint16_t number, uint32_t longest, column *result)
+bool database::describe(uint16_t number, column *result)
 {
-    SQLCHAR name[256] = {};
-    SQLSMALLINT length = 0;
-    SQLSMALLINT type = 0;
-    SQLULEN size = 0;
-    SQLSMALLINT scale = 0;
-    SQLSMALLINT nulls = 0;
-    if (!SQL_SUCCEEDED(SQLDescribeCol(statement_, number, name, sizeof name, &length, &type, &size,
-                                      &scale, &nulls)))
-        return refuse();
-    *result = {reinterpret_cast<char *>(name), type_of(type), longest};
-    if (result->type == datatype::date)
-        result->longest = date_text;
-    else if (result->type != datatype::text)
-        result->longest = number_text;
+    std::u16string name(64, u'\0');
+    for (bool again = true; again;) {
+        SQLSMALLINT length = 0;
+        SQLSMALLINT type = 0;
+        SQLULEN size = 0;
+        SQLSMALLINT scale = 0;
+        SQLSMALLINT nulls = 0;
+        if (!SQL_SUCCEEDED(SQLDescribeColW(statement_, number, units(&name),
+                                           static_cast<SQLSMALLINT>(name.size()), &length, &type,
+                                           &size, &scale, &nulls)))
+            return refuse();
+        again = static_cast<size_t>(length) >= name.size(); // it was cut
+        name.resize(static_cast<size_t>(length) + (again ? 1 : 0));
+        result->type = type_of(type);
+    }
+    result->name = charset_.from_utf16(name);
     return true;
 }
 
-bool database::execute(const statement &given, uint32_t longest, std::vector<column> *columns)
+bool database::execute(const statement &given, std::vector<column> *columns)
 {
     number_ = given.number;
     line_ = given.first_line;
-    columns_.clear();
     if (statement_ != nullptr) SQLFreeHandle(SQL_HANDLE_STMT, statement_);
     SQLAllocHandle(SQL_HANDLE_STMT, connection_, &statement_);
-    std::string text = given.text;
-    if (!text.empty() && text.back() == ';') text.pop_back(); // some servers refuse it
+    std::string_view text = given.text;
+    if (!text.empty() && text.back() == ';') text.remove_suffix(1); // some servers refuse it
+    std::u16string wide = charset_.to_utf16(text);
     const SQLRETURN done =
-        SQLExecDirect(statement_, reinterpret_cast<SQLCHAR *>(text.data()), SQL_NTS);
+        SQLExecDirectW(statement_, units(&wide), static_cast<SQLINTEGER>(wide.size()));
     if (!SQL_SUCCEEDED(done) && done != SQL_NO_DATA) return refuse();
     SQLSMALLINT count = 0;
-    SQLNumResultCols(statement_, &count);
-    columns_.resize(static_cast<size_t>(count));
-    for (size_t at = 0; at < columns_.size(); at++)
-        if (!describe(static_cast<uint16_t>(at + 1), longest, &columns_[at])) return false;
-    *columns = columns_;
+    if (!SQL_SUCCEEDED(SQLNumResultCols(statement_, &count))) return refuse();
+    columns->assign(static_cast<size_t>(count), {});
+    for (size_t at = 0; at < columns->size(); at++)
+        if (!describe(static_cast<uint16_t>(at + 1), &(*columns)[at])) return false;
     return true;
 }
 
-bool database::fetch(const std::function<bool(const std::vector<value> &)> &visit)
+bool database::arrays_serve(const std::vector<column> &columns) const
 {
-    size_t row_bytes = 1;
-    for (const column &each : columns_) row_bytes += each.longest + 1;
-    size_t rows = std::clamp<size_t>(array_bytes / row_bytes, 1, most_rows);
+    SQLUINTEGER can = 0;
+    SQLGetInfo(connection_, SQL_GETDATA_EXTENSIONS, &can, sizeof can, nullptr);
+    const bool goes_back = (can & SQL_GD_BLOCK) != 0 && (can & SQL_GD_BOUND) != 0;
+    return goes_back || std::none_of(columns.begin(), columns.end(), [](const column &each) {
+               return each.may_be_long();
+           });
+}
+
+bool database::bind(std::vector<buffer> *buffers, size_t rows)
+{
+    for (size_t at = 0; at < buffers->size(); at++) {
+        buffer &each = (*buffers)[at];
+        each.bytes.resize(each.width * rows);
+        each.lengths.resize(rows);
+        if (arrays_
+            && !SQL_SUCCEEDED(SQLBindCol(statement_, static_cast<SQLUSMALLINT>(at + 1), each.kind,
+                                         each.bytes.data(), static_cast<SQLLEN>(each.width),
+                                         each.lengths.data())))
+            return refuse();
+    }
+    return true;
+}
+
+bool database::get(uint16_t number, buffer *into)
+{
+    return SQL_SUCCEEDED(SQLGetData(statement_, number, into->kind, into->bytes.data(),
+                                    static_cast<SQLLEN>(into->width), into->lengths.data()))
+           || refuse();
+}
+
+void database::take_cut(const buffer &from, const char *bytes, size_t length, std::string *result)
+{
+    cut_++;
+    if (from.kind != SQL_C_WCHAR) {
+        result->assign(bytes, length);
+        return;
+    }
+    std::u16string text = as_units(bytes, length);
+    for (;;) {
+        if (!text.empty() && (text.back() & 0xFC00) == 0xD800) text.pop_back();
+        *result = charset_.from_utf16(text);
+        if (result->size() <= short_bytes) return;
+        const size_t over = (result->size() - short_bytes + 3) / 4;
+        text.resize(text.size() - std::min(over, text.size()));
+    }
+}
+
+bool database::take_long(uint16_t number, size_t row, buffer *from, value *result)
+{
+    from->pending.clear();
+    from->given = 0;
+    if (!arrays_)
+        from->pending.assign(from->bytes.data(), from->room());
+    else if (from->lengths.size() > 1
+             && !SQL_SUCCEEDED(SQLSetPos(statement_, row + 1, SQL_POSITION, SQL_LOCK_NO_CHANGE)))
+        return refuse();
+
+    // One more piece behind what is pending; *more: there is another one.
+    const auto fetch_piece = [this, number, from](bool *more) {
+        const size_t old = from->pending.size();
+        from->pending.resize(old + piece_bytes);
+        SQLLEN length = 0;
+        const SQLRETURN done =
+            SQLGetData(statement_, number, from->kind, from->pending.data() + old,
+                       static_cast<SQLLEN>(piece_bytes), &length);
+        const size_t room = piece_bytes - from->terminator();
+        const bool cut = length < 0 || static_cast<size_t>(length) > room;
+        *more = done == SQL_SUCCESS_WITH_INFO && cut;
+        const bool got = SQL_SUCCEEDED(done) && length != SQL_NULL_DATA;
+        from->pending.resize(old + (!got ? 0 : cut ? room : static_cast<size_t>(length)));
+        return got || (done == SQL_NO_DATA ? true : refuse());
+    };
+    SQLLEN length = from->lengths[row];
+    if (length == SQL_NO_TOTAL) { // only reading it tells
+        bool more = true;
+        while (more)
+            if (!fetch_piece(&more)) return false;
+        length = static_cast<SQLLEN>(from->pending.size());
+    }
+    if (length > INT32_MAX) {
+        kuxer0push(app_.ctx(), KUQAA_TOOLONG);
+        return false;
+    }
+    from->reader = [this, from, fetch_piece](void *to, size_t wanted) {
+        while (from->pending.size() - from->given < wanted) {
+            from->pending.erase(0, from->given);
+            from->given = 0;
+            const size_t before = from->pending.size();
+            bool more = false;
+            if (!fetch_piece(&more)) return false;
+            if (from->pending.size() == before) return refuse(); // it ended early
+        }
+        std::memcpy(to, from->pending.data() + from->given, wanted);
+        from->given += wanted;
+        return true;
+    };
+    *result = {std::string_view(""), &from->reader, static_cast<uint32_t>(length),
+               static_cast<size_t>(length) / 2};
+    return true;
+}
+
+bool database::take(uint16_t number, size_t row, buffer *from, value *result)
+{
+    const char *bytes = from->bytes.data() + row * from->width;
+    const SQLLEN length = from->lengths[row];
+    *result = value();
+    if (length == SQL_NULL_DATA) return true;
+    const bool whole = length >= 0 && static_cast<size_t>(length) <= from->room();
+    if (!whole && from->kind == SQL_C_CHAR)
+        from->text.assign(bytes, from->room()) += "..."; // no number or date is that long
+    else if (!whole && !from->key)
+        return take_long(number, row, from, result);
+    else if (!whole)
+        take_cut(*from, bytes, from->room(), &from->text);
+    else if (from->kind != SQL_C_WCHAR)
+        from->text.assign(bytes, static_cast<size_t>(length));
+    else {
+        from->text = charset_.from_utf16(as_units(bytes, static_cast<size_t>(length)));
+        if (from->text.size() > short_bytes)
+            take_cut(*from, bytes, static_cast<size_t>(length), &from->text);
+    }
+    *result = {from->text, nullptr, 0,
+               from->kind == SQL_C_CHAR ? from->text.size() : static_cast<size_t>(length) / 2};
+    return true;
+}
+
+bool database::fetch(const std::vector<column> &columns,
+                     const std::function<bool(const std::vector<value> &)> &visit)
+{
+    std::vector<buffer> buffers;
+    size_t row_bytes = 0;
+    for (const column &each : columns) {
+        const size_t count = each.key ? short_bytes : short_units;
+        if (each.type == datatype::text)
+            buffers.push_back({SQL_C_WCHAR, each.key, (count + 1) * sizeof(SQLWCHAR)});
+        else if (each.type == datatype::binary)
+            buffers.push_back({SQL_C_BINARY, each.key, short_bytes / 2}); // two digits a byte
+        else
+            buffers.push_back({SQL_C_CHAR, each.key, number_text});
+        row_bytes += buffers.back().width;
+    }
+    arrays_ = arrays_serve(columns);
+    size_t rows = arrays_ ? std::clamp<size_t>(array_bytes / row_bytes, 1, most_rows) : 1;
     if (!SQL_SUCCEEDED(SQLSetStmtAttr(statement_, SQL_ATTR_ROW_ARRAY_SIZE,
                                       reinterpret_cast<SQLPOINTER>(rows), 0)))
         rows = 1; // a driver without arrays
     SQLULEN fetched = 1;
+    std::vector<SQLUSMALLINT> states(rows, SQL_ROW_SUCCESS);
     SQLSetStmtAttr(statement_, SQL_ATTR_ROWS_FETCHED_PTR, &fetched, 0);
+    SQLSetStmtAttr(statement_, SQL_ATTR_ROW_STATUS_PTR, states.data(), 0);
+    if (!bind(&buffers, rows)) return false;
 
-    std::vector<buffer> buffers(columns_.size());
-    for (size_t at = 0; at < columns_.size(); at++) {
-        buffer &each = buffers[at];
-        each.width = columns_[at].longest + 1;
-        each.bytes.resize(each.width * rows);
-        each.lengths.resize(rows);
-        if (!SQL_SUCCEEDED(SQLBindCol(statement_, static_cast<SQLUSMALLINT>(at + 1), SQL_C_CHAR,
-                                      each.bytes.data(), static_cast<SQLLEN>(each.width),
-                                      each.lengths.data())))
-            return refuse();
-    }
-    std::vector<value> row(columns_.size());
+    std::vector<value> values(columns.size());
     for (;;) {
         const SQLRETURN got = SQLFetch(statement_);
         if (got == SQL_NO_DATA) return true;
         if (!SQL_SUCCEEDED(got)) return refuse();
-        for (size_t index = 0; index < fetched; index++) {
-            for (size_t at = 0; at < row.size(); at++) {
-                const buffer &each = buffers[at];
-                const char *text = each.bytes.data() + index * each.width;
-                const SQLLEN length = each.lengths[index];
-                const bool whole = length >= 0 && static_cast<size_t>(length) < each.width;
-                if (length == SQL_NULL_DATA)
-                    row[at] = value();
-                else if (whole)
-                    row[at] = value(text, static_cast<size_t>(length));
-                else {
-                    row[at] = value(text, whole_characters(text, each.width - 1));
-                    cut_++;
-                }
+        for (size_t row = 0; row < fetched; row++) {
+            if (states[row] == SQL_ROW_ERROR) return refuse();
+            for (size_t at = 0; at < values.size(); at++) {
+                const auto number = static_cast<uint16_t>(at + 1);
+                if (!arrays_ && !get(number, &buffers[at])) return false;
+                if (!take(number, row, &buffers[at], &values[at])) return false;
             }
-            if (!visit(row)) return true;
+            if (!visit(values)) return true;
         }
     }
 }

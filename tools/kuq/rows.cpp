@@ -1,20 +1,33 @@
 // rows.cpp - between text and the cache's datatypes, and the walk over groups
 //
+// Short values lie in the row. A long one goes in pieces into a thread of its own,
+// which has a single segmented column; in its place the row has a reference to it:
+//
+//     thread 0   | 17 | 'short' | reference |     thread 1   | long value ... |
+//                                    '-----------------------^
+//
 // The scratch files are named kuq-PROCESS-nnnnnnnn in the temporary directory. One
 // whose process is gone was left by a run that was killed.
+//
+// The library reads them through mapped memory, whose pages stay resident while
+// nobody else needs them. A report is a guest: it gives them back in time.
 
 #include "rows.h"
 
 #include <kudcf.h>
 #include <kudcm.h>
 #include <signal.h>
+#include <skudcd.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 
 #include "codes.h"
 #include "values.h"
@@ -32,6 +45,20 @@ constexpr uint32_t integer_bytes = 4;
 constexpr uint32_t date_bytes = 5;
 constexpr char scratch_prefix[] = "kuq-";
 constexpr size_t scratch_digits = 8; // behind the process
+constexpr uint16_t row_thread = 0;
+constexpr uint16_t long_thread = 1;
+constexpr size_t most_columns = 30000;     // the cache counts them in 16 bits
+constexpr size_t most_groups = 255;        // and levels in 8
+constexpr int8_t long_mark = 1;            // null indicator of a reference in a long value's place
+constexpr size_t piece_bytes = 30000;      // of a long value read back; even
+constexpr uint64_t rows_between = 64;      // two looks at the memory; a row can map 64 KB
+constexpr size_t most_resident = 44 << 20; // bytes, before mapped pages are given back
+
+// Where a long value lies.
+struct reference {
+    uint32_t position;
+    uint32_t length;
+};
 
 fs::path scratch_directory() { return std::getenv("TMP"); } // the application has set it
 
@@ -41,13 +68,19 @@ std::string scratch_start()
     return (scratch_directory() / (scratch_prefix + std::to_string(getpid()) + "-")).string();
 }
 
-uint8_t native(datatype type)
+bool is_text(const column &of)
 {
-    switch (type) {
+    return of.type == datatype::text || (of.type == datatype::binary && of.key);
+}
+
+uint8_t native(const column &of)
+{
+    if (is_text(of)) return KUDC_CHARACTER;
+    switch (of.type) {
     case datatype::integer: return KUDC_INTEGER;
     case datatype::number: return KUDC_NUMBER;
     case datatype::date: return KUDC_DATE;
-    default: return KUDC_CHARACTER;
+    default: return KUDC_RAW;
     }
 }
 
@@ -57,8 +90,19 @@ uint32_t longest(const column &of)
     case datatype::integer: return integer_bytes;
     case datatype::number: return number_bytes;
     case datatype::date: return date_bytes;
-    default: return of.longest;
+    default: return short_bytes;
     }
+}
+
+std::string digits(std::string_view bytes)
+{
+    static constexpr char hex[] = "0123456789abcdef";
+    std::string text;
+    for (const char byte : bytes) {
+        text += hex[static_cast<unsigned char>(byte) >> 4];
+        text += hex[static_cast<unsigned char>(byte) & 15];
+    }
+    return text;
 }
 
 // The process that a scratch file is named after; 0 for another file.
@@ -79,20 +123,20 @@ pid_t owner(const std::string &name)
 }
 
 // A value in the cache's form; false when it is none of the datatype.
-bool encode(datatype type, value given, std::string *bytes)
+bool encode(const column &of, std::string_view given, std::string *bytes)
 {
-    if (type == datatype::text) {
-        bytes->assign(given);
+    if (of.type == datatype::text || of.type == datatype::binary) {
+        *bytes = of.type == datatype::binary && of.key ? digits(given) : std::string(given);
         return true;
     }
-    if (type == datatype::integer) {
+    if (of.type == datatype::integer) {
         int32_t number = 0;
         const char *end = given.data() + given.size();
         const auto [at, error] = std::from_chars(given.data(), end, number);
         bytes->assign(reinterpret_cast<const char *>(&number), sizeof number);
         return error == std::errc() && at == end;
     }
-    if (type == datatype::date) {
+    if (of.type == datatype::date) {
         *bytes = encoded_date(given);
         return !bytes->empty();
     }
@@ -101,35 +145,105 @@ bool encode(datatype type, value given, std::string *bytes)
     return !bytes->empty();
 }
 
-} // namespace
+// Gives the cache the next bytes of a long value.
+uint32_t read_piece(kuapp *, kulong *from, void *buffer, uint32_t, uint32_t length)
+{
+    const auto *pieces = static_cast<const piece_reader *>(from->data_kulong);
+    return (*pieces)(buffer, length) ? 0 : 1;
+}
 
-void rows::remove_leftovers()
+// A heap of the C library for loading parts of long values.
+tag_skuhm plain_heap(kux *ctx)
+{
+    tag_skuhm heap = {};
+    heap.kuxp = ctx;
+    heap.skuhmprivate = ctx; // anything but null
+    heap.skuhmalloc_pfn = [](kux *, void *, uint32_t size) { return std::malloc(size); };
+    heap.skuhmfree_pfn = [](kux *, void *, void *address) { std::free(address); };
+    heap.skuhmmemcpy_pfn = [](kux *, void *, void *to, const void *from, uint32_t size) {
+        std::memcpy(to, from, size);
+        return uint32_t{0};
+    };
+    heap.skuhmgetptr_pfn = [](kux *, void *, void *old, uint32_t offset, void **address) {
+        *address = static_cast<char *>(old) + offset;
+        return uint32_t{0};
+    };
+    return heap;
+}
+
+void remove_files(bool (*leaves)(pid_t process))
 {
     std::error_code error;
     for (const fs::directory_entry &entry : fs::directory_iterator(scratch_directory(), error)) {
         const pid_t process = owner(entry.path().filename());
-        if (process > 0 && entry.is_regular_file(error) && kill(process, 0) != 0 && errno == ESRCH)
+        if (process > 0 && entry.is_regular_file(error) && leaves(process))
             fs::remove(entry.path(), error); // another user's stays: it may not be removed
     }
+}
+
+size_t resident()
+{
+    std::ifstream file("/proc/self/statm");
+    size_t all = 0;
+    size_t pages = 0;
+    file >> all >> pages;
+    return pages * static_cast<size_t>(sysconf(_SC_PAGESIZE));
+}
+
+// Gives back the pages of scratch files that are mapped. What was written to them is
+// the system's and stays.
+void trim()
+{
+    if (resident() < most_resident) return;
+    const std::string ours = scratch_start();
+    std::ifstream maps("/proc/self/maps");
+    for (std::string line; std::getline(maps, line);) {
+        const size_t name = line.find('/');
+        if (name == std::string::npos || line.compare(name, ours.size(), ours) != 0) continue;
+        char *end = nullptr;
+        const size_t from = std::strtoull(line.c_str(), &end, 16);
+        const size_t to = std::strtoull(end + 1, nullptr, 16);
+        madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
+    }
+}
+
+bool is_high(char16_t unit) { return (unit & 0xFC00) == 0xD800; }
+
+} // namespace
+
+void rows::remove_leftovers()
+{
+    remove_files([](pid_t process) { return kill(process, 0) != 0 && errno == ESRCH; });
+}
+
+void rows::remove_own()
+{
+    remove_files([](pid_t process) { return process == getpid(); });
 }
 
 // No file of the library has this name: its last five digits are below 65536.
 std::string rows::scratch_file() { return scratch_start() + std::string(scratch_digits, '9'); }
 
-rows::rows(application &app, std::vector<column> columns, std::vector<group> groups, bool sorted)
-    : app_(app), columns_(std::move(columns)), groups_(std::move(groups)), sorted_(sorted),
-      definitions_(columns_.size()), buffers_(columns_.size())
+rows::rows(application &app, std::vector<column> columns, std::vector<group> groups, order how)
+    : app_(app), charset_(app), columns_(std::move(columns)), groups_(std::move(groups)),
+      order_(how), definitions_(columns_.size() + 1), buffers_(columns_.size())
 {
     for (size_t at = 0; at < columns_.size(); at++) {
         kudxcoldef &definition = definitions_[at];
         definition.name_kudxcol = columns_[at].name.c_str();
-        definition.xdbtyp_kudxcol = native(columns_[at].type);
+        definition.xdbtyp_kudxcol = native(columns_[at]);
         definition.oknul_kudxcol = 1;
         definition.maxlen_kudxcol = longest(columns_[at]);
         buffers_[at].resize(definition.maxlen_kudxcol + 2); // a terminator may come along
         definition.curval_kudxcol = buffers_[at].data();
         pointers_.push_back(&definition);
     }
+    kudxcoldef &longs = definitions_.back();
+    longs.name_kudxcol = "long value";
+    longs.xdbtyp_kudxcol = KUDC_RAW;
+    longs.maxlen_kudxcol = INT32_MAX;
+    longs.segm_kudxcol = 1;
+    pointers_.push_back(&longs);
 }
 
 rows::~rows()
@@ -140,6 +254,13 @@ rows::~rows()
 
 bool rows::create()
 {
+    const bool wide = columns_.size() > most_columns;
+    if (wide || groups_.size() > most_groups) {
+        kuxer2push(app_.ctx(), KUQAA_WIDE,
+                   std::to_string(wide ? most_columns : most_groups).c_str(),
+                   wide ? "columns" : "groups");
+        return false;
+    }
     std::vector<kudcbvadef> keys;
     for (const group &each : groups_) {
         kudcbvadef key = {};
@@ -151,14 +272,20 @@ bool rows::create()
         keys.push_back(key);
     }
     kudciddtdef index = {};
-    index.idxt_kudciddt = sorted_ ? KUDC_RANDOM : KUDC_DYNBRK;
+    index.idxt_kudciddt = order_ == order::sorted    ? KUDC_RANDOM
+                          : order_ == order::arrival ? KUDC_DYNBRK
+                                                     : KUDC_SEQNTL;
     index.numlev_kudciddt = index.numbva_kudciddt = static_cast<uint16_t>(keys.size());
     index.arybva_kudciddt = keys.data();
-    kudctddtdef thread = {};
-    thread.numcol_kudctddt = static_cast<uint16_t>(columns_.size());
-    thread.numidd_kudctddt = keys.empty() ? 0 : 1;
-    thread.arycol_kudctddt = pointers_.data();
-    thread.aryidd_kudctddt = &index;
+    kudctddtdef threads[2] = {};
+    threads[row_thread].numcol_kudctddt = static_cast<uint16_t>(columns_.size());
+    threads[row_thread].numidd_kudctddt = keys.empty() ? 0 : 1;
+    threads[row_thread].arycol_kudctddt = pointers_.data();
+    threads[row_thread].aryidd_kudctddt = &index;
+    threads[long_thread].numcol_kudctddt = 1;
+    threads[long_thread].arycol_kudctddt = &pointers_.back();
+    const bool longs = std::any_of(columns_.begin(), columns_.end(),
+                                   [](const column &each) { return each.may_be_long(); });
 
     blocks_ = skufcreate(app_.ctx(), cache_buffers);
     if (blocks_ == nullptr) {
@@ -166,20 +293,21 @@ bool rows::create()
         return false;
     }
     const std::string prefix = scratch_start();
-    return kudcftcreate(app_.ctx(), nullptr, blocks_, prefix.c_str(), prefix.c_str(), 1, &thread,
-                        &cache_)
+    return kudcftcreate(app_.ctx(), nullptr, blocks_, prefix.c_str(), prefix.c_str(), longs ? 2 : 1,
+                        threads, &cache_)
            == 0;
 }
 
-bool rows::set(size_t at, value given)
+bool rows::set(size_t at, const value &given)
 {
     kudxcoldef &definition = definitions_[at];
-    definition.curnul_kudxcol = given.data() == nullptr ? KUDC_NULL : 0;
+    definition.curnul_kudxcol = given.bytes.data() == nullptr ? KUDC_NULL : 0;
     definition.curlen_kudxcol = 0;
-    if (given.data() == nullptr) return true;
+    if (given.pieces != nullptr) return set_long(at, given);
+    if (given.bytes.data() == nullptr) return true;
     std::string bytes;
-    if (!encode(columns_[at].type, given, &bytes)) {
-        kuxer3push(app_.ctx(), KUQAA_VALUE, std::string(given.substr(0, 80)).c_str(),
+    if (!encode(columns_[at], given.bytes, &bytes)) {
+        kuxer3push(app_.ctx(), KUQAA_VALUE, std::string(given.bytes.substr(0, 80)).c_str(),
                    columns_[at].name.c_str(), std::to_string(count_ + 1).c_str());
         return false;
     }
@@ -188,63 +316,151 @@ bool rows::set(size_t at, value given)
     return true;
 }
 
+bool rows::set_long(size_t at, const value &given)
+{
+    kulong handle = {read_piece, nullptr, const_cast<piece_reader *>(given.pieces)};
+    kudxcoldef &longs = definitions_.back();
+    longs.curval_kudxcol = &handle;
+    longs.curlen_kudxcol = given.length;
+    const uint16_t level = 1;
+    int32_t position = 0;
+    const bool stored = kudcmrstr(cache_, long_thread, &level, 1, &position) == 0;
+    longs.curval_kudxcol = nullptr;
+    const reference where = {longs.filpos_kudxcol, given.length};
+    kudxcoldef &definition = definitions_[at];
+    std::memcpy(definition.curval_kudxcol, &where, sizeof where);
+    definition.curlen_kudxcol = sizeof where;
+    definition.curnul_kudxcol = long_mark;
+    return stored;
+}
+
 bool rows::add(const std::vector<value> &row)
 {
     for (size_t at = 0; at < row.size(); at++)
         if (!set(at, row[at])) return false;
     const auto levels = static_cast<uint16_t>(groups_.empty() ? 1 : groups_.size());
     int32_t position = 0;
-    count_++;
-    return kudcmrstr(cache_, 0, &levels, 1, &position) == 0;
+    if (++count_ % rows_between == 0) trim();
+    return kudcmrstr(cache_, row_thread, &levels, 1, &position) == 0;
 }
 
-bool rows::read(const std::function<bool(size_t level)> &visit)
+bool rows::read(const std::function<following(size_t level)> &visit)
 {
     const bool indexed = !groups_.empty();
     const auto last = static_cast<uint8_t>(indexed ? groups_.size() - 1 : 0);
-    kudccurdef *cursor = nullptr;
-    uint32_t status =
-        kudcfnwcurs(cache_, nullptr, 0, static_cast<int16_t>(indexed ? 0 : -1), 0, 0, &cursor);
+    uint32_t status = kudcfnwcurs(cache_, nullptr, row_thread,
+                                  static_cast<int16_t>(indexed ? 0 : -1), 0, 0, &cursor_);
     int32_t state = KUDC_POSITIONED;
-    if (status == 0 && indexed) status = kudcmksrch(cache_, cursor, 0, KUDC_FIRST, &state);
+    if (status == 0 && indexed) status = kudcmksrch(cache_, cursor_, 0, KUDC_FIRST, &state);
     size_t level = 0; // the first whose group is new
-    bool on = true;
-    while (on && status == 0 && state == KUDC_POSITIONED) {
+    following next = following::row;
+    uint64_t given = 0;
+    while (next != following::nothing && status == 0 && state == KUDC_POSITIONED) {
         uint8_t found = KUDC_ROW;
-        for (; on; level = groups_.size()) {
-            status = kudcmrnxt(cache_, cursor, last, &found);
+        for (next = following::row; next == following::row; level = groups_.size()) {
+            status = kudcmrnxt(cache_, cursor_, last, &found);
             if (status != 0 || found != KUDC_ROW) break;
-            on = visit(level);
+            next = visit(level);
+            if (++given % rows_between == 0) trim();
         }
         state = KUDC_NOMORE;
-        for (level = groups_.size(); on && status == 0 && state != KUDC_POSITIONED && level > 0;)
-            status = kudcmksrch(cache_, cursor, static_cast<uint16_t>(--level), KUDC_NEXT, &state);
+        for (level = groups_.size();
+             next != following::nothing && status == 0 && state != KUDC_POSITIONED && level > 0;)
+            status = kudcmksrch(cache_, cursor_, static_cast<uint16_t>(--level), KUDC_NEXT, &state);
     }
-    if (status == 0) kudcffrcurs(cache_, cursor);
+    kudcffrcurs(cache_, cursor_);
+    cursor_ = nullptr;
     return status == 0;
 }
 
-std::string rows::bytes(size_t column) const
+uint64_t rows::group_rows() const { return static_cast<uint64_t>(cursor_->curleft_kudccur); }
+
+bool rows::is_long(size_t column) const { return definitions_[column].curnul_kudxcol == long_mark; }
+
+std::string rows::stored(size_t column) const
 {
     const kudxcoldef &definition = definitions_[column];
     return std::string(static_cast<const char *>(definition.curval_kudxcol),
                        definition.curlen_kudxcol);
 }
 
-std::string rows::text(size_t column) const
+std::string rows::bytes(size_t column) const
 {
-    if (null(column)) return "";
-    std::string stored = bytes(column);
+    const datatype type = columns_[column].type;
+    if (type != datatype::text && type != datatype::binary) return stored(column);
+    std::string whole;
+    text(column, SIZE_MAX, &whole);
+    return whole;
+}
+
+bool rows::text(size_t column, size_t most, std::string *result) const
+{
+    result->clear();
+    return show(column, most, [result](std::string_view piece) {
+        *result += piece;
+        return true;
+    });
+}
+
+bool rows::show(size_t column, size_t most, const piece_visitor &visit) const
+{
+    if (null(column)) return true;
+    if (is_long(column)) return show_long(column, most, visit);
+    std::string shown = stored(column);
     switch (columns_[column].type) {
-    case datatype::number: return decimal::decoded(stored);
-    case datatype::date: return decoded_date(stored);
+    case datatype::number: return visit(decimal::decoded(shown));
+    case datatype::date: return visit(decoded_date(shown));
     case datatype::integer: {
         int32_t number = 0;
-        std::memcpy(&number, stored.data(), sizeof number);
-        return std::to_string(number);
+        std::memcpy(&number, shown.data(), sizeof number);
+        return visit(std::to_string(number));
     }
-    default: return stored;
+    case datatype::binary:
+        if (!columns_[column].key) shown = digits(shown);
+        break;
+    default: break;
     }
+    if (shown.size() <= most) return visit(shown); // so are its characters
+    std::u16string units = charset_.to_utf16(shown);
+    if (units.size() <= most) return visit(shown);
+    units.resize(most - (is_high(units[most - 1]) ? 1 : 0));
+    return visit(charset_.from_utf16(units) + "...");
+}
+
+bool rows::show_long(size_t column, size_t most, const piece_visitor &visit) const
+{
+    reference where = {};
+    std::memcpy(&where, definitions_[column].curval_kudxcol, sizeof where);
+    const bool binary = columns_[column].type == datatype::binary;
+    const uint64_t wanted = binary ? most / 2 : most > UINT32_MAX / 2 ? UINT32_MAX : most * 2;
+    const auto length = static_cast<uint32_t>(std::min<uint64_t>(where.length, wanted));
+    kudccdsdef source = {};
+    source.cachep_kudccds = cache_;
+    source.colh_kudccds = const_cast<kudxcoldef *>(&definitions_.back()); // it is not changed
+    source.filpos_kudccds = where.position;
+    source.curlen_kudccds = where.length;
+    tag_skuhm heap = plain_heap(app_.ctx());
+    std::string piece;
+    for (uint32_t offset = 0; offset < length; offset += static_cast<uint32_t>(piece.size())) {
+        piece.resize(std::min<size_t>(piece_bytes, length - offset));
+        if (skudcdoleload(&source, &heap, piece.data(), offset, static_cast<uint32_t>(piece.size()))
+            != 0)
+            return false;
+        if (binary) {
+            if (!visit(digits(piece))) return false;
+            continue;
+        }
+        std::u16string units(piece.size() / sizeof(char16_t), u'\0');
+        std::memcpy(units.data(), piece.data(), units.size() * sizeof(char16_t));
+        if (units.size() > 1 && is_high(units.back())) { // the next piece has all of it
+            units.pop_back();
+            piece.resize(units.size() * sizeof(char16_t));
+        } else if (units.size() == 1 && is_high(units[0]) && length < where.length) {
+            break; // half of one is not shown
+        }
+        if (!visit(charset_.from_utf16(units))) return false;
+    }
+    return length == where.length || visit("...");
 }
 
 } // namespace kuq

@@ -6,8 +6,10 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "charset.h"
 #include "database.h"
 
 namespace kuq
@@ -18,12 +20,20 @@ struct group {
     bool descending;
 };
 
+enum class order {
+    sorted,    // groups in key order
+    arrival,   // a group ends where the next row differs
+    revisited, // the same, kept so that a group can be left before its last row
+};
+
+// What follows a row that was given.
+enum class following { row, group, nothing };
+
 class rows
 {
 public:
-    // One key level a group. sorted: groups in key order; else a group ends where the
-    // next row differs.
-    rows(application &app, std::vector<column> columns, std::vector<group> groups, bool sorted);
+    // One key level a group.
+    rows(application &app, std::vector<column> columns, std::vector<group> groups, order how);
     ~rows();
     rows(const rows &) = delete;
     rows &operator=(const rows &) = delete;
@@ -33,36 +43,49 @@ public:
     // Stores a row.
     bool add(const std::vector<value> &row);
 
-    // Gives every row, group by group. `visit` gets the first level whose group is a new one
-    // (the number of groups: none is); false ends the reading.
-    bool read(const std::function<bool(size_t level)> &visit);
+    // Gives rows, group by group. `visit` gets the first level whose group is a new one (the
+    // number of groups: none is) and says which row is next. False with the reason pushed.
+    bool read(const std::function<following(size_t level)> &visit);
 
     // Of the row just given.
     bool null(size_t column) const { return definitions_[column].curnul_kudxcol == KUDC_NULL; }
-    std::string bytes(size_t column) const; // as stored
-    std::string text(size_t column) const;  // to show; "" for NULL
+    std::string bytes(size_t column) const; // by which values are compared
+    // The first `most` characters to show, in pieces, "..." behind them when there are more;
+    // nothing for NULL. False with the reason pushed, or when `visit` returns false.
+    using piece_visitor = std::function<bool(std::string_view piece)>;
+    bool show(size_t column, size_t most, const piece_visitor &visit) const;
+    bool text(size_t column, size_t most, std::string *result) const; // the same in one piece
+    bool is_long(size_t column) const;
+    // Rows of the innermost group; not in order of arrival.
+    uint64_t group_rows() const;
 
     const std::vector<column> &columns() const { return columns_; }
     kudcaccdef *cache() const { return cache_; }
 
-    // Removes the scratch files of runs that were killed.
+    // Removes the scratch files of runs that were killed, or of this process.
     static void remove_leftovers();
+    static void remove_own();
 
     // The name of one more scratch file, which the caller makes and removes.
     static std::string scratch_file();
 
 private:
-    bool set(size_t at, value given);
+    bool set(size_t at, const value &given);
+    bool set_long(size_t at, const value &given);
+    bool show_long(size_t column, size_t most, const piece_visitor &visit) const;
+    std::string stored(size_t column) const;
 
     application &app_;
+    charset charset_;
     std::vector<column> columns_;
     std::vector<group> groups_;
-    bool sorted_;
-    std::vector<kudxcoldef> definitions_;
+    order order_;
+    std::vector<kudxcoldef> definitions_; // of the rows, then of the long values
     std::vector<kudxcoldef *> pointers_;
     std::vector<std::string> buffers_;
     void *blocks_ = nullptr;
     kudcaccdef *cache_ = nullptr;
+    kudccurdef *cursor_ = nullptr; // of the reading
     uint64_t count_ = 0;
 };
 

@@ -1,0 +1,96 @@
+// charset.cpp - conversions by the system's own tables
+
+#include "charset.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <cstdlib>
+
+namespace kuq
+{
+namespace
+{
+
+constexpr const char *utf16 = std::endian::native == std::endian::little ? "UTF-16LE" : "UTF-16BE";
+
+// "SJIS" of "ja_JP.SJIS@x".
+std::string named()
+{
+    for (const char *name : {"LC_ALL", "LC_CTYPE", "LANG"}) {
+        const char *value = std::getenv(name);
+        if (value == nullptr || *value == '\0') continue;
+        const std::string locale = value;
+        const size_t dot = locale.find('.');
+        return dot == std::string::npos ? "" : locale.substr(dot + 1, locale.find('@') - dot - 1);
+    }
+    return "";
+}
+
+// Converts all of `text`, whose units are `unit` bytes; a unit that cannot be converted
+// becomes `unknown`.
+std::string convert(iconv_t how, std::string_view text, size_t unit, std::string_view unknown)
+{
+    const auto failed = static_cast<size_t>(-1);
+    std::string result;
+    char block[4096];
+    char *from = const_cast<char *>(text.data()); // the system's own signature; not changed
+    size_t left = text.size();
+    iconv(how, nullptr, nullptr, nullptr, nullptr);
+    for (bool ending = false;;) {
+        char *to = block;
+        size_t room = sizeof block;
+        const size_t done = ending ? iconv(how, nullptr, nullptr, &to, &room)
+                                   : iconv(how, &from, &left, &to, &room);
+        const int error = errno;
+        result.append(block, sizeof block - room);
+        if (done == failed && error == E2BIG) continue;
+        if (done == failed && !ending && left > 0) {
+            result += unknown;
+            const size_t skipped = std::min(left, unit);
+            from += skipped;
+            left -= skipped;
+            continue;
+        }
+        if (ending) return result;
+        ending = true; // back to the initial shift state
+    }
+}
+
+} // namespace
+
+charset::charset(const application &app)
+{
+    const auto failed = reinterpret_cast<iconv_t>(-1);
+    const std::string name = app.utf8() ? "UTF-8" : named();
+    in_ = iconv_open(utf16, name.empty() ? "US-ASCII" : name.c_str());
+    out_ = iconv_open(name.empty() ? "US-ASCII" : name.c_str(), utf16);
+    if (in_ == failed) in_ = iconv_open(utf16, "US-ASCII");
+    if (out_ == failed) out_ = iconv_open("US-ASCII", utf16);
+}
+
+charset::~charset()
+{
+    iconv_close(in_);
+    iconv_close(out_);
+}
+
+std::string charset::from_utf16(std::u16string_view text) const
+{
+    const std::string_view bytes(reinterpret_cast<const char *>(text.data()),
+                                 text.size() * sizeof(char16_t));
+    std::string result = convert(out_, bytes, sizeof(char16_t), "?");
+    return result;
+}
+
+std::u16string charset::to_utf16(std::string_view text) const
+{
+    constexpr char16_t unknown = u'?';
+    const std::string bytes = convert(
+        in_, text, 1, std::string_view(reinterpret_cast<const char *>(&unknown), sizeof unknown));
+    std::u16string result(bytes.size() / sizeof(char16_t), u'\0');
+    bytes.copy(reinterpret_cast<char *>(result.data()), bytes.size());
+    return result;
+}
+
+} // namespace kuq

@@ -1,0 +1,67 @@
+// session.h - the statements of a command line, and their results in the cache
+#ifndef KUQ_SESSION_H
+#define KUQ_SESSION_H
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "arguments.h"
+#include "database.h"
+#include "progress.h"
+#include "rows.h"
+
+namespace kuq
+{
+
+// The arguments of every command that runs statements.
+std::vector<argument> session_arguments();
+
+// A result in the cache.
+struct result {
+    rows &from;
+    const std::vector<group> &groups;
+    const std::vector<size_t> &widths; // of each column's longest value, about, in characters
+    progress &shown;
+};
+
+class session
+{
+public:
+    session(application &app, const arguments &given) : app_(app), given_(given), base_(app) {}
+
+    // Looks at the arguments. When they are wrong the reason was pushed.
+    bool prepare();
+
+    // Runs the statements and gives each result to `use`. unsorted: the order that the cache
+    // keeps without sorted=yes. False with the reason pushed.
+    bool run(order unsorted, const std::function<bool(const result &)> &use);
+
+    // Says, when values were cut, how many.
+    void tell_cut();
+
+private:
+    bool all(const std::function<void(const statement &)> &each);
+    bool one(const statement &cut, const std::function<bool(const result &)> &use);
+    bool resolve(std::vector<column> *columns, std::vector<group> *groups);
+
+    application &app_;
+    const arguments &given_;
+    std::string where_;
+    std::string dialect_;
+    order order_ = order::sorted;
+    database base_;
+    progress *shown_ = nullptr; // while statements run
+    uint64_t results_ = 0;
+};
+
+// The column of a name; pushes when there is none.
+bool find_column(application &app, const std::vector<column> &columns, const std::string &name,
+                 size_t *found);
+
+// The standard output becomes a file; "" for none. False with the reason pushed.
+bool redirect(application &app, const std::string &name);
+
+} // namespace kuq
+
+#endif

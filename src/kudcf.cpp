@@ -227,11 +227,8 @@ uint32_t cache::load_first_key(kudcaccdef *acmp, const kudcidxdef *index, kudcke
     if (const uint32_t status = kudcfleaf(acmp, bytes, root, found)) return status;
     if (!*found) return 0;
     const unsigned char *block = acmp->indx_kudcacc;
-    const level_columns columns = columns_of(key, level);
-    if (columns.count != header_of(block).clct_kudcidh) return refuse(acmp, KUVAA_NOVALUE);
     *entry = entry_of(block, 0);
-    uint32_t size;
-    return kudckgt(acmp, block, 0, columns.first, &size);
+    return load_key(acmp, block, 0, columns_of(key, level), nullptr);
 }
 
 // ---- keys ----

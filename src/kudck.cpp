@@ -212,19 +212,23 @@ uint32_t kudckcvp(const unsigned char *flatkey, uint16_t column, uint16_t count,
     return 0;
 }
 
-uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry, kudcbvadef *values,
-                 uint32_t *size)
+namespace ku::cache
 {
-    if (acmp == nullptr) return KUVAA_MISSING;
+
+std::uint32_t load_key(const kudcaccdef *acmp, const unsigned char *block, std::uint32_t entry,
+                       const level_columns &columns, std::uint32_t *size)
+{
     const std::uint32_t count = header_of(block).clct_kudcidh;
     const unsigned char *flatkey = key_at(block, entry);
-    for (std::uint32_t i = 0; i < count; i++) {
-        if (values[i].val_kudcbva == nullptr) return refuse(acmp, KUVAA_NOVALUE);
+    bool whole = columns.count <= count;
+    for (std::uint32_t i = 0; i < columns.count; i++) {
+        whole = whole && columns.first[i].val_kudcbva != nullptr;
     }
+    if (!whole) return refuse(acmp, KUVAA_NOVALUE);
     const unsigned char *value = flatkey + key_head * count;
-    for (std::uint32_t i = 0; i < count; i++) {
+    for (std::uint32_t i = 0; i < columns.count; i++) {
         const auto head = load<kudcflkchdef>(flatkey + key_head * i);
-        kudcbvadef &column = values[i];
+        kudcbvadef &column = columns.first[i];
         column.set_kudcbva = 1;
         column.len_kudcbva = head.len_kudcflkch;
         column.xdbtyp_kudcbva = head.type_kudcflkch;
@@ -236,10 +240,17 @@ uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry, k
         }
         value += head.len_kudcflkch;
     }
-    if (size != nullptr) {
-        *size = static_cast<std::uint32_t>(kudckround(static_cast<std::size_t>(value - flatkey)));
-    }
-    return 0;
+    if (size == nullptr) return 0;
+    return kudckszflk(flatkey, static_cast<std::uint16_t>(count), size);
+}
+
+} // namespace ku::cache
+
+uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry, kudcbvadef *values,
+                 uint32_t *size)
+{
+    if (acmp == nullptr) return KUVAA_MISSING;
+    return load_key(acmp, block, entry, {values, header_of(block).clct_kudcidh}, size);
 }
 
 uint32_t kudckcl(kudcaccdef *acmp, const unsigned char *block, kudcbvadef *values)
@@ -422,8 +433,16 @@ uint32_t kudckcbva(kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *
         *level = from;
         return 0;
     }
-    for (std::uint32_t i = 0; i < width && i < width2; i++) {
-        const kudcbvadef &a = key1->arybva_kudckey[i], &b = key2->arybva_kudckey[i];
+    // Columns are paired by their place within the level; what only one key has is not looked at.
+    std::uint32_t i = 0, j = 0;
+    while (i < width && j < width2) {
+        const kudcbvadef &a = key1->arybva_kudckey[i], &b = key2->arybva_kudckey[j];
+        if (a.level_kudcbva != b.level_kudcbva) {
+            (a.level_kudcbva < b.level_kudcbva ? i : j)++;
+            continue;
+        }
+        i++;
+        j++;
         if (a.level_kudcbva < from) continue;
         if (a.level_kudcbva > to) break;
         if (a.val_kudcbva == nullptr || b.val_kudcbva == nullptr) {

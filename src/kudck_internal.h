@@ -17,6 +17,12 @@ std::uint32_t check_buffers(const kudcaccdef *acmp, const level_columns &columns
 int compare_stored(const kudcaccdef *acmp, const level_columns &columns, std::uint32_t count,
                    const unsigned char *flatkey);
 
+// Loads an entry's key into key columns of its level, which are the first of them or all: 0, or
+// KUVAA_NOVALUE pushed.
+//   size  out: bytes of the stored key; null: not wanted
+std::uint32_t load_key(const kudcaccdef *acmp, const unsigned char *block, std::uint32_t entry,
+                       const level_columns &columns, std::uint32_t *size);
+
 // Bytes that a value takes in its buffer, with the length in front of a number that has one.
 std::uint64_t value_bytes(const kudcbvadef &column);
 

@@ -321,15 +321,13 @@ std::uint32_t kudcmlocate(kudcaccdef *acmp, const kudccurdef *cursor, std::uint1
 std::uint32_t kudcmload(kudcaccdef *acmp, const kudccurdef *cursor, const unsigned char *block,
                         std::int32_t entry)
 {
-    const kudcidhdef header = header_of(block);
-    const level_columns columns = columns_of(cursor->keyp_kudccur, header.levl_kudcidh);
-    if (columns.count != header.clct_kudcidh) return refuse(acmp, KUVAA_NOVALUE);
-    return kudckgt(acmp, block, static_cast<std::uint16_t>(entry), columns.first, nullptr);
+    const level_columns columns = columns_of(cursor->keyp_kudccur, header_of(block).levl_kudcidh);
+    return load_key(acmp, block, static_cast<std::uint32_t>(entry), columns, nullptr);
 }
 
-// Moves on to the entry behind, in this leaf or the next one with entries, and loads its key;
-// a negative entry: there is none.
-std::uint32_t kudcmbehind(kudcaccdef *acmp, const kudccurdef *cursor, kudcmplace *place)
+// Moves on to the entry behind, in this leaf or the next one with entries; a negative entry:
+// there is none.
+std::uint32_t kudcmstep(kudcaccdef *acmp, kudcmplace *place)
 {
     const unsigned char *block = acmp->indx_kudcacc;
     place->entry++;
@@ -343,7 +341,30 @@ std::uint32_t kudcmbehind(kudcaccdef *acmp, const kudccurdef *cursor, kudcmplace
         place->entry = 0;
     }
     place->record = entry_of(block, static_cast<std::uint32_t>(place->entry));
-    return kudcmload(acmp, cursor, block, place->entry);
+    return 0;
+}
+
+// Whether an entry is one of many that the cursor's key stands for, having only some of the
+// level's columns.
+bool kudcmamong(const kudcaccdef *acmp, const kudccurdef *cursor, const kudcmplace &place)
+{
+    const unsigned char *block = acmp->indx_kudcacc;
+    const kudcidhdef header = header_of(block);
+    const level_columns columns = columns_of(cursor->keyp_kudccur, header.levl_kudcidh);
+    return columns.count < header.clct_kudcidh
+           && compare_stored(acmp, columns, header.clct_kudcidh,
+                             key_at(block, static_cast<std::uint32_t>(place.entry)))
+                  == 0;
+}
+
+// Moves on to the next key and loads it; a negative entry: there is none.
+std::uint32_t kudcmbehind(kudcaccdef *acmp, const kudccurdef *cursor, kudcmplace *place)
+{
+    do {
+        const std::uint32_t status = kudcmstep(acmp, place);
+        if (status != 0 || place->entry < 0) return status;
+    } while (kudcmamong(acmp, cursor, *place));
+    return kudcmload(acmp, cursor, acmp->indx_kudcacc, place->entry);
 }
 
 void kudcmset(kudckeydef *key, std::uint16_t level, std::int32_t set)

@@ -10,8 +10,10 @@
  * A status is 0 or a code that has been pushed; a null cache gives KUVAA_MISSING
  * unpushed. All can give KUVAA_MISSING (no such thread, index or cursor, arrays
  * missing, a position where no row is), KUVAA_NOVALUE (a key without value
- * buffers, or with only some of a level's columns), what a move of the paged file
- * gave, and, with nothing done, the code of an error that was on the stack before.
+ * buffers), what a move of the paged file gave, and, with nothing done, the code of
+ * an error that was on the stack before. A key with only some of a level's columns
+ * stands for all keys of the level that begin with those; one of them is found, or
+ * deleted, and the next key is one that begins otherwise.
  */
 #ifndef KUDCM_H
 #define KUDCM_H

@@ -293,6 +293,23 @@ TEST(Kudck, BreaksAreFoundAtTheirFirstLevelWithinTheRange)
             0u);
         EXPECT_EQ(differs != 0 ? level : -1, row.level);
     }
+    // Columns answer each other by their place within the level, whatever the other key has more.
+    const std::vector<column> some = {{0, 1, 5, up}, {1, 1, 5, up}},
+                              all = {{0, 1, 5, up}, {0, 1, 5, up}, {1, 1, 5, up}, {1, 3, 5, up}};
+    table wide(all);
+    const struct {
+        const char *value;
+        int level;
+    } shorter[] = {{"1", -1}, {"2", 1}};
+    for (const auto &row : shorter) {
+        const memory_key part(wide, some, {"A", row.value}), full(wide, all, {"A", "x", "1", "y"});
+        for (const bool swapped : {false, true}) {
+            EXPECT_EQ(kudckcbva(&only.cache, &index, swapped ? &full.key : &part.key,
+                                swapped ? &part.key : &full.key, 0, 1, &differs, &level),
+                      0u);
+            EXPECT_EQ(differs != 0 ? level : -1, row.level);
+        }
+    }
     memory_key other(over, of, {"a", "b", "c"});
     other.columns[1].val_kudcbva = nullptr;
     EXPECT_EQ(kudckcbva(&only.cache, &index, &key.key, &other.key, 0, 2, &differs, &level),

@@ -682,6 +682,56 @@ TEST(Kudcm, AKeyWithWildcardsIsFoundWhereverItMatches)
     }
 }
 
+TEST(Kudcm, AKeyWithSomeColumnsOfALevelStandsForAllThatBeginWithThem)
+{
+    const index_shape random = {KUDC_RANDOM, {{0, 0}, {1, 0}, {2, 1}}};
+    index_shape breaks = random;
+    breaks.type = KUDC_DYNBRK;
+    context ctx;
+    cache c(ctx,
+            {{{{KUDC_CHARACTER, 5}, {KUDC_CHARACTER, 5}, {KUDC_CHARACTER, 5}}, {random, breaks}}});
+    for (const char *const key : {"A", "B", "C"})
+        for (const char *const below : {"r", "s", "t", "u", "v", "w"}) {
+            ASSERT_GE(c.store(0, {key, below, "1"}, {2, 2}), 0);
+        }
+    const auto goal = [&](const char *first, const char *below) {
+        auto made = std::make_unique<goal_key>(c, 0, random, values{first, value(), below});
+        made->columns.erase(made->columns.begin() + 1);
+        made->key.numbva_kudckey = 2;
+        return made;
+    };
+    int32_t state = 99;
+    uint8_t outcome = 99;
+    kudccurdef *cursor = c.cursor(0, 1, &goal("A", "1")->key);
+    ASSERT_EQ(kudcmksrch(c, cursor, 1, KUDC_CURRENT, &state), 0u);
+    EXPECT_EQ(state, KUDC_POSITIONED);
+    cursor = c.cursor(0, 1, &goal("A", "1")->key);
+    EXPECT_EQ(kudcmrnxt(c, cursor, 1, &outcome), 0u);
+    EXPECT_EQ(outcome, KUDC_ROW);
+
+    cursor = c.cursor(0, 0, &goal("B", "1")->key);
+    const auto at = [&] {
+        const kudcbvadef &first = cursor->keyp_kudccur->arybva_kudckey[0];
+        return std::string(first.val_kudcbva, first.val_kudcbva + first.len_kudcbva);
+    };
+    const struct {
+        int32_t relop, state;
+        const char *key;
+    } steps[] = {{KUDC_CURRENT, 0, "B"},
+                 {KUDC_FIRST, 0, "A"},
+                 {KUDC_NEXT, 0, "B"},
+                 {KUDC_NEXT, 0, "C"},
+                 {KUDC_NEXT, KUDC_NOMORE, "C"}};
+    for (const auto &step : steps) {
+        ASSERT_EQ(kudcmksrch(c, cursor, 0, step.relop, &state), 0u);
+        EXPECT_EQ(state, step.state);
+        EXPECT_EQ(at(), step.key);
+    }
+    int32_t previous = 99;
+    EXPECT_EQ(kudcmkdel(c, cursor, 0, &previous), 0u);
+    EXPECT_EQ(previous, 1);
+}
+
 TEST(Kudcm, StatusWordsComeBackWithTheirRows)
 {
     context ctx;

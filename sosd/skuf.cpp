@@ -1,6 +1,6 @@
 // skuf.cpp - the block cache: its memory, and the temporary directory
 //
-//     skuftab   | buffer 0 | buffer 1 | ... | buffer n-1 | parts |   one allocation
+//     skuftab   | buffer 0 | buffer 1 | ... | buffer n-1 | residents, places | parts |
 //     skuforig  | 4096     | 4096     | ... | 4096       |           static only
 //     skufhash  | chain of the blocks 0, n, 2n ... | of 1, n+1 ... | ...
 //
@@ -21,7 +21,13 @@
 
 static constexpr uint32_t skuf_spare = 4; // bytes of skufpath beyond its text
 
-static_assert(sizeof(skufb) % alignof(skufpart) == 0, "the parts follow the buffers");
+using ku::crt::residents;
+static_assert(sizeof(skufb) % alignof(residents) == 0
+                  && sizeof(residents) % alignof(residents::place) == 0
+                  && sizeof(residents::place) % alignof(skufpart) == 0,
+              "they follow each other");
+static constexpr uint64_t skuf_each = // bytes for a buffer in the table's block
+    sizeof(skufb) + skufstretches * sizeof(residents::place) + sizeof(skufpart);
 
 uint32_t skufrefuse(kux *ctx, uint32_t code)
 {
@@ -55,8 +61,9 @@ static bool skufequip(kux *ctx, skuf *cache)
     cache->skufpath = skuffindpath(ctx);
     if (cache->skufpath == nullptr) return false;
     cache->skuftab =
-        static_cast<skufb *>(ku::allocate(ctx, count, sizeof(skufb) + sizeof(skufpart)));
+        static_cast<skufb *>(ku::allocate(ctx, count * skuf_each + sizeof(residents), 1));
     if (cache->skuftab == nullptr) return false;
+    *skufresident(cache) = {skufplaces(cache), skufstretches * cache->skufnum, 0, 0, nullptr};
     cache->skufhash = static_cast<skufb **>(ku::allocate(ctx, count, sizeof(skufb *)));
     if (cache->skufhash == nullptr) return false;
     if (cache->skufdynamic != 0) return true;
@@ -103,6 +110,7 @@ void *skufdestroy(kux *ctx, void *cache)
     const auto release = [ctx](void *block) {
         if (block != nullptr) ctx->kuxnmfree(ctx, block);
     };
+    if (area->skuftab != nullptr) ku::crt::release_residents(skufresident(area));
     const bool arranged = area->skufmru != nullptr;
     if (arranged && area->skufdynamic != 0) // files left open still hold blocks
         for (uint32_t i = 0; i < area->skufnum; i++) release(area->skuftab[i].skufbdata);

@@ -92,7 +92,8 @@ typedef struct skuf {
 
 /*
  * Creates a cache whose data areas are allocated at once.
- *   nbuffers  clamped to 2 to 15
+ *   nbuffers  clamped to 2 to 15. Of scratch files that the system lets be reached
+ *             through memory, 12 MB for each buffer are resident in it at most
  * Returns the cache, the caller's, ended with skufdestroy; or null, nothing
  * pushed, when the temporary directory's name needs more than 512 bytes or
  * memory ran out.

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 
+#include "../port/crt/crt.h"
 #include "skufb.h"
 #include "skufo.h"
 #include "skufv.h"
@@ -16,10 +17,23 @@ struct skufpart {
     uint16_t to;
 };
 
-// What holds for a buffer; the parts lie behind the cache's table of buffers.
+// Of scratch files, what is used most may be resident: so much for each buffer that the client
+// has asked for.
+constexpr uint32_t skufstretches = 12; // MB
+
+// What belongs to a cache lies behind its table of buffers: what is resident, the places for
+// that, and the buffers' parts.
+inline ku::crt::residents *skufresident(const skuf *cache)
+{
+    return reinterpret_cast<ku::crt::residents *>(cache->skuftab + cache->skufnum);
+}
+inline ku::crt::residents::place *skufplaces(const skuf *cache)
+{
+    return reinterpret_cast<ku::crt::residents::place *>(skufresident(cache) + 1);
+}
 inline skufpart *skufpartof(const skuf *cache, const skufb *buffer)
 {
-    return reinterpret_cast<skufpart *>(cache->skuftab + cache->skufnum)
+    return reinterpret_cast<skufpart *>(skufplaces(cache) + skufstretches * cache->skufnum)
            + (buffer - cache->skuftab);
 }
 
@@ -32,7 +46,8 @@ uint32_t skufrefuse(kux *ctx, uint32_t code);
 char *skufcopy(kux *ctx, const char *text);
 
 // The address of a raw file's block in memory; null: it is reached by descriptor.
-const unsigned char *skufbmapped(const skufo *file, uint32_t block);
+// Never null for a block that a buffer holds in part.
+const unsigned char *skufbmapped(const skufo *file, uint32_t block, bool held);
 
 // Brings the rest of a buffer's block into its data area.
 void skufbfill(const skuf *cache, const skufb *buffer);

@@ -1,7 +1,6 @@
 // skufb.cpp - buffers: between a block's data area and the raw file
 //
-// Whole blocks are moved: positioned, then read or written in as many calls as
-// the system wants. Blocks of a scratch file that the runtime layer has in
+// Whole blocks are moved, each in as many calls as the system wants. Blocks of a scratch file that the runtime layer has in
 // memory are copied instead, and of those only what is needed: a buffer may hold
 // such a block in part (skuf_internal.h).
 
@@ -17,9 +16,10 @@ namespace crt = ku::crt;
 
 static uint64_t skufboffset(uint32_t block) { return uint64_t{block} * SKUF_BLOCK; }
 
-const unsigned char *skufbmapped(const skufo *file, uint32_t block)
+const unsigned char *skufbmapped(const skufo *file, uint32_t block, bool held)
 {
-    return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK, crt::purpose::load);
+    return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK,
+                           held ? crt::purpose::again : crt::purpose::load);
 }
 
 static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
@@ -28,25 +28,23 @@ static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
     return code;
 }
 
-static bool skufbseek(const skufo *file, uint64_t offset)
-{
-    return crt::low_seek(file->skufoid, static_cast<int64_t>(offset), crt::origin::start) >= 0;
-}
-
 uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
 {
     if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
-    if (const unsigned char *bytes = skufbmapped(file, block)) {
+    if (const unsigned char *bytes = skufbmapped(file, block, false)) {
         std::memcpy(buffer, bytes, SKUF_BLOCK);
         return 0;
     }
-    if (!skufbseek(file, skufboffset(block))) return skufbfail(ctx, SKUFA_SEEK, file);
     auto *to = static_cast<unsigned char *>(buffer);
     for (std::size_t done = 0; done < SKUF_BLOCK;) {
-        const int64_t got = crt::low_read(file->skufoid, to + done, SKUF_BLOCK - done);
-        if (got < 0) return skufbfail(ctx, SKUFA_READ, file);
-        if (got == 0) break;
-        done += static_cast<std::size_t>(got);
+        const crt::low_moved got =
+            crt::low_read(file->skufoid, skufboffset(block) + done, to + done, SKUF_BLOCK - done);
+        if (got.failure != crt::low_failure::none) {
+            const bool nowhere = got.failure == crt::low_failure::position;
+            return skufbfail(ctx, nowhere ? SKUFA_SEEK : SKUFA_READ, file);
+        }
+        if (got.bytes == 0) break;
+        done += got.bytes;
     }
     return 0;
 }
@@ -62,11 +60,11 @@ static uint32_t skufbstorepart(kux *ctx, const skufo *file, uint32_t block,
         std::memcpy(mapped + at, bytes + at, end - at);
         return 0;
     }
-    if (!skufbseek(file, offset + at)) return skufbfail(ctx, SKUFA_SEEK, file);
     while (at < end) {
-        const int64_t put = crt::low_write(file->skufoid, bytes + at, end - at);
-        if (put < 1) return skufrefuse(ctx, SKUFA_WRITE);
-        at += static_cast<std::size_t>(put);
+        const crt::low_moved put = crt::low_write(file->skufoid, offset + at, bytes + at, end - at);
+        if (put.failure == crt::low_failure::position) return skufbfail(ctx, SKUFA_SEEK, file);
+        if (put.bytes == 0) return skufrefuse(ctx, SKUFA_WRITE);
+        at += put.bytes;
     }
     crt::scratch_written(file->skufoscratch, offset, end);
     return 0;
@@ -86,7 +84,7 @@ void skufbfill(const skuf *cache, const skufb *buffer)
 {
     skufpart *part = skufpartof(cache, buffer);
     if (skufwhole(part)) return;
-    const unsigned char *block = skufbmapped(buffer->skufbfile->skufvid, buffer->skufbnum);
+    const unsigned char *block = skufbmapped(buffer->skufbfile->skufvid, buffer->skufbnum, true);
     std::memcpy(buffer->skufbdata, block, part->from);
     std::memcpy(buffer->skufbdata + part->to, block + part->to, SKUF_BLOCK - part->to);
     *part = {0, SKUF_BLOCK};

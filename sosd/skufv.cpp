@@ -32,11 +32,12 @@ static_assert(skufv_end == uint64_t{SKUF_BLOCKS} * SKUF_BLOCK);
 // ---- opening and closing ----
 
 // Opens the raw file and sets the position. False, with nothing left open.
-static bool skufvattach(kux *ctx, skufv *file, const char *path)
+static bool skufvattach(kux *ctx, const skuf *cache, skufv *file, const char *path)
 {
     const uint16_t mode = file->skufvmode;
     skufo *raw = skufoopen(ctx, path, mode);
     if (raw == nullptr) return false;
+    crt::share_residents(raw->skufoscratch, skufresident(cache));
     if ((mode & SKUF_APPEND) != 0) {
         const int64_t end = crt::low_seek(raw->skufoid, 0, crt::origin::end);
         if (end < 0 || static_cast<uint64_t>(end) >= skufv_end) {
@@ -69,7 +70,7 @@ void *skufvopen(kux *ctx, void *cache, const char *path, uint16_t mode)
         file->skufvname = static_cast<char *>(kuxnlalloc(ctx, static_cast<uint32_t>(size)));
     if (file->skufvname != nullptr) {
         std::memcpy(file->skufvname, path == nullptr ? "" : path, size);
-        if (skufvattach(ctx, file, path)) {
+        if (skufvattach(ctx, static_cast<skuf *>(cache), file, path)) {
             opening.commit();
             return file;
         }
@@ -142,7 +143,7 @@ static bool skufvload(kux *ctx, skuf *cache, skufb *buffer)
         if (buffer->skufbdata == nullptr) return false;
     }
     if (!written) return true;
-    if (file->skufvid != nullptr && skufbmapped(file->skufvid, block) != nullptr) {
+    if (file->skufvid != nullptr && skufbmapped(file->skufvid, block, false) != nullptr) {
         *skufpartof(cache, buffer) = {0, 0};
         return true;
     }
@@ -213,7 +214,7 @@ static const unsigned char *skufvat(const skuf *cache, const skufb *held, uint32
     const unsigned char *from = held->skufbdata;
     if (!(part->from <= offset && end <= part->to)) {
         if (end <= part->from || offset >= part->to) // nothing of it is here
-            from = skufbmapped(held->skufbfile->skufvid, held->skufbnum);
+            from = skufbmapped(held->skufbfile->skufvid, held->skufbnum, true);
         else
             skufbfill(cache, held);
     }

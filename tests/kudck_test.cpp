@@ -856,7 +856,7 @@ TEST(Kudckb, IntegersAreLookedUpThroughACursor)
 
 TEST(Kudckb, AFailedTransferIsToldByItsCode)
 {
-    for (const std::string call : {"read", "write", "lseek"}) {
+    for (const std::string call : {"pread", "pwrite"}) {
         int failures = 0;
         for (bool failed = true; failed; failures += failed) {
             ku::test::system_faults faults;

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -264,13 +265,13 @@ TEST_F(Skuf, TheCeilingDecidesWhatIsReadAndTheEndLeavesTheBufferAlone)
     std::memset(skufvgptr(ctx, cache, file, 10), 'a', 4096); // not dirty, so not written
     std::memset(skufvgptr(ctx, cache, file, 11), 'b', 4096);
     EXPECT_EQ(file->skufvceiling, 12u);
-    EXPECT_EQ(faults.made("read"), 0);
+    EXPECT_EQ(faults.made("pread"), 0);
     const unsigned char *block = skufvgptr(ctx, cache, file, 3);
-    EXPECT_EQ(faults.made("read"), 1) << "below the ceiling";
+    EXPECT_EQ(faults.made("pread"), 1) << "below the ceiling";
     EXPECT_TRUE(block[0] == 'a' && block[4095] == 'a') << "the file ends before";
     EXPECT_EQ(skufbdclear(ctx, cache, file), 0u);
     skufvgptr(ctx, cache, file, 0);
-    EXPECT_EQ(faults.made("read"), 1) << "discarded";
+    EXPECT_EQ(faults.made("pread"), 1) << "discarded";
     skufvclose(ctx, cache, file);
 
     file = opened(dir.write("file", "short"), SKUF_APPEND);
@@ -283,7 +284,7 @@ TEST_F(Skuf, TheCeilingDecidesWhatIsReadAndTheEndLeavesTheBufferAlone)
     EXPECT_EQ(dir.read("file").substr(0, 8), "shortera");
     EXPECT_EQ(fs::file_size(dir.path("file")), 4096u) << "whole blocks";
     skufvclose(ctx, cache, file);
-    EXPECT_EQ(faults.made("write"), 1) << "clean once it was flushed";
+    EXPECT_EQ(faults.made("pwrite"), 1) << "clean once it was flushed";
 }
 
 TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
@@ -320,10 +321,12 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
     const std::string name = dir.path("file");
     const struct {
         const char *call;
+        int error;
         std::string code;
-    } rows[] = {{"read", "skufa 2(" + name + ")"},
-                {"write", "skufa 3"},
-                {"lseek", "skufa 6(" + name + ")"}};
+    } rows[] = {{"pread", EIO, "skufa 2(" + name + ")"},
+                {"pwrite", EIO, "skufa 3"},
+                {"pread", ESPIPE, "skufa 6(" + name + ")"},
+                {"pwrite", EINVAL, "skufa 6(" + name + ")"}};
     for (const auto &row : rows) {
         system_faults faults;
         dir.write("file", std::string(16384, 'f'));
@@ -331,13 +334,13 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
         char text[] = "changed";
         for (const uint32_t position : {0u, 4096u})
             EXPECT_EQ(move(ctx, cache, file, position, text, 7, SKUFV_PUT), 0u);
-        faults.fail_from_now(row.call, 1, EIO);
+        faults.fail_from_now(row.call, 1, row.error);
         EXPECT_EQ(skufvgptr(ctx, cache, file, 2), nullptr);
         EXPECT_ERRORS(ctx, {row.code});
         for (const uint32_t block : {2u, 0u, 1u, 3u})
             EXPECT_EQ(*skufvgptr(ctx, cache, file, block), block < 2 ? 'c' : 'f') << block;
         EXPECT_EQ(move(ctx, cache, file, 0, text, 7, SKUFV_PUT), 0u);
-        faults.fail_from_now("write", 1, ENOSPC);
+        faults.fail_from_now("pwrite", 1, ENOSPC);
         EXPECT_EQ(skufbfflush(ctx, cache, file), SKUFA_WRITE);
         faults.shorten(0); // a disk that takes nothing and gives no reason
         skufvclose(ctx, cache, file);
@@ -385,19 +388,62 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         skufv *file = opened(scratch(), SKUF_SCRATCH);
         EXPECT_EQ(write_much(ctx, cache, file, 100), 0u);
         EXPECT_EQ(fs::file_size(file->skufvname), 98u * 4096) << "what was evicted, no more";
-        const int written = faults.made("write");
+        const int written = faults.made("pwrite");
         unsigned char byte = 0;
         EXPECT_EQ(move(ctx, cache, file, 4096 * 50, &byte, 1, SKUFV_GET), 0u);
-        EXPECT_TRUE(byte == 50 && faults.made("read") == row.reads) << faults.made("read");
+        EXPECT_TRUE(byte == 50 && faults.made("pread") == row.reads) << faults.made("pread");
         EXPECT_EQ(move(ctx, cache, file, 4096 * 50, &byte, 1, SKUFV_PUT), 0u);
         for (const uint32_t block : {51u, 52u, 53u}) skufvgptr(ctx, cache, file, block);
-        EXPECT_EQ(faults.made("write") - written, 2 + row.writes) << "two that grew the file";
-        faults.fail_all("write", ENOSPC);
+        EXPECT_EQ(faults.made("pwrite") - written, 2 + row.writes) << "two that grew the file";
+        faults.fail_all("pwrite", ENOSPC);
         EXPECT_EQ(write_much(ctx, cache, file, 200), SKUFA_WRITE);
         ctx.clear();
         skufvclose(ctx, cache, file);
         EXPECT_EQ(faults.made("unmap"), 1 - row.reads);
     }
+}
+
+// Bytes of files that are resident in this process.
+static long resident_files()
+{
+    long size = 0, resident = 0, shared = 0;
+    std::ifstream("/proc/self/statm") >> size >> resident >> shared;
+    return shared * sysconf(_SC_PAGESIZE);
+}
+
+TEST_F(Skuf, NoMoreOfScratchFilesIsResidentThanTheBuffersAllow)
+{
+    seem_on(EXT4_SUPER_MAGIC);
+    void *small = skufcreate(ctx, 2);
+    std::vector<skufv *> files;
+    for (int i = 0; i < 2; i++) {
+        files.push_back(open_file(ctx, small, scratch(), SKUF_SCRATCH));
+        ASSERT_EQ(write_much(ctx, small, files[i], 5120), 0u); // 20 MB
+    }
+    const long empty = resident_files();
+    dice random;
+    const auto read = [&](skufv *file, uint32_t block) {
+        unsigned char byte = 0;
+        EXPECT_EQ(move(ctx, small, file, block * 4096 + 9, &byte, 1, SKUFV_GET), 0u);
+        EXPECT_EQ(byte, block & 0xFF);
+        EXPECT_EQ(move(ctx, small, file, block * 4096 + 9, &byte, 1, SKUFV_PUT), 0u);
+    };
+    for (int i = 0; i < 100000; i++) read(files[random.below(2)], random.below(5120));
+    EXPECT_LT(resident_files() - empty, 26 << 20) << "24, and a few pages of what gave way";
+
+    // What is used much comes in, wherever it is.
+    system_faults faults;
+    for (skufv *file : files)
+        for (const uint32_t first : {0u, 4800u}) {
+            int seen = 0;
+            for (int i = 0; i < 10000; i++) {
+                if (i == 9000) seen = faults.made("pread");
+                read(file, first + random.below(256));
+            }
+            EXPECT_EQ(faults.made("pread"), seen) << first;
+        }
+    for (skufv *file : files) skufvclose(ctx, small, file);
+    skufdestroy(ctx, small);
 }
 
 // A region of a file beside a plain run of bytes.

@@ -101,6 +101,8 @@ static constexpr system_calls system_table = {
     .close = ::close,
     .read = ::read,
     .write = ::write,
+    .pread = ::pread,
+    .pwrite = ::pwrite,
     .lseek = ::lseek,
     .fstat = ::fstat,
     .stat = ::stat,
@@ -125,6 +127,8 @@ static constexpr system_calls system_table = {
                   off_t size) { return ::fallocate(file, FALLOC_FL_KEEP_SIZE, from, size); },
     .map = system_map,
     .unmap = ::munmap,
+    .forget = [](void *address,
+                 std::size_t size) { return ::madvise(address, size, MADV_DONTNEED); },
     .list =
         [](const char *name, void (*visit)(void *about, const char *entry), void *about) {
             DIR *listing = ::opendir(name);

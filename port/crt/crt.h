@@ -34,6 +34,8 @@ struct system_calls {
     int (*close)(int descriptor);
     ssize_t (*read)(int descriptor, void *bytes, std::size_t count);
     ssize_t (*write)(int descriptor, const void *bytes, std::size_t count);
+    ssize_t (*pread)(int descriptor, void *bytes, std::size_t count, off_t offset);
+    ssize_t (*pwrite)(int descriptor, const void *bytes, std::size_t count, off_t offset);
     off_t (*lseek)(int descriptor, off_t offset, int whence);
     int (*fstat)(int descriptor, struct stat *status);
     int (*stat)(const char *path, struct stat *status);  // follows symbolic links
@@ -58,6 +60,7 @@ struct system_calls {
     int (*reserve)(int descriptor, off_t offset, off_t size); // disk space; the size stays
     int (*map)(int descriptor, off_t offset, std::size_t size, void **address); // shared
     int (*unmap)(void *address, std::size_t size);
+    int (*forget)(void *address, std::size_t size); // mapped pages, which are no longer resident
     // Calls `visit` with every name in a directory, "." and ".." too (opendir, readdir).
     int (*list)(const char *path, void (*visit)(void *about, const char *entry), void *about);
 };
@@ -162,11 +165,18 @@ constexpr unsigned low_fresh = 4;  // refuse a symbolic link (ELOOP)
 int low_open(const kulang *lang, const char *name, unsigned bits);
 bool low_close(int descriptor); // an interrupted close has closed
 
-// The new position, and the bytes moved by one call; negative on failure.
-// Interrupted calls are repeated.
+// The new position; negative on failure.
 std::int64_t low_seek(int descriptor, std::int64_t offset, origin from);
-std::int64_t low_read(int descriptor, void *bytes, std::size_t count);
-std::int64_t low_write(int descriptor, const void *bytes, std::size_t count);
+
+// Read or write at a position, wherever the descriptor's own is. The bytes moved by
+// one call, or why there are none. Interrupted calls are repeated.
+enum class low_failure { none, position, transfer }; // position: the file has no such
+struct low_moved {
+    std::size_t bytes;
+    low_failure failure;
+};
+low_moved low_read(int descriptor, std::uint64_t position, void *bytes, std::size_t count);
+low_moved low_write(int descriptor, std::uint64_t position, const void *bytes, std::size_t count);
 
 enum class reach { exists, writable };
 bool accessible(const kulang *lang, const char *name, reach wanted);
@@ -178,19 +188,38 @@ bool accessible(const kulang *lang, const char *name, reach wanted);
 // are written there. A full disk is a failed write, never a signal. The file must
 // be empty at first and must not be cut short afterwards.
 
+// What is resident of the scratch files that share one of these, which is bounded:
+// the stretches of 1 MB that are used most; the others are reached by descriptor.
+struct residents {
+    static constexpr std::uint32_t lifetime = 32768; // uses until what was before counts half
+    struct place {
+        kuscratch *scratch;
+        std::uint32_t stretch;
+    };
+    place *held;         // room for `most`, the owner's
+    std::uint32_t most;  // stretches
+    std::uint32_t count; // of those held
+    std::uint32_t uses;  // counted up to the lifetime
+    kuscratch *first;    // of the files
+};
+// Its files are reached by descriptor from now on.
+void release_residents(residents *shared);
+
 // Starts; null where the file system is not suited, or memory ran out.
 kuscratch *map_scratch(int descriptor);
 void unmap_scratch(kuscratch *scratch); // null is ignored
+// Until it shares residents, a file is reached by descriptor. Once for a file; null is ignored.
+void share_residents(kuscratch *scratch, residents *shared);
 
 // Notes that low_write wrote `count` bytes, within one page, at `offset`.
 void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count);
 
 // The address of `count` bytes within one page at `offset`; null when they are to
 // be read or written by descriptor. Valid until unmap_scratch; what low_write
-// writes is seen there. Null scratch: null.
-enum class purpose { load, store };
-unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count,
-                          purpose use);
+// writes is seen there. Null scratch: null. What could be loaded once is there
+// again without fail.
+enum class purpose { load, again, store };
+unsigned char *scratch_at(kuscratch *scratch, std::uint64_t offset, std::size_t count, purpose use);
 
 // ---- replacing a file as a whole ----
 

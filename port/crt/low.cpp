@@ -14,6 +14,12 @@
 // place, and those that stand on others, cannot promise that: they are only read
 // from memory. Others, on a network perhaps, are left alone. Few writes to a
 // window leave a sparse file sparse.
+//
+// Mapped pages count as memory of the process. Files that belong together share
+// a bound for them, which is given out in stretches of 1 MB. When it is reached, a stretch
+// takes the place of the one that is used least once it is used twice as much,
+// and a bit more: changing places costs as much as some hundred uses by
+// descriptor, and must not happen again and again among equals.
 
 #include <algorithm>
 #include <cstdlib>
@@ -36,6 +42,18 @@ constexpr std::uint32_t enough_writes = 64;                             // befor
 constexpr std::uint32_t most_mapped = sizeof(void *) < 8 ? 16 : windows; // leave clients room
 constexpr int first_free = 3; // above the standard streams
 
+constexpr unsigned stretch_shift = 20;                                // 1 MB
+constexpr std::size_t stretch_size = std::size_t{1} << stretch_shift; // bytes
+constexpr std::size_t stretches = windows << (window_shift - stretch_shift);
+constexpr std::uint32_t enough_uses = 32; // beyond those of the stretch that makes room
+
+// A part of a file, resident as a whole or not at all.
+struct stretch {
+    std::uint32_t uses; // with less weight the longer ago
+    bool resident;
+    bool visited; // was used again without being resident, so that pages of it are
+};
+
 struct window {
     unsigned char *address; // null: by descriptor
     bool stores;            // written there, too: its space is reserved
@@ -50,6 +68,9 @@ struct kuscratch {
     std::uint32_t mapped; // windows
     std::uint64_t size;   // bytes: end of what was written
     window table[windows];
+    stretch parts[stretches];
+    ku::crt::residents *shared; // null: nothing is resident
+    kuscratch *next;            // of the files that share them
 };
 
 namespace ku::crt
@@ -123,14 +144,23 @@ std::int64_t low_seek(int descriptor, std::int64_t offset, origin from)
     return calls().lseek(descriptor, static_cast<off_t>(offset), whence);
 }
 
-std::int64_t low_read(int descriptor, void *bytes, std::size_t count)
+static low_moved moved(ssize_t bytes)
 {
-    return repeat([=] { return calls().read(descriptor, bytes, count); });
+    if (bytes >= 0) return {static_cast<std::size_t>(bytes), low_failure::none};
+    const bool nowhere = errno == ESPIPE || errno == EINVAL || errno == EOVERFLOW;
+    return {0, nowhere ? low_failure::position : low_failure::transfer};
 }
 
-std::int64_t low_write(int descriptor, const void *bytes, std::size_t count)
+low_moved low_read(int descriptor, std::uint64_t position, void *bytes, std::size_t count)
 {
-    return repeat([=] { return calls().write(descriptor, bytes, count); });
+    const auto at = static_cast<off_t>(position);
+    return moved(repeat([=] { return calls().pread(descriptor, bytes, count, at); }));
+}
+
+low_moved low_write(int descriptor, std::uint64_t position, const void *bytes, std::size_t count)
+{
+    const auto at = static_cast<off_t>(position);
+    return moved(repeat([=] { return calls().pwrite(descriptor, bytes, count, at); }));
 }
 
 bool accessible(const kulang *lang, const char *name, reach wanted)
@@ -166,9 +196,36 @@ kuscratch *map_scratch(int descriptor)
     return scratch;
 }
 
+void share_residents(kuscratch *scratch, residents *shared)
+{
+    if (scratch == nullptr) return;
+    scratch->shared = shared;
+    scratch->next = shared->first;
+    shared->first = scratch;
+}
+
+// Gives up what is resident of a file.
+static void leave(kuscratch *scratch)
+{
+    residents *shared = scratch->shared;
+    if (shared == nullptr) return;
+    for (std::uint32_t i = shared->count; i-- > 0;)
+        if (shared->held[i].scratch == scratch) shared->held[i] = shared->held[--shared->count];
+    kuscratch **link = &shared->first;
+    while (*link != scratch) link = &(*link)->next;
+    *link = scratch->next;
+    scratch->shared = nullptr;
+}
+
+void release_residents(residents *shared)
+{
+    while (shared->first != nullptr) leave(shared->first);
+}
+
 void unmap_scratch(kuscratch *scratch)
 {
     if (scratch == nullptr) return;
+    leave(scratch);
     for (window &each : scratch->table)
         if (each.address != nullptr) calls().unmap(each.address, window_size);
     std::free(scratch);
@@ -198,12 +255,73 @@ void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count
     if (here.writes < enough_writes && ++here.writes == enough_writes) map_window(scratch, index);
 }
 
-unsigned char *scratch_at(const kuscratch *scratch, std::uint64_t offset, std::size_t count,
-                          purpose use)
+// Makes a stretch's pages leave memory.
+static bool forget(kuscratch *scratch, std::size_t number)
+{
+    const std::uint64_t offset = std::uint64_t{number} << stretch_shift;
+    const window &here = scratch->table[offset >> window_shift];
+    stretch &part = scratch->parts[number];
+    if (calls().forget(here.address + (offset & (window_size - 1)), stretch_size) < 0) return false;
+    part.resident = part.visited = false;
+    return true;
+}
+
+// Lets what was before count half.
+static void grow_old(residents *shared)
+{
+    shared->uses = 0;
+    for (kuscratch *each = shared->first; each != nullptr; each = each->next)
+        for (std::size_t i = 0; i < stretches && i << stretch_shift < each->size; i++) {
+            each->parts[i].uses /= 2;
+            if (each->parts[i].visited && !each->parts[i].resident) forget(each, i);
+        }
+}
+
+// Finds room for a stretch among the residents, if it is used enough for that.
+static bool admit(kuscratch *scratch, std::size_t number)
+{
+    residents *shared = scratch->shared;
+    stretch &part = scratch->parts[number];
+    std::uint32_t place = shared->count;
+    if (place == shared->most) {
+        if (part.uses % enough_uses != 0) return false; // looked at now and then
+        const auto uses = [=](std::uint32_t i) {
+            return shared->held[i].scratch->parts[shared->held[i].stretch].uses;
+        };
+        place = 0;
+        for (std::uint32_t i = 1; i < shared->most; i++)
+            if (uses(i) < uses(place)) place = i;
+        if (part.uses < 2 * uses(place) + enough_uses
+            || !forget(shared->held[place].scratch, shared->held[place].stretch))
+            return false;
+        shared->count--;
+    }
+    shared->held[place] = {scratch, static_cast<std::uint32_t>(number)};
+    shared->count++;
+    return part.resident = true;
+}
+
+// Counts a use of a stretch; whether it is resident.
+static bool use_stretch(kuscratch *scratch, std::size_t number)
+{
+    residents *shared = scratch->shared;
+    if (shared == nullptr) return false;
+    if (++shared->uses == residents::lifetime) grow_old(shared);
+    stretch &part = scratch->parts[number];
+    part.uses++;
+    return part.resident || admit(scratch, number);
+}
+
+unsigned char *scratch_at(kuscratch *scratch, std::uint64_t offset, std::size_t count, purpose use)
 {
     if (scratch == nullptr || offset + count > scratch->size) return nullptr;
     const window &here = scratch->table[offset >> window_shift];
     if (here.address == nullptr || (use == purpose::store && !here.stores)) return nullptr;
+    const std::size_t number = offset >> stretch_shift;
+    if (use == purpose::again)
+        scratch->parts[number].visited = true;
+    else if (!use_stretch(scratch, number))
+        return nullptr;
     return here.address + (offset & (window_size - 1));
 }
 

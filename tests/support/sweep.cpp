@@ -93,10 +93,10 @@ namespace
 
 // clang-format off
 #define KU_SYSTEM_CALLS(_) \
-    _(open) _(close) _(read) _(write) _(lseek) _(fstat) _(stat) _(lstat) _(access) _(chmod) \
+    _(open) _(close) _(read) _(write) _(pread) _(pwrite) _(lseek) _(fstat) _(stat) _(lstat) _(access) _(chmod) \
     _(fchmod) _(fchown) _(fgetxattr) _(fsetxattr) _(fremovexattr) _(unlink) _(rename) _(flock) \
     _(ftruncate) _(fsync) _(resolve) _(random) _(duplicate) _(filesystem) _(reserve) _(map) \
-    _(unmap) _(list)
+    _(unmap) _(forget) _(list)
 // clang-format on
 
 enum call {
@@ -163,6 +163,18 @@ ssize_t faulty_write(int descriptor, const void *bytes, std::size_t count)
     return now.real->write(descriptor, bytes, std::min(count, now.most));
 }
 
+ssize_t faulty_pread(int descriptor, void *bytes, std::size_t count, off_t offset)
+{
+    if (call_fails(call_pread)) return -1;
+    return now.real->pread(descriptor, bytes, std::min(count, now.most), offset);
+}
+
+ssize_t faulty_pwrite(int descriptor, const void *bytes, std::size_t count, off_t offset)
+{
+    if (call_fails(call_pwrite)) return -1;
+    return now.real->pwrite(descriptor, bytes, std::min(count, now.most), offset);
+}
+
 system_calls faulty_calls()
 {
     system_calls table;
@@ -172,6 +184,8 @@ system_calls faulty_calls()
     table.close = faulty_close;
     table.read = faulty_read;
     table.write = faulty_write;
+    table.pread = faulty_pread;
+    table.pwrite = faulty_pwrite;
     return table;
 }
 

@@ -39,7 +39,7 @@ namespace kuq
 namespace
 {
 
-constexpr uint16_t cache_buffers = 15;
+constexpr uint16_t cache_buffers = 3; // each lets 12 MB of the scratch files be resident
 constexpr uint32_t number_bytes = 21;
 constexpr uint32_t integer_bytes = 4;
 constexpr uint32_t date_bytes = 5;

@@ -472,6 +472,7 @@ static uint32_t kudcdvalue(kudcaccdef *acmp, kudxcoldef *column, int32_t positio
 {
     if (length == 0) return 0;
     if (column->segm_kudxcol != 0) {
+        if (const uint32_t pending = kuxercode(acmp->kuxp_kudcacc)) return pending;
         column->filpos_kudxcol = static_cast<uint32_t>(position);
         return kudcdpieces(acmp, column).load(position, length);
     }

@@ -81,7 +81,8 @@ KU_API uint32_t kudcdscds(kudcaccdef *acmp, kudxcoldef *column, kudccdsdef *sour
 
 /*
  * Loads a noted value into its column again and restores the column's change
- * flag, position, length and null indicator; on failure those stay as they are.
+ * flag, position, length and null indicator; on failure those stay as they are,
+ * save the position of a long value: it is set before the first piece moves.
  * A source without a column gives KUVAA_MISSING.
  */
 KU_API uint32_t kudcdcload(kudccdsdef *source);

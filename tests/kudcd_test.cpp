@@ -364,6 +364,21 @@ TEST(Kudcd, LongValuesMoveInPieces)
     EXPECT_ERRORS(ctx, {"kudca 14"});
     EXPECT_EQ(kudcdrd(held.acmp, held.thread_of(), 0), KUDCA_NOAPP);
     EXPECT_ERRORS(ctx, {"kudca 14"});
+    kudccdsdef source = {held.acmp, &rows[0].def, 3, 21, 25000, 0};
+    for (const uint32_t length : {25000u, 0u}) { // with an older error no value moves
+        rows[0].def.filpos_kudxcol = 7;
+        source.curlen_kudccds = length;
+        kuxer0push(ctx, KUVAA_NOMEM);
+        EXPECT_EQ(kudcdcload(&source), length != 0 ? KUVAA_NOMEM : 0);
+        EXPECT_ERRORS(ctx, {"kuvaa 16"});
+        EXPECT_EQ(rows[0].def.filpos_kudxcol, length != 0 ? 7u : 21u);
+    }
+    rows[0].def.filpos_kudxcol = 7;
+    source.curlen_kudccds = 25000;
+    EXPECT_EQ(kudcdcload(&source), KUDCA_NOAPP);
+    EXPECT_ERRORS(ctx, {"kudca 14"});
+    EXPECT_EQ(rows[0].def.filpos_kudxcol, 21u);
+    EXPECT_EQ(rows[0].def.curlen_kudxcol, 0u);
     ctx->kuxuiapp = application();
     EXPECT_EQ(kudcdrd(held.acmp, held.thread_of(), 0), KUDCA_TRANSFER);
     ctx.clear();

@@ -268,9 +268,9 @@ typedef struct kudcridxdef {
 
 /* Places in a SEQNTL index, one a level. */
 typedef struct kudcscldef {
-    uint16_t npos_kudcscl; /* levels */
     int32_t *apos_kudcscl; /* block of each level */
     int32_t *kpos_kudcscl; /* entry of each level */
+    uint16_t npos_kudcscl; /* levels */
 } kudcscldef;
 
 /* A key and its places. */

@@ -267,15 +267,21 @@ static uint32_t kudcfkey(kudcaccdef *acmp, const kudcidxdef *index, const uint32
     return kudcfcolumns(acmp, index->cols_kudcidx, count, sizes, largest, key->arybva_kudckey);
 }
 
-// A copy of the goal key with lengths 0; its columns' split flags are 0.
+// A copy of the goal key; its columns' split flags are 0.
 static uint32_t kudcfcopy(kudcaccdef *acmp, const kudcidxdef *index, const uint32_t *sizes,
                           uint32_t largest, kudckeydef *key)
 {
     const uint32_t status = kudcfkey(acmp, index, sizes, largest, key);
-    for (uint16_t i = 0; i < key->numbva_kudckey; i++) {
-        key->arybva_kudckey[i].len_kudcbva = 0;
-        key->arybva_kudckey[i].split_kudcbva = 0;
-    }
+    for (uint16_t i = 0; i < key->numbva_kudckey; i++) key->arybva_kudckey[i].split_kudcbva = 0;
+    return status;
+}
+
+// A copy of the goal key with lengths 0.
+static uint32_t kudcfempty(kudcaccdef *acmp, const kudcidxdef *index, const uint32_t *sizes,
+                           uint32_t largest, kudckeydef *key)
+{
+    const uint32_t status = kudcfcopy(acmp, index, sizes, largest, key);
+    for (uint16_t i = 0; i < key->numbva_kudckey; i++) key->arybva_kudckey[i].len_kudcbva = 0;
     return status;
 }
 
@@ -470,7 +476,7 @@ static uint32_t kudcfsequential(kudcaccdef *acmp, kudcidxdef *index)
         if (const uint32_t status = kudcfplaces(acmp, index->lvct_kudcidx, &end->cloc_kudcspos))
             return status;
         if (const uint32_t status =
-                kudcfcopy(acmp, index, kudcfsizes(index), 0, &end->ckey_kudcspos))
+                kudcfempty(acmp, index, kudcfsizes(index), 0, &end->ckey_kudcspos))
             return status;
     }
     return 0;
@@ -816,7 +822,7 @@ static uint32_t kudcfposition(kudcaccdef *acmp, const kudcidxdef *index, uint32_
     kudcsposdef *places = &record->spos_kudcsips;
     if (const uint32_t status = kudcfplaces(acmp, index->lvct_kudcidx, &places->cloc_kudcspos))
         return status;
-    return kudcfcopy(acmp, index, nullptr, largest, &places->ckey_kudcspos);
+    return kudcfempty(acmp, index, nullptr, largest, &places->ckey_kudcspos);
 }
 
 // A fresh cursor with what its index needs; null with a code pushed.
@@ -831,7 +837,7 @@ static kudccurdef *kudcfmake(kudcaccdef *acmp, const kudcidxdef *index)
     const uint32_t largest = *std::max_element(sizes, sizes + index->clct_kudcidx);
     cursor->keyp_kudccur = obtain<kudckeydef>(ctx);
     if (cursor->keyp_kudccur != nullptr
-        && kudcfcopy(acmp, index, nullptr, largest, cursor->keyp_kudccur) == 0
+        && kudcfempty(acmp, index, nullptr, largest, cursor->keyp_kudccur) == 0
         && kudcfposition(acmp, index, largest, cursor) == 0)
         return cursor;
     kudcfcursend(acmp, index, cursor);

@@ -153,6 +153,9 @@ TEST(Kudcf, ThreadsAndIndexesAreLaidOutAsDescribed)
     EXPECT_EQ(breaks.abvap_kudcbidx[0], keys + 1);
     EXPECT_EQ(breaks.abvap_kudcbidx[1], keys) << "the first of two";
     EXPECT_EQ(breaks.abvap_kudcbidx[2], keys + 2);
+    for (int i = 0; i < 4; i++)
+        EXPECT_EQ(keys[i].len_kudcbva, keys[i].col_kudcbva->maxlen_kudxcol)
+            << "a copy of the goal key";
 
     const struct {
         uint16_t thread;

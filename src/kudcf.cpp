@@ -31,6 +31,7 @@
 #include "kudcs.h"
 #include "kudx.h"
 #include "kul.h"
+#include "skub.h"
 #include "skufo.h"
 #include "skufv.h"
 #include "skufz.h"
@@ -586,8 +587,12 @@ static uint32_t kudcfopen(kudcaccdef *acmp, const char *prefix, void **file)
     // A null name is refused with a code, which a name that is not to be had does not give.
     *file = skufvopen(ctx, acmp->skufh_kudcacc, name.get(), SKUF_SCRATCH);
     if (*file != nullptr) return 0;
-    // It may have been made and then not emptied. Refused for another reason, it is another's.
-    if (name && kuxercode(ctx) == SKUFA_OPEN) skufodelete(ctx, name.get());
+    // It may have been made and then not emptied. Refused for another reason, or no plain file,
+    // it is another's.
+    const int32_t told = kuxernerrors(ctx);
+    if (name && kuxercode(ctx) == SKUFA_OPEN && skubfexist(ctx, name.get()) != 0)
+        skufodelete(ctx, name.get());
+    while (kuxernerrors(ctx) > told) kuxerpop(ctx);
     return kuxernerrors(ctx) != 0 ? kuxercode(ctx) : refuse(acmp, KUVAA_NOMEM);
 }
 

@@ -248,7 +248,20 @@ TEST(Kudcf, WhatCannotBeMadeIsRefusedWithItsCode)
                            1, wanted.list.data(), &made),
               SKUFA_NOTFOUND);
     ctx.clear();
+    // A link at the next name is another's, wherever it leads.
     const std::string busy = held.dir.path() + "/";
+    for (const char *const to : {"/nowhere/at/all", "/"}) {
+        char link[16];
+        std::snprintf(link, sizeof link, "%03d%05d", int{static_cast<skuf *>(held.skuf)->skuftnum},
+                      static_cast<int>(getpid()) % 65536);
+        ASSERT_EQ(symlink(to, held.dir.path(link).c_str()), 0);
+        EXPECT_EQ(kudcftcreate(ctx, nullptr, held.skuf, busy.c_str(), busy.c_str(), 1,
+                               wanted.list.data(), &made),
+                  SKUFA_OPEN);
+        ctx.clear();
+        EXPECT_EQ(held.dir.names(), std::vector<std::string>{link});
+        unlink(held.dir.path(link).c_str());
+    }
     for (int i = 0; i < 1000; i++) {
         char name[16];
         std::snprintf(name, sizeof name, "%03d%05d", i, static_cast<int>(getpid()) % 65536);

@@ -195,6 +195,7 @@ void clear_levels(kudckeydef *key, std::uint16_t level);
 // Loads the first key of a level's tree into the key's columns of that level: down through
 // `less` to the leftmost leaf, on along `rsib` past empty ones. The block that holds it
 // stays in the working buffer.
+//   key    null: nothing is loaded
 //   root   root block of the tree; negative: an empty one
 //   entry  out: its entry, when found
 //   found  out

@@ -229,7 +229,7 @@ uint32_t cache::load_first_key(kudcaccdef *acmp, const kudcidxdef *index, kudcke
     if (!*found) return 0;
     const unsigned char *block = acmp->indx_kudcacc;
     *entry = entry_of(block, 0);
-    return load_key(acmp, block, 0, columns_of(key, level), nullptr);
+    return key == nullptr ? 0 : load_key(acmp, block, 0, columns_of(key, level), nullptr);
 }
 
 // ---- keys ----

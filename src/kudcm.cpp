@@ -357,14 +357,14 @@ bool kudcmamong(const kudcaccdef *acmp, const kudccurdef *cursor, const kudcmpla
                   == 0;
 }
 
-// Moves on to the next key and loads it; a negative entry: there is none.
+// Moves on to the next key; a negative entry: there is none.
 std::uint32_t kudcmbehind(kudcaccdef *acmp, const kudccurdef *cursor, kudcmplace *place)
 {
     do {
         const std::uint32_t status = kudcmstep(acmp, place);
         if (status != 0 || place->entry < 0) return status;
     } while (kudcmamong(acmp, cursor, *place));
-    return kudcmload(acmp, cursor, acmp->indx_kudcacc, place->entry);
+    return 0;
 }
 
 void kudcmset(kudckeydef *key, std::uint16_t level, std::int32_t set)
@@ -378,6 +378,7 @@ struct kudcmsearch {
     kudccurdef *cursor;
     std::uint16_t target;
     std::int32_t relop;
+    bool taking; // the keys found become the cursor's
 
     // Whether a level's first key is wanted.
     bool first(std::uint16_t level) const
@@ -404,7 +405,8 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
         bool found = false;
         const std::uint32_t status =
             load_first_key(search.acmp, index_of(search.acmp, search.cursor),
-                           search.cursor->keyp_kudccur, level, root, &place->record, &found);
+                           search.taking ? search.cursor->keyp_kudccur : nullptr, level, root,
+                           &place->record, &found);
         if (found) place->entry = 0;
         if (found) kudcmstay(search, level, root);
         if (!found && level <= search.target) kudcmset(search.cursor->keyp_kudccur, level, 0);
@@ -417,8 +419,10 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
     if (search.relop != KUDC_NEXT || level != search.target) return 0;
     status = kudcmbehind(search.acmp, search.cursor, place);
     if (place->entry < 0) *state = KUDC_NOMORE;
-    if (status == 0 && place->entry >= 0) kudcmstay(search, level, root);
-    return status;
+    if (status != 0 || place->entry < 0) return status;
+    kudcmstay(search, level, root);
+    if (!search.taking) return 0;
+    return kudcmload(search.acmp, search.cursor, search.acmp->indx_kudcacc, place->entry);
 }
 
 // Levels that held no key and have been given one are so marked, until the search has ended:
@@ -430,12 +434,12 @@ void kudcmend(kudckeydef *key, bool found)
             key->arybva_kudckey[i].set_kudcbva = found ? 1 : 0;
 }
 
-// Takes a key at every level. Rows with fewer levels than the key end the way: they are found
+// Finds a key at every level. Rows with fewer levels than the key end the way: they are found
 // by the keys above.
-std::uint32_t kudcmwalk(const kudcmsearch &search, kudcinddef *taken, std::int32_t *state)
+std::uint32_t kudcmwalk(const kudcmsearch &search, std::uint16_t levels, kudcinddef *taken,
+                        std::int32_t *state)
 {
     kudckeydef *key = search.cursor->keyp_kudccur;
-    const std::uint16_t levels = levels_of(key);
     std::int32_t root =
         index_of(search.acmp, search.cursor)->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
     kudcmplace place = {KUDC_NONE, *taken};
@@ -448,17 +452,43 @@ std::uint32_t kudcmwalk(const kudcmsearch &search, kudcinddef *taken, std::int32
             clear_levels(key, level);
             return 0;
         }
-        if (set == 0) kudcmset(key, level, kudcm_given);
+        if (set == 0 && search.taking) kudcmset(key, level, kudcm_given);
         root = place.record.root_kudcind;
     }
     *taken = place.record;
     return 0;
 }
 
-std::uint32_t kudcmrandom(const kudcmsearch &search, std::int32_t *state)
+// Whether a level above the target holds no key: it is given one before it is known whether the
+// target is found.
+bool kudcmgap(const kudcmsearch &search)
 {
-    kudcinddef taken = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
-    const std::uint32_t status = kudcmwalk(search, &taken, state);
+    const kudckeydef *key = search.cursor->keyp_kudccur;
+    bool gap = false;
+    for (std::uint16_t i = 0; i < key->numbva_kudckey; i++) {
+        const kudcbvadef &column = key->arybva_kudckey[i];
+        gap = gap || (column.set_kudcbva == 0 && column.level_kudcbva < search.target);
+    }
+    return gap;
+}
+
+// A search that finds nothing leaves the key as it is; where that could be known too late, the
+// way to the target is tried before.
+std::uint32_t kudcmrandom(kudcmsearch search, std::int32_t *state)
+{
+    const kudcinddef none = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
+    const std::uint16_t levels = levels_of(search.cursor->keyp_kudccur);
+    kudcinddef taken = none;
+    std::uint32_t status = 0;
+    search.taking = !kudcmgap(search);
+    if (!search.taking) {
+        const auto down = static_cast<std::uint16_t>(std::min<int>(levels, search.target + 1));
+        status = kudcmwalk(search, down, &taken, state);
+        if (status != 0 || *state != KUDC_POSITIONED) return status;
+        search.taking = true;
+        taken = none;
+    }
+    status = kudcmwalk(search, levels, &taken, state);
     const bool found = status == 0 && *state == KUDC_POSITIONED;
     kudcmend(search.cursor->keyp_kudccur, found);
     if (!found) return status;
@@ -743,7 +773,7 @@ std::uint32_t kudcmksrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t lev
     if (index->idxt_kudcidx == KUDC_SEQNTL)
         return kudcstsrch(acmp, cursor, level, 0, 1, relop, KUDC_NONE, state);
     if (index->idxt_kudcidx == KUDC_DYNBRK) return kudcbtsrch(acmp, cursor, level, relop, state);
-    return kudcmrandom({acmp, cursor, level, relop}, state);
+    return kudcmrandom({acmp, cursor, level, relop, true}, state);
 }
 
 // A key with wildcards may match in leaves apart, so all are looked at, from the leftmost on.

@@ -732,6 +732,27 @@ TEST(Kudcm, AKeyWithSomeColumnsOfALevelStandsForAllThatBeginWithThem)
     EXPECT_EQ(previous, 1);
 }
 
+TEST(Kudcm, ASearchThatFindsNothingKeepsTheKey)
+{
+    const index_shape shape = {KUDC_RANDOM, {{0, 0}, {1, 1}}};
+    context ctx;
+    cache c(ctx, {{{{KUDC_CHARACTER, 5}, {KUDC_CHARACTER, 5}}, {shape}}});
+    ASSERT_GE(c.store(0, {"A", "1"}, {1}), 0); // nothing below it
+    ASSERT_GE(c.store(0, {"B", "2"}, {2}), 0);
+    for (const int32_t relop : {KUDC_FIRST, KUDC_NEXT, KUDC_CURRENT}) {
+        const goal_key goal(c, 0, shape, {"B", "2"});
+        kudccurdef *cursor = c.cursor(0, 0, &goal.key);
+        kudcbvadef *key = cursor->keyp_kudccur->arybva_kudckey;
+        key[0].set_kudcbva = 0;
+        int32_t state = 99;
+        EXPECT_EQ(kudcmksrch(c, cursor, 1, relop, &state), 0u);
+        EXPECT_EQ(state, KUDC_NOKEY);
+        EXPECT_EQ(key[0].val_kudcbva[0], 'B');
+        EXPECT_EQ(key[1].val_kudcbva[0], '2');
+        EXPECT_EQ(key[0].set_kudcbva, 0);
+    }
+}
+
 TEST(Kudcm, StatusWordsComeBackWithTheirRows)
 {
     context ctx;

@@ -46,7 +46,11 @@ std::uint32_t kudcmpending(const kudcaccdef *acmp) { return kuxercode(acmp->kuxp
 
 std::uint32_t kudcmcursor(const kudcaccdef *acmp, const kudccurdef *cursor)
 {
-    return acmp == nullptr ? KUVAA_MISSING : check_cursor(acmp, cursor);
+    if (acmp == nullptr) return KUVAA_MISSING;
+    if (const std::uint32_t status = check_cursor(acmp, cursor)) return status;
+    // Rows in storage order are read without blocks.
+    const bool blocks = cursor->idx_kudccur < 0 || acmp->indx_kudcacc != nullptr;
+    return blocks ? 0 : refuse(acmp, KUVAA_MISSING);
 }
 
 // ---- storing ----
@@ -158,6 +162,9 @@ std::uint32_t kudcmstorable(kudcaccdef *acmp, kudcthddef *thread, const std::uin
                             bool store)
 {
     if (acmp->indx_kudcacc == nullptr || thread->acol_kudcthd == nullptr || levels == nullptr)
+        return refuse(acmp, KUVAA_MISSING);
+    if ((thread->idlc_kudcthd != 0 && thread->idxl_kudcthd == nullptr)
+        || (thread->idxc_kudcthd != 0 && thread->delp_kudcthd == nullptr))
         return refuse(acmp, KUVAA_MISSING);
     std::int64_t bytes = 0;
     const std::uint32_t status =
@@ -910,7 +917,7 @@ std::uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t thre
 
     kudccurdef *used = cursor;
     std::uint32_t status = cursor != nullptr
-                               ? check_cursor(acmp, cursor)
+                               ? kudcmcursor(acmp, cursor)
                                : kudcfnwcurs(acmp, nullptr, thread, number, 0, KUDC_NONE, &used);
     if (status != 0) return status;
     status = used->thread_kudccur == thread && used->idx_kudccur == number
@@ -927,7 +934,7 @@ std::uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t coun
     if (acmp == nullptr) return KUVAA_MISSING;
     *block = nullptr;
     if (cursor == nullptr) return 0;
-    std::uint32_t status = check_cursor(acmp, cursor);
+    std::uint32_t status = kudcmcursor(acmp, cursor);
     if (status == 0) status = kudcmattachable(acmp, index_of(acmp, cursor));
     std::int32_t row = KUDC_NONE;
     if (status == 0) status = kudckfblb(acmp, cursor, count, values, integers, &row);

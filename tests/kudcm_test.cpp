@@ -638,8 +638,32 @@ TEST(Kudcm, WhatCannotBeStoredChangesNothing)
     c.column(0, 0)->curval_kudxcol = buffer;
     EXPECT_EQ(c.store(1, {}, {2}), -1); // no such thread
     EXPECT_ERRORS(ctx, {"kuvaa 21"});
-
     kudccurdef *cursor = c.cursor(0, 0);
+    for (const int32_t stored : {0, 1}) {
+        const uint16_t levels = 2;
+        int32_t position = 99;
+        const auto missing = [&](auto *&array) {
+            auto *before = std::exchange(array, nullptr);
+            EXPECT_EQ(kudcmrstr(c, 0, &levels, stored, &position), KUVAA_MISSING);
+            EXPECT_ERRORS(ctx, {"kuvaa 21"});
+            array = before;
+        };
+        missing(c->thrd_kudcacc->idxl_kudcthd);
+        missing(c->thrd_kudcacc->delp_kudcthd);
+        missing(c->indx_kudcacc);
+    }
+    unsigned char *block = std::exchange(c->indx_kudcacc, nullptr);
+    int32_t out = 0;
+    uint8_t outcome = 0;
+    void *read = nullptr;
+    const std::vector<uint32_t> told = {
+        kudcmbcnt(c, cursor, 0, &out), kudcmksrch(c, cursor, 0, KUDC_CURRENT, &out),
+        kudcmkdel(c, cursor, 0, &out), kudcmrnxt(c, cursor, 0, &outcome),
+        kudcmrblb(c, cursor, 0, nullptr, nullptr, &read)};
+    for (const uint32_t code : told) EXPECT_EQ(code, KUVAA_MISSING);
+    ctx.clear();
+    c->indx_kudcacc = block;
+
     uint8_t found = 9;
     EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
     EXPECT_EQ(c.current(0), (values{integer(1), integer(2), "x"}));

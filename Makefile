@@ -20,7 +20,7 @@ demo: build
 	tools/demo/run.sh $(BUILD)
 
 test: build
-	ctest --preset $(PRESET)
+	tests/support/postgres.sh run ctest --preset $(PRESET)
 
 bench:
 	@cmake/packages.sh build bench

@@ -8,7 +8,7 @@ wanted=
 for purpose in "$@"; do
     case $purpose in
         build) wanted="$wanted g++ cmake ninja-build" ;;
-        test) wanted="$wanted googletest" ;;
+        test) wanted="$wanted googletest postgresql-15 odbc-postgresql odbcinst" ;;
         demo) wanted="$wanted postgresql-15 unixodbc-dev libsqliteodbc sqlite3" ;;
         bench) wanted="$wanted libbenchmark-dev postgresql-15 pkg-config libglib2.0-dev libicu-dev libsqlite3-dev liblmdb-dev
                        libpq-dev postgresql-server-dev-15" ;;

@@ -2,34 +2,24 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
+#include <sys/resource.h>
 
-#include <cstdio>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "support/files.h"
+#include "support/shell.h"
 
 namespace
 {
 
-struct outcome {
-    int status;
-    std::string output; // standard output and standard error together
-};
-
-outcome shell(const std::string &command)
-{
-    std::FILE *pipe = popen(("(" + command + ") 2>&1").c_str(), "r");
-    outcome result = {-1, ""};
-    char block[4096];
-    for (size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;)
-        result.output.append(block, got);
-    result.status = WEXITSTATUS(pclose(pipe));
-    return result;
-}
+using ku::test::outcome;
+using ku::test::quoted;
+using ku::test::shell;
 
 const std::string kuq = KU_BINARY_DIR "/bin/kuq";
 
@@ -38,6 +28,7 @@ class KuqReport : public testing::Test
 protected:
     ku::test::directory home;
     std::string connect;
+    std::string language = "C.UTF-8";
 
     void SetUp() override
     {
@@ -59,11 +50,32 @@ protected:
         return shell("sqlite3 " + home.path("a.db") + " < " + home.write("s.sql", text));
     }
 
+    std::string command(const std::string &arguments)
+    {
+        return "TMP=" + home.path("scratch") + " LC_ALL=" + language
+               + " KU_UPREFS=" + home.path("user") + " KU_GPREFS=" + home.path("none") + " " + kuq
+               + " " + arguments + " " + connect;
+    }
+
     outcome run(const std::string &arguments, const std::string &filter = "")
     {
-        return shell("TMP=" + home.path("scratch") + " LC_ALL=C.UTF-8 KU_UPREFS="
-                     + home.path("user") + " KU_GPREFS=" + home.path("none") + " " + kuq + " "
-                     + arguments + " " + connect + filter);
+        return shell(command(arguments) + filter);
+    }
+
+    // The report of a query as CSV without its head.
+    std::string csv(const std::string &query, const std::string &arguments = "")
+    {
+        return run("report " + quoted("query=" + query) + " format=csv " + arguments,
+                   " | tail -n +2")
+            .output;
+    }
+
+    void expect_part(const std::string &arguments, int status, const std::string &part)
+    {
+        const outcome result = run(arguments);
+        EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
+        EXPECT_NE(result.output.find(part), std::string::npos) << arguments << "\n"
+                                                               << result.output;
     }
 
     // Rows with NULLs, groups that come back, and sums that no double holds.
@@ -158,15 +170,21 @@ TEST_F(KuqReport, FailuresNameStatementLineAndColumn)
         {"report 'query=select w from t'", 1, "'soon' in column 'w' of row 1"},
         {"report 'query=create table u(a)'", 1, "No statement returned rows"},
         {"report 'query=select 1' top=-1", 2, "'-1' is not a number of rows"},
+        {"report 'query=select 1' long=0", 2, "'0' is not a number of characters"},
+        {"report 'query=select 1' 'where=(a)'", 2, "where= needs a pattern for each column"},
+        {"report 'query=select a from t' 'where=(b,%)'", 1, "no column 'b'"},
+        {"report 'query=select a from t' out=/", 1, "'/' cannot be opened: Is a directory"},
         {"report", 2, "'query' is missing"},
     };
-    for (const auto &row : rows) {
-        const outcome result = run(row.arguments);
-        EXPECT_EQ(result.status, row.status) << row.arguments << "\n" << result.output;
-        EXPECT_NE(result.output.find(row.part), std::string::npos) << result.output;
-    }
+    for (const auto &row : rows) expect_part(row.arguments, row.status, row.part);
+    const std::string word = connect;
+    connect = "";
+    EXPECT_EQ(run("prefs set connect " + quoted(word.substr(9, word.size() - 10))).status, 0);
+    EXPECT_EQ(csv("select a, 'b c' x from t"), "row,x,b c\n"); // the connection is a setting
     connect = "connect=nowhere";
-    EXPECT_NE(run("report 'query=select 1'").output.find("SQLSTATE IM002"), std::string::npos);
+    expect_part("report 'query=select 1'", 1, "SQLSTATE IM002");
+    connect = "connect=Driver=/no/driver.so";
+    expect_part("report 'query=select 1'", 1, "odbcinst -q -d lists the drivers");
 }
 
 TEST_F(KuqReport, InterruptedRunsLeaveNothingAndKilledOnesAreClearedUp)
@@ -199,6 +217,213 @@ TEST_F(KuqReport, DumpPrintsTheColumnsAndTheTreeOfTheCache)
     EXPECT_EQ(result.status, 0);
     for (const char *part : {"ColName:                    n ColType: 2", "s- x ", "s- y "})
         EXPECT_NE(result.output.find(part), std::string::npos) << result.output;
+}
+
+TEST_F(KuqReport, GroupsInOrderOfArrivalHaveTheTotalsOfSortedOnes)
+{
+    fill(3000);
+    const std::string query = "select a,b,w,n from t order by a nulls last,b nulls last,w";
+    const std::string totals = "'group=(a,b,w)' sum=n avg=n min=b max=b count=b top=1";
+    const std::string sorted = csv(query, totals);
+    EXPECT_GT(sorted.size(), 100000u);
+    EXPECT_EQ(csv(query, totals + " sorted=no"), sorted);
+    // A group that is left after its first row is counted all the same.
+    const std::string all = "report 'query=" + query + "' 'group=(a,b,w)' top=1 format=csv ";
+    const std::string counted = run(all + "count=n", " | cut -d, -f1-6").output;
+    for (const char *order : {"yes", "no"})
+        EXPECT_EQ(run(all + "sorted=" + order).output, counted) << order;
+}
+
+TEST_F(KuqReport, NullsComeLastAndNumbersInTheirOrder)
+{
+    sql("create table t(n numeric(30,10)); insert into t values(-1.5),(null),(-20),(0),(3e9),(.001)"
+        ",(-1.55),(1000);");
+    EXPECT_EQ(csv("select n from t", "group=n top=0"),
+              "total n,-20,1\ntotal n,-1.55,1\ntotal n,-1.5,1\ntotal n,0,1\ntotal n,0.001,1\n"
+              "total n,1000,1\ntotal n,3000000000,1\ntotal n,,1\ngrand total,,8\n");
+    EXPECT_EQ(csv("select n from t", "'group=\"n DESC\"' top=0").substr(0, 25),
+              "total n,,1\ntotal n,300000");
+    EXPECT_EQ(csv("select n from t where n > 5e9", "sum=n count=n"), "grand total,,0,0,\n");
+}
+
+TEST_F(KuqReport, WhereKeepsTheRowsThatTheDatabaseWould)
+{
+    sql("create table t(a text, n integer); insert into t values('abc',1),('abd',12),('ab',21),"
+        "('',3),(null,4),('aäc',5),('a😀c',6),('100%',7);");
+    for (const char *pattern :
+         {"%", "a%", "%c", "a_c", "ab_", "___", "%b%d%", "a%c%", "_", "%%", "1__%", "abc%_"}) {
+        const outcome theirs =
+            sql(".mode list\n.separator ,\npragma case_sensitive_like=1;\nselect 'row', case a "
+                "when '' then '\"\"' else a end, n from t where a like '"
+                + std::string(pattern) + "';");
+        EXPECT_EQ(csv("select a, n from t", quoted("where=(a,'" + std::string(pattern) + "')")),
+                  theirs.output);
+    }
+    EXPECT_EQ(csv("select a, n from t", "'where=(a,a%,n,%1)' group=a"),
+              "row,ab,21,\ntotal a,ab,,1\nrow,abc,1,\ntotal a,abc,,1\ngrand total,,,2\n");
+}
+
+TEST_F(KuqReport, LongValuesComeBackWhole)
+{
+    std::string whole;
+    for (int at = 0; at < 40000; at++) whole += at % 3 == 0 ? "😀" : at % 3 == 1 ? "é" : "x";
+    sql("create table t(k integer, a text, b blob); insert into t values(1,'" + whole
+        + "',null),(2,'short',zeroblob(70000)),(3,null,x'00ff'),(4,'',x'');");
+    const std::string zeros(140000, '0');
+    EXPECT_EQ(csv("select * from t"), "row,1,\"" + whole + "\",\nrow,2,short,\"" + zeros
+                                          + "\"\nrow,3,,00ff\nrow,4,\"\",\"\"\n");
+    EXPECT_EQ(csv("select a from t", "long=4"), "row,😀éx...\nrow,shor...\nrow,\nrow,\"\"\n");
+    EXPECT_EQ(csv("select k, a from t", "'where=(a,%x😀)' max=a long=3 top=0"),
+              "grand total,,,1,😀é...\n");
+    const std::string groups = csv("select b from t", "group=b top=0 sorted=no");
+    for (const std::string &part :
+         {"total b,,1\ntotal b," + zeros.substr(0, 2000) + ",1\ntotal b,00ff,1\ntotal b,\"\",1\n",
+          std::string("kuq: 1 values of the columns to group by were cut")})
+        EXPECT_NE(groups.find(part), std::string::npos) << part;
+    const std::string shown = run("report 'query=select k, a from t where k=1'").output;
+    EXPECT_EQ(shown.substr(shown.rfind(' ') + 1).size(), (80 / 4) * 7 + 3 + 1u) << shown;
+    EXPECT_NE(run("report 'query=select a from t' format=json").output.find("\"" + whole + "\""),
+              std::string::npos);
+}
+
+TEST_F(KuqReport, TextIsInTheTerminalsCharacterSet)
+{
+    language = "de_DE.ISO-8859-1";
+    EXPECT_EQ(csv("select '\xE4' || char(228, 8364) a, length('\xE4') n"), "row,\xE4\xE4?,1\n");
+    language = "C";
+    EXPECT_EQ(csv("select char(228) || 'b' \"x\""), "row,?b\n");
+}
+
+TEST_F(KuqReport, WideResultsAndOddNames)
+{
+    std::string query = "select 0 c0";
+    std::string values = "row,0";
+    for (int at = 1; at < 500; at++) {
+        query += at % 7 == 0 ? ",null" : at % 7 == 1 ? ",''" : ",'v" + std::to_string(at % 4) + "'";
+        query += " c" + std::to_string(at);
+        values += at % 7 == 0 ? "," : at % 7 == 1 ? ",\"\"" : ",v" + std::to_string(at % 4);
+    }
+    EXPECT_EQ(csv(query), values + "\n");
+    EXPECT_EQ(csv(query, "'group=(c499,c7)' max=c3 top=0").substr(0, 9), "total c7,");
+    const std::string name(200, 'n');
+    const outcome result =
+        run("report format=csv "
+            + quoted("query=select 1 \"a b\", 2 \"b, desc\", 3 \"é'\", 4 \"\", 5 " + name)
+            + " 'group=(\"a b desc\",\"b, desc\")' " + quoted("sum=é'") + " min=" + name);
+    EXPECT_EQ(result.output.substr(0, result.output.find('\n')),
+              "line,a b,\"b, desc\",é',\"\"," + name + ",rows,sum(é'),min(" + name + ")");
+    EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(KuqReport, ATerminalShowsWhatGoesOn)
+{
+    if (shell("script --version").status != 0) GTEST_SKIP() << "script is not installed";
+    const std::string slow = "with recursive c(i) as (select 1 union all select i+1 from c limit "
+                             "3000000) select i, i%7 k from c";
+    const std::string line = command("report 'query=" + slow + "' group=k top=0 out=/dev/null");
+    const outcome shown = shell("timeout -s INT 2 script -qec " + quoted(line)
+                                + " /dev/null < /dev/null | tr '\\r' '\\n'");
+    EXPECT_NE(shown.output.find("rows read ..."), std::string::npos) << shown.output;
+    EXPECT_EQ(run("report 'query=select 1 a' format=csv").output, "line,a\nrow,1\n");
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST_F(KuqReport, AMillionRowsTakeLittleMemory)
+{
+    constexpr long most = 64 << 10; // KB
+    const std::string query = "with recursive c(i) as (select 1 union all select i+1 from c limit "
+                              "1000000) select i, 'group '||(i%50) g, 'text number '||i a from c";
+    EXPECT_NE(csv(query, "group=g sum=i top=0").find("grand total,,,,1000000,500000500000"),
+              std::string::npos);
+    rusage used = {};
+    getrusage(RUSAGE_CHILDREN, &used);
+    EXPECT_LT(used.ru_maxrss, most);
+}
+#endif
+
+std::string offered()
+{
+    const char *text = std::getenv("KU_POSTGRES");
+    return text == nullptr ? "" : text;
+}
+
+const std::string server = offered(); // before the tests forget the environment
+
+// The same over PostgreSQL, where rows come in arrays and a statement is a cursor.
+class KuqPostgres : public KuqReport
+{
+protected:
+    void SetUp() override
+    {
+        KuqReport::SetUp();
+        if (IsSkipped()) return;
+        if (server.empty())
+            GTEST_SKIP() << "KU_POSTGRES names no server: tests/support/postgres.sh run COMMAND";
+        connect = quoted("connect=" + server);
+    }
+};
+
+TEST_F(KuqPostgres, TotalsAreThoseOfTheDatabase)
+{
+    const std::string rows = "(select case when i%11=0 then null else 'g'||i%40 end a, "
+                             "(i*7919%1009)::numeric/100 n, date '2024-01-01'+i%90 w "
+                             "from generate_series(1,20000) i) t";
+    const std::string theirs =
+        csv("select 'total a', a, null n, null w, count(*), sum(n), min(w), max(w) from " + rows
+            + " group by a order by a collate \"C\" nulls last");
+    std::string expected;
+    for (size_t at = 0; at < theirs.size(); at = theirs.find('\n', at) + 1)
+        expected += theirs.substr(at + 4, theirs.find('\n', at) + 1 - at - 4); // without "row,"
+    const std::string ours = csv("select * from " + rows, "group=a sum=n min=w max=w top=0");
+    EXPECT_EQ(ours.substr(0, ours.find("grand")), expected);
+    EXPECT_EQ(csv("select * from " + rows + " order by a", "group=a sum=n min=w max=w top=0 "
+                                                           "sorted=no"),
+              ours);
+}
+
+TEST_F(KuqPostgres, EveryDatatypeComesAsItIs)
+{
+    EXPECT_EQ(csv("select 7::smallint, -2147483648 i, 9223372036854775807 b, 1.50::numeric(5,2), "
+                  "0.1::float8, true, date '0001-01-01', timestamp '2024-02-29 01:02:03.4', "
+                  "'\\x00ff'::bytea, 'é😀', '', null::text, time '01:02', 'a b'::char(5)"),
+              "row,7,-2147483648,9223372036854775807,1.5,0.1,1,0001-01-01,2024-02-29 01:02:03.4,"
+              "00ff,é😀,\"\",,01:02:00,a b  \n");
+    expect_part("report \"query=select 'NaN'::numeric n\"", 1, "'NaN' in column 'n' of row 1");
+    std::string rows;
+    for (int at = 1; at <= 300; at++)
+        rows += "row," + std::to_string(at) + ","
+                + (at % 100 == 0 ? "\"" + std::string(20000, 'y') + "é\"" : "short") + ",\n";
+    EXPECT_EQ(csv("select i, case when i%100=0 then repeat('y',20000)||'é' else 'short' end t, "
+                  "null::bytea n from generate_series(1,300) i"),
+              rows);
+}
+
+TEST_F(KuqPostgres, WhatBreaksOffSaysWhy)
+{
+    const std::string series = " else 0 end x from generate_series(1,90000) g";
+    const struct {
+        std::string query;
+        const char *part;
+    } rows[] = {
+        {"select 1;\n\nselect nothing", "Statement 2 (line 3) failed: SQLSTATE 42703"},
+        {"select case g when 80000 then 1/(g-80000)" + series, "failed: SQLSTATE 22012"},
+        {"select case g when 80000 then pg_terminate_backend(pg_backend_pid())::int" + series,
+         "The connection was lost in statement 1 (line 1)"},
+        {"select from generate_series(1,3)", "No statement returned rows"},
+    };
+    for (const auto &row : rows) expect_part("report " + quoted("query=" + row.query), 1, row.part);
+    connect.insert(connect.size() - 1, ";Port=1");
+    expect_part("report 'query=select 1'", 1, "The database cannot be reached: SQLSTATE 08001");
+}
+
+TEST_F(KuqPostgres, AnInterruptEndsAServerThatDoesNotAnswer)
+{
+    const auto start = std::chrono::steady_clock::now();
+    const outcome result =
+        shell(command("report 'query=select pg_sleep(30)'").replace(0, 0, "exec env ")
+              + " & sleep 1; kill -INT $!; wait $!");
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
+    EXPECT_EQ(result.output, "kuq: Ended by the user.\n");
 }
 
 } // namespace

@@ -2,21 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
 #include "support/files.h"
+#include "support/shell.h"
 
 namespace
 {
 
-struct outcome {
-    int status;
-    std::string output; // standard output and standard error together
-};
+using ku::test::outcome;
 
 // Runs kuq through a shell, with settings of its own.
 class Kuq : public testing::Test
@@ -31,14 +26,8 @@ protected:
     {
         const std::string command = before + "KU_UPREFS=" + home.path("user")
                                     + " KU_GPREFS=" + home.path("global") + " LC_ALL=" + language
-                                    + " " KU_BINARY_DIR + "/bin/kuq 2>&1 " + arguments;
-        std::FILE *pipe = popen(command.c_str(), "r");
-        outcome result = {-1, ""};
-        char block[4096];
-        for (size_t got = 0; (got = std::fread(block, 1, sizeof block, pipe)) > 0;)
-            result.output.append(block, got);
-        result.status = WEXITSTATUS(pclose(pipe));
-        return result;
+                                    + " " KU_BINARY_DIR + "/bin/kuq " + arguments;
+        return ku::test::shell(command);
     }
 
     void expect(const std::string &arguments, int status, const std::string &output,

@@ -62,6 +62,11 @@ if command -v sqlite3 >/dev/null 2>&1 && odbcinst -q -d -n SQLite3 >/dev/null 2>
         group='(section,priority)' sum=size avg=size max=size count=name top=0
     show report query="select maintainer, size from packages" group='"size desc"' sum=nothing \
         connect="Driver=SQLite3;Database=$work/packages.db"
+    show report query="select section, name, description from packages" group=section top=2 \
+        where="(name,'lib%-dev',description,'%header%')" long=30 format=csv \
+        connect="Driver=SQLite3;Database=$work/packages.db"
+    show dump query="select priority, name from packages limit 20" group=priority sorted=no \
+        connect="Driver=SQLite3;Database=$work/packages.db"
 else
     echo "No report: install unixodbc-dev, libsqliteodbc, odbcinst and sqlite3, and build again."
 fi

@@ -154,7 +154,7 @@ bool database::refuse()
 
 bool database::describe(uint16_t number, column *result)
 {
-    std::u16string name(64, u'\0');
+    std::u16string name(1024, u'\0'); // some drivers do not say that they have cut one
     for (bool again = true; again;) {
         SQLSMALLINT length = 0;
         SQLSMALLINT type = 0;

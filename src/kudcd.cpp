@@ -148,7 +148,9 @@ static uint32_t kudcdwritable(const kudcthddef *thread, uint16_t number)
     if (column == nullptr) return KUVAA_NOVALUE;
     if (column->segm_kudxcol != 0) // was short and ordinary when the cache was made
         return thread->useb_kudcthd != 0 ? KUVAA_NOVALUE : 0;
-    if (column->curlen_kudxcol > kudcdmost(thread, number)) return KUDCA_TOOLONG;
+    if (column->curlen_kudxcol > cache::longest_value(thread, number)
+        && column->curlen_kudxcol > kudcdmost(thread, number))
+        return KUDCA_TOOLONG;
     if (column->curlen_kudxcol != 0 && column->curval_kudxcol == nullptr) return KUVAA_NOVALUE;
     return 0;
 }
@@ -345,12 +347,9 @@ static void kudcdplace(const kudcthddef *thread, int32_t position, bool rewrite)
 static uint32_t kudcdlink(kudcaccdef *acmp, const kudcthddef *thread, int32_t position)
 {
     if (thread->last_kudcthd == KUDC_NONE) return 0;
-    kudcrchdef previous;
-    if (const uint32_t status =
-            cache::read_data(acmp, thread->last_kudcthd, sizeof previous, &previous))
-        return status;
-    previous.next_kudcrch = position;
-    return cache::write_data(acmp, thread->last_kudcthd, sizeof previous, &previous);
+    const int64_t next = int64_t{thread->last_kudcthd} + offsetof(kudcrchdef, next_kudcrch);
+    if (next + int64_t{sizeof position} > acmp->nxdo_kudcacc) return refuse(acmp, KUVAA_MISSING);
+    return cache::write_data(acmp, static_cast<int32_t>(next), sizeof position, &position);
 }
 
 uint32_t kudcdstr(kudcaccdef *acmp, kudcthddef *thread)

@@ -19,6 +19,7 @@
 // knows a root has to be told. `ublk` is KUDC_NONE on roots exactly, and no more
 // is to be read from it.
 //
+// Blocks are searched where they lie in the block cache, when one page of it has them whole.
 // The block being worked on is in indx_kudcacc, while it is split its old content
 // in copy_kudcacc. Keys have any length: a block is full when the next key does
 // not fit, and room is counted in bytes.
@@ -77,8 +78,8 @@ std::uint32_t kudckread(kudcaccdef *acmp, std::int32_t position, std::uint32_t b
     return read_block(acmp, position, size, acmp->indx_kudcacc);
 }
 
-// Goes to a block on the way down. *block: it, until the next move: an internal one where it is,
-// if it can be seen there; a leaf in the working buffer.
+// Goes to a block on the way down. *block: it, until the next move: where it is, if it can be
+// seen there, else in the working buffer.
 std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
                          const unsigned char **block)
 {
@@ -86,14 +87,17 @@ std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t 
     const unsigned char *seen = nullptr;
     const std::uint32_t status = look_at_block(acmp, position, bytes, &seen);
     if (status != 0) return status;
+    *block = seen;
+    if (seen != nullptr && header_of(seen).size_kudcidh == bytes) return 0;
     *block = acmp->indx_kudcacc;
-    if (seen == nullptr || header_of(seen).size_kudcidh != bytes)
-        return kudckread(acmp, position, bytes);
-    if (header_of(seen).leaf_kudcidh == 0)
-        *block = seen;
-    else
-        std::memcpy(acmp->indx_kudcacc, seen, bytes);
-    return 0;
+    return kudckread(acmp, position, bytes);
+}
+
+// Brings a block that was visited into the working buffer.
+void kudckbring(const kudcaccdef *acmp, const unsigned char *block)
+{
+    if (block == acmp->indx_kudcacc) return;
+    std::memcpy(acmp->indx_kudcacc, block, header_of(block).size_kudcidh);
 }
 
 // The entry that holds the key, or -(insertion point + 1). The columns' buffers are there.
@@ -163,6 +167,7 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
         if (status != 0) return status;
         *position = kudcksearch(acmp, columns, block);
     }
+    kudckbring(acmp, block);
     return 0;
 }
 
@@ -571,18 +576,19 @@ std::uint32_t kudckadd(kudckinsertion &in, std::uint32_t place)
     return status;
 }
 
-// The key has an entry in the leaf in the working buffer.
-std::uint32_t kudckjoin(kudckinsertion &in, std::uint16_t entry)
+// The key has an entry in a leaf.
+std::uint32_t kudckjoin(kudckinsertion &in, const unsigned char *leaf, std::uint16_t entry)
 {
-    const kudcidhdef header = header_of(in.acmp->indx_kudcacc);
+    const kudcidhdef header = header_of(leaf);
     in.outcome = kudck_present;
-    in.nextroot = entry_of(in.acmp->indx_kudcacc, entry).root_kudcind;
+    in.nextroot = entry_of(leaf, entry).root_kudcind;
     if (header.last_kudcidh == 0) return 0;
+    kudckbring(in.acmp, leaf);
     return kudckzdrc(in.acmp, in.thread, in.acmp->indx_kudcacc, entry,
                      static_cast<std::uint16_t>(in.index->lvst_kudcidx + header.levl_kudcidh));
 }
 
-// Enters the key below and in a block; a leaf is in the working buffer.
+// Enters the key below and in a block.
 // NOLINTNEXTLINE(misc-no-recursion): a tree's height
 std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
 {
@@ -590,7 +596,8 @@ std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
     const kudcidhdef header = header_of(block);
     const std::int32_t position = kudcksearch(acmp, in.columns, block);
     if (header.leaf_kudcidh != 0) {
-        if (position >= 0) return kudckjoin(in, static_cast<std::uint16_t>(position));
+        if (position >= 0) return kudckjoin(in, block, static_cast<std::uint16_t>(position));
+        kudckbring(acmp, block);
         return kudckadd(in, static_cast<std::uint32_t>(-(position + 1)));
     }
     const std::int32_t branch = kudckbranch(position);

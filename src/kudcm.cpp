@@ -106,7 +106,7 @@ std::uint32_t kudcmcount(kudcaccdef *acmp)
     if (header.ublk_kudcidh != KUDC_NONE) return 0;
     header.coun_kudcidh++;
     set_header(acmp->indx_kudcacc, header);
-    return write_block(acmp, header.addr_kudcidh, header.size_kudcidh, acmp->indx_kudcacc);
+    return write_block(acmp, header.addr_kudcidh, block_head, acmp->indx_kudcacc);
 }
 
 // The goal key covers so many levels while it is in scope; cursors are made in its likeness.

@@ -179,7 +179,8 @@ TEST_F(KuqReport, FailuresNameStatementLineAndColumn)
     for (const auto &row : rows) expect_part(row.arguments, row.status, row.part);
     const std::string word = connect;
     connect = "";
-    EXPECT_EQ(run("prefs set connect " + quoted(word.substr(9, word.size() - 10))).status, 0);
+    EXPECT_EQ(
+        run("prefs set connect " + quoted("value=" + word.substr(9, word.size() - 10))).status, 0);
     EXPECT_EQ(csv("select a, 'b c' x from t"), "row,x,b c\n"); // the connection is a setting
     connect = "connect=nowhere";
     expect_part("report 'query=select 1'", 1, "SQLSTATE IM002");

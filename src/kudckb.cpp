@@ -657,13 +657,16 @@ namespace
 
 constexpr std::uint32_t kudck_integer = 4; // bytes of a binary integer
 
-// The cursor key's column over a thread column, or null.
-kudcbvadef *kudckover(const kudckeydef *key, const kudxcoldef *column)
+// Whether a thread column is one of a cursor key's, which then has buffers for it.
+bool kudckover(const kudckeydef *key, const kudxcoldef *column)
 {
+    bool found = false, whole = true;
     for (std::uint32_t i = 0; i < key->numbva_kudckey; i++) {
-        if (key->arybva_kudckey[i].col_kudcbva == column) return key->arybva_kudckey + i;
+        if (key->arybva_kudckey[i].col_kudcbva != column) continue;
+        found = true;
+        whole = whole && key->arybva_kudckey[i].val_kudcbva != nullptr;
     }
-    return nullptr;
+    return found && whole;
 }
 
 // Where integers can be put: 0, or a code pushed.
@@ -673,8 +676,7 @@ std::uint32_t kudcktargets(const kudcaccdef *acmp, const kudckeydef *key, std::u
     for (std::uint32_t i = 0; i < count; i++) {
         if (values == nullptr || values[i] == nullptr) return refuse(acmp, KUVAA_MISSING);
         const kudxcoldef *column = values[i]->col_kudcbva;
-        const kudcbvadef *goal = column != nullptr ? kudckover(key, column) : nullptr;
-        if (goal == nullptr || goal->val_kudcbva == nullptr || column->curval_kudxcol == nullptr
+        if (column == nullptr || !kudckover(key, column) || column->curval_kudxcol == nullptr
             || column->maxlen_kudxcol < kudck_integer) {
             return refuse(acmp, KUVAA_NOVALUE);
         }
@@ -701,12 +703,17 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
 
     for (std::uint32_t i = 0; i < count; i++) {
         kudxcoldef *column = values[i]->col_kudcbva;
-        kudcbvadef *goal = kudckover(key, column);
         std::memcpy(column->curval_kudxcol, integers + i, kudck_integer);
-        std::memcpy(goal->val_kudcbva, integers + i, kudck_integer);
-        column->curlen_kudxcol = goal->len_kudcbva = kudck_integer;
-        column->curnul_kudxcol = goal->valnul_kudcbva = 0;
-        goal->set_kudcbva = 1;
+        column->curlen_kudxcol = kudck_integer;
+        column->curnul_kudxcol = 0;
+        for (std::uint32_t k = 0; k < key->numbva_kudckey; k++) {
+            kudcbvadef &goal = key->arybva_kudckey[k];
+            if (goal.col_kudcbva != column) continue;
+            std::memcpy(goal.val_kudcbva, integers + i, kudck_integer);
+            goal.len_kudcbva = kudck_integer;
+            goal.valnul_kudcbva = 0;
+            goal.set_kudcbva = 1;
+        }
     }
     return kudckfnd(acmp, key, index->tinf_kudcidx.rinf_kudcidx.root_kudcridx, 1,
                     &cursor->curleft_kudccur, row);

@@ -845,6 +845,17 @@ TEST(Kudcm, CalculatedValuesAreKeptUnderTheirKeys)
     cache c(ctx, {{numbers.columns, {{KUDC_SEQNTL, {{0, 0}}}}}});
     kudccurdef *cursor = c.cursor(0, 0), *made = nullptr;
     EXPECT_EQ(kudcmsblb(c, cursor, 0, 0, 0, nullptr, nullptr, "b", 1, &made), KUDCA_TYPE);
+    ctx.clear();
+    cache twice(ctx, {{numbers.columns, {{KUDC_RANDOM, {{0, 0}, {1, 0}, {0, 1}}}}}});
+    kudcbvadef bind[2] = {};
+    kudcbvadef *const key[] = {bind, bind + 1};
+    const int32_t at[] = {7, 9};
+    for (std::size_t i = 0; i < 2; i++) bind[i].col_kudcbva = twice.column(0, i);
+    EXPECT_EQ(kudcmsblb(twice, nullptr, 0, 0, 2, key, at, "b", 1, &made), 0u);
+    void *block = nullptr;
+    EXPECT_EQ(kudcmrblb(twice, made, 2, key, at, &block), 0u);
+    EXPECT_NE(block, nullptr) << "one column in two places of the key";
+    ctx->kuxnmfree(ctx, block);
     int32_t before = 9;
     ctx.clear();
     EXPECT_EQ(kudcmkdel(c, cursor, 0, &before), KUDCA_NOTRANDOM);

@@ -173,7 +173,7 @@ std::uint32_t kudcpchildren(const kudcpdump &dump, const kudcpnode &node, std::i
     if (inner)
         if (const std::uint32_t status = kudcpsubtree(dump, child)) return status;
     if (sequential) {
-        child.limit = node.limit + 1;
+        if (child.limit != INT32_MAX) child.limit++;
         child.depth = node.depth;
     }
     for (std::uint32_t i = 0; i < header.kyct_kudcidh; i++) {

@@ -182,6 +182,10 @@ std::uint32_t kudcbcbvcl(kudcaccdef *acmp, const kudcidxdef *index, const kudcke
         its.val_kudcbva = static_cast<unsigned char *>(column->curval_kudxcol);
         its.len_kudcbva = column->curlen_kudxcol;
         its.valnul_kudcbva = column->curnul_kudxcol;
+        // A column has a byte less than a key for a number with its length in front.
+        kudxcoldef shorter = *column;
+        its.col_kudcbva = column->maxlen_kudxcol != 0 ? &shorter : nullptr;
+        shorter.maxlen_kudxcol--;
         const kudckeydef left = {1, key->numlevsize_kudckey, mine, key->arylevsize_kudckey};
         const kudckeydef right = {1, key->numlevsize_kudckey, &its, key->arylevsize_kudckey};
         if (const std::uint32_t status = kudckcbva(acmp, index, &left, &right, mine->level_kudcbva,

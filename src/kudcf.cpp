@@ -194,13 +194,20 @@ cache::lent_goal::lent_goal(const kudcaccdef *acmp, const kudcidxdef *index, con
         key_.arylevsize_kudckey[l] = index->lvrt_kudcidx[l].size_kudcidh;
 }
 
+// Empties a value; no length in front is left of the one that was there.
+static void kudcfvoid(kudcbvadef *value)
+{
+    value->len_kudcbva = 0;
+    if (value->val_kudcbva != nullptr) value->val_kudcbva[0] = 0;
+}
+
 void cache::clear_levels(kudckeydef *key, uint16_t level)
 {
     for (uint16_t i = 0; i < key->numbva_kudckey; i++) {
         kudcbvadef &value = key->arybva_kudckey[i];
         if (value.level_kudcbva < level) continue;
         value.set_kudcbva = 0;
-        value.len_kudcbva = 0;
+        kudcfvoid(&value);
     }
 }
 
@@ -299,7 +306,7 @@ static void kudcfwiden(const kudcidxdef *index, kudckeydef *key)
         unsigned char *buffer = value.val_kudcbva;
         value = index->cols_kudcidx[i];
         value.val_kudcbva = buffer;
-        value.len_kudcbva = 0;
+        kudcfvoid(&value);
         value.set_kudcbva = 0;
         value.valnul_kudcbva = 0;
         value.split_kudcbva = 0;

@@ -1,5 +1,7 @@
 // kudcs_test.cpp - SEQNTL and DYNBRK indexes: what lies in the blocks, and searches by example
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kudc_internal.h"
@@ -160,4 +162,32 @@ TEST(Kudcs, BreaksAreFoundBetweenTheRowReadAndTheNextOne)
     EXPECT_EQ(level, 1);
     EXPECT_EQ(kudcbcbvcl(s.c, s.index, s.cursor->keyp_kudccur, 2, 2, &differs, &level), 0u);
     EXPECT_EQ(differs, 0) << "no such level";
+}
+
+TEST(Kudcs, AnEmptyNumberOfARowIsEmptyAndOneWithItsLengthInFrontEndsInItsColumn)
+{
+    context ctx;
+    cache c(ctx, {{{{KUDC_NUMBER, 4}}, {{KUDC_DYNBRK, {{0, 0}}}}}});
+    for (const char *const number : {"\xC1\x20", ""}) {
+        ASSERT_GE(c.store(0, {number}, {1}), 0);
+    }
+    const kudcidxdef *index = c->thrd_kudcacc->idxs_kudcthd;
+    kudccurdef *cursor = c.cursor(0, 0);
+    uint8_t found = 9;
+    int32_t state = 9, differs = 9;
+    uint16_t level = 9;
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(kudcmksrch(c, cursor, 0, KUDC_NEXT, &state), 0u);
+    EXPECT_EQ(state, KUDC_POSITIONED);
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(found, KUDC_ROW);
+    EXPECT_EQ(kudcbcbvcl(c, index, cursor->keyp_kudccur, 0, 0, &differs, &level), 0u);
+    EXPECT_EQ(differs, 0);
+
+    const std::unique_ptr<char[]> tight(new char[4]{4, 1, 2, 3});
+    void *const wide = std::exchange(c.column(0, 0)->curval_kudxcol, tight.get());
+    cursor->keyp_kudccur->arybva_kudckey[0].val_kudcbva[0] = 4;
+    EXPECT_EQ(kudcbcbvcl(c, index, cursor->keyp_kudccur, 0, 0, &differs, &level), 0u);
+    EXPECT_EQ(differs, 1);
+    c.column(0, 0)->curval_kudxcol = wide;
 }

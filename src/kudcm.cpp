@@ -571,16 +571,19 @@ std::uint32_t kudcmreset(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t entr
     return 0;
 }
 
-// Finds the leaf entry of the cursor's key at a level; negative: a key is missing on the way.
+// Finds the leaf entry of the cursor's key at a level; negative: a key is missing.
+//   missing  out: the level of the missing key, or KUDC_NONE
 std::uint32_t kudcmdescend(kudcaccdef *acmp, const kudccurdef *cursor, std::int32_t level,
-                           kudcmplace *place)
+                           kudcmplace *place, std::int32_t *missing)
 {
     *place = {KUDC_NONE, {}};
+    *missing = KUDC_NONE;
     if (level < 0 || level >= levels_of(cursor->keyp_kudccur)) return 0;
     std::int32_t root = index_of(acmp, cursor)->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
     for (std::int32_t i = 0; i <= level; i++) {
         const auto at = static_cast<std::uint16_t>(i);
         const std::uint32_t status = kudcmlocate(acmp, cursor, at, root, place);
+        if (status == 0 && place->entry < 0) *missing = i;
         if (status != 0 || place->entry < 0) return status;
         root = place->record.root_kudcind;
     }
@@ -661,8 +664,9 @@ std::uint32_t kudcmattachable(const kudcaccdef *acmp, const kudcidxdef *index)
 std::uint32_t kudcmrelocate(kudcaccdef *acmp, const kudccurdef *cursor, std::int32_t position)
 {
     kudcmplace place;
+    std::int32_t missing = KUDC_NONE;
     const std::uint32_t status =
-        kudcmdescend(acmp, cursor, levels_of(cursor->keyp_kudccur) - 1, &place);
+        kudcmdescend(acmp, cursor, levels_of(cursor->keyp_kudccur) - 1, &place, &missing);
     if (status != 0) return status;
     if (place.entry < 0) return refuse(acmp, KUVAA_MISSING);
     unsigned char *block = acmp->indx_kudcacc;
@@ -870,8 +874,11 @@ std::uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t level
     if (index->idxt_kudcidx != KUDC_RANDOM) return refuse(acmp, KUDCA_NOTRANDOM);
     if (acmp->copy_kudcacc == nullptr) return refuse(acmp, KUVAA_MISSING);
     kudcmplace place;
-    std::uint32_t status = kudcmdescend(acmp, cursor, level, &place);
-    if (status != 0 || place.entry < 0) return status;
+    std::int32_t missing = KUDC_NONE;
+    std::uint32_t status = kudcmdescend(acmp, cursor, level, &place, &missing);
+    if (status != 0) return status;
+    if (place.entry < 0)
+        return missing == level && level >= 0 ? kudcmreset(acmp, cursor, KUDC_NONE) : 0;
 
     const std::int32_t removed = place.entry;
     status = kudckdel(acmp->copy_kudcacc, acmp->indx_kudcacc, static_cast<std::uint16_t>(removed));

@@ -99,8 +99,8 @@ KU_API uint32_t kudcmrdel(kudcaccdef *acmp, kudccurdef *cursor);
  * reach by that key. In storage order the current row is deleted, as by kudcmrdel.
  *   previous  out: 1 when there is a key before it, which the cursor's key is then, with the first
  *             keys below; else 0
- * The cursor is before its first row afterwards. Nothing happens when the key, or one above
- * it, is not there. KUDCA_NOTRANDOM for another index.
+ * The cursor is before its first row afterwards, also when the key is not there; nothing happens
+ * when one above it is not. KUDCA_NOTRANDOM for another index.
  */
 KU_API uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, int32_t level, int32_t *previous);
 

@@ -178,7 +178,11 @@ public:
         tree *t = under(c, level);
         const auto found =
             t == nullptr ? std::map<values, entry, less>::iterator() : t->keys.find(c.key[level]);
-        if (t == nullptr || found == t->keys.end()) return false;
+        if (t == nullptr) return false;
+        if (found == t->keys.end()) {
+            rewind(c, none, 0);
+            return false;
+        }
         const bool before = found != t->keys.begin();
         if (before) load(c, level, std::prev(found));
         t->keys.erase(found);

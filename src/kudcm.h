@@ -47,7 +47,8 @@ KU_API uint32_t kudcmrstr(kudcaccdef *acmp, uint16_t thread, const uint16_t *lev
  *   level  at which rows must be visible; with a DYNBRK index also the group's level: the reading
  *          ends where the key down to the level changes
  *   found  out: KUDC_ROW, with the cursor on it; or KUDC_NOROW at the end of the group, with
- *          cursor and columns as they were
+ *          the columns and the cursor's place as they were; but a row held for the first read is
+ *          no longer held, and curleft may say what the look-up for it found
  */
 KU_API uint32_t kudcmrnxt(kudcaccdef *acmp, kudccurdef *cursor, uint8_t level, uint8_t *found);
 
@@ -108,7 +109,8 @@ KU_API uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, int32_t level, i
  * KUVAA_NOVALUE for a cache without threads. */
 KU_API uint32_t kudcmgrst(kudcaccdef *acmp, kudccurdef *cursor, uint16_t *status);
 
-/* Sets that word; the next row that is stored or rewritten has it. */
+/* Sets that word; the next row that is stored has it, and one that is rewritten before another is
+ * read: a deletion reads its row first, which brings that row's word back. */
 KU_API uint32_t kudcmsrst(kudcaccdef *acmp, kudccurdef *cursor, uint16_t status);
 
 /*

@@ -21,9 +21,9 @@ extern "C" {
  * Enters the key of the row about to be stored, which is the index's goal key:
  * nothing but the row's place in its group when the key equals the last one,
  * else one key a level from the first level that differs.
- * KUDCA_KEYSIZE when a level's key does not fit its block, KUDCA_NOABOVE when a
- * level above the break has no key; nothing is entered then. A move that fails
- * half-way leaves the levels below entered.
+ * KUDCA_KEYSIZE when a level's key does not fit its block; nothing is entered then.
+ * KUDCA_NOABOVE when a level above the break has no key; that, and a move that fails
+ * half-way, leaves the levels below entered.
  */
 KU_API uint32_t kudcsikys(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index);
 

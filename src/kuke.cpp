@@ -240,6 +240,8 @@ std::uint32_t kukemerge(kux *ctx, void *kukh)
 {
     const kuk *object = ku::token_object(kukh);
     kukewalk walk{ctx, object, ku::token_count(ctx, object)};
+    const std::int32_t before = ku::token_cursor(object);
+    std::int32_t cursor = -1; // stays on its token, unless that is merged into another
     std::uint32_t status = 0;
     while (walk.from < walk.count) {
         kukn *token = ku::token_at(ctx, object, walk.from);
@@ -248,11 +250,12 @@ std::uint32_t kukemerge(kux *ctx, void *kukh)
         if (last >= 0) status = kukejoinpair(walk, last);
         // A failure leaves this pair and all later ones, but the gap still closes.
         token = ku::token_at(ctx, object, walk.from);
+        if (walk.from == before) cursor = walk.to;
         if (walk.to < walk.from) kulpreplace(ctx, object->origtklh_kuk, walk.to, token);
         walk.from++;
         walk.to++;
     }
-    ku::token_list_shorten(ctx, object, walk.from - walk.to);
+    ku::token_list_shorten(ctx, object, walk.from - walk.to, cursor);
     return status;
 }
 

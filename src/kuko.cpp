@@ -222,9 +222,18 @@ std::uint32_t ku::token_list_refuses(kux *ctx, const kuk *object)
     return kulpreplace(ctx, object->origtklh_kuk, 0, token_at(ctx, object, 0));
 }
 
-void ku::token_list_shorten(kux *ctx, const kuk *object, std::int32_t count)
+std::int32_t ku::token_cursor(const kuk *object)
 {
+    if (object == nullptr || object->origtklh_kuk == nullptr) return -1;
+    return static_cast<const kul *>(object->origtklh_kuk)->current_kul;
+}
+
+void ku::token_list_shorten(kux *ctx, const kuk *object, std::int32_t count, std::int32_t cursor)
+{
+    if (count <= 0) return;
+    kulplast(ctx, object->origtklh_kuk); // a cursor on an item that goes is nowhere
     while (count-- > 0) kulpdelete(ctx, object->origtklh_kuk, KUL_LAST);
+    if (cursor >= 0) kulpitem(ctx, object->origtklh_kuk, cursor);
 }
 
 std::uint32_t ku::token_pin(kux *ctx, kukn *token)
@@ -630,12 +639,17 @@ std::uint32_t kukordelete(kux *ctx, void *kukh, std::int32_t start, std::int32_t
     if (refused != 0) return refused;
 
     // Nothing below can fail. The tail closes the gap, so that the cost is that
-    // of one walk however many tokens go.
+    // of one walk however many tokens go. The cursor stays on its token.
+    std::int32_t cursor = ku::token_cursor(object);
+    if (cursor > last)
+        cursor -= static_cast<std::int32_t>(last - first + 1);
+    else if (cursor >= first)
+        cursor = -1;
     for (std::int64_t i = first; i <= last; i++)
         kukprelease(ctx, object, ku::token_at(ctx, object, static_cast<std::int32_t>(i)));
     auto to = static_cast<std::int32_t>(first);
     for (auto from = static_cast<std::int32_t>(last + 1); from < count; from++)
         kulpreplace(ctx, object->origtklh_kuk, to++, ku::token_at(ctx, object, from));
-    ku::token_list_shorten(ctx, object, count - to);
+    ku::token_list_shorten(ctx, object, count - to, cursor);
     return 0;
 }

@@ -144,7 +144,8 @@ KU_API uint32_t kukorassemble(kux *ctx, void *kukh, int32_t start, int32_t finis
 /*
  * Removes the tokens of a range with their hints; the text stays.
  *   finish  may be the number of tokens when KUKO_FINISH is not in `endpoints`
- * A range that is empty or reaches past the last token removes nothing.
+ * A range that is empty or reaches past the last token removes nothing. The
+ * list's cursor stays on its token, or is nowhere when that one goes.
  * Returns 0, or the code it pushed, with nothing removed: KULAA_LOCKED for a
  * locked token list, KULAA_RANGE for a negative index, of an excluded token
  * too, unless the range reaches past the last token.

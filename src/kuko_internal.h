@@ -24,8 +24,13 @@ std::uint32_t token_shift_before(const kux *ctx, const kuk &object, const kukn &
 // 0, or the code pushed because the list, which is not empty, is locked.
 std::uint32_t token_list_refuses(kux *ctx, const kuk *object);
 
-// Drops the last `count` items of the list, which is not locked.
-void token_list_shorten(kux *ctx, const kuk *object, std::int32_t count);
+// The index at which the list's cursor stands, or -1.
+std::int32_t token_cursor(const kuk *object);
+
+// Drops the last `count` items of the list, which is not locked and whose other
+// items have closed the gaps; its cursor then stands at `cursor`, or nowhere (-1).
+// Nothing happens where there is nothing to drop.
+void token_list_shorten(kux *ctx, const kuk *object, std::int32_t count, std::int32_t cursor);
 
 // Token records are pinned by the logged lock while they are changed, inside a
 // frame. They are plain memory: a client's own lock callback would not know

@@ -302,6 +302,29 @@ TEST(Kuko, TextIsReplacedByACopyOrByAPointerAndTokensStay)
 }
 
 // With the default callbacks records are pinned through the log, which can be full.
+TEST(Kuko, TheListsCursorStaysOnItsToken)
+{
+    context ctx;
+    const auto cursor = [](const object &tokens) {
+        auto *list = static_cast<kuk *>(static_cast<void *>(tokens))->origtklh_kuk;
+        return static_cast<kul *>(list)->current_kul;
+    };
+    for (const auto &[on, stands] : {std::pair{0, 0}, {1, -1}, {3, -1}, {4, 1}}) {
+        const object five(ctx, "a b c d e");
+        kukongtype(ctx, five, on);
+        EXPECT_EQ(kukordelete(ctx, five, 0, 3, KUKO_FINISH), 0u);
+        EXPECT_EQ(cursor(five), stands) << on;
+    }
+    for (const auto &[on, stands] : {std::pair{0, 0}, {1, -1}, {2, 1}, {3, 2}}) {
+        const object cut(ctx, "x 'ab");
+        const object rest(ctx, "c' y", KUKP_S_STRING);
+        const object both(ctx, kukeconcat(ctx, cut, rest, 0));
+        kukongtype(ctx, both, on);
+        EXPECT_EQ(kukemerge(ctx, both), 0u);
+        EXPECT_EQ(cursor(both), stands) << on;
+    }
+}
+
 TEST(Kuko, AChangeWithoutRoomInTheLogLeavesTheTokensAsTheyWere)
 {
     for (int room = 0; room <= 5; room++) {

@@ -32,6 +32,7 @@
 #include "kudx.h"
 #include "kul.h"
 #include "skub.h"
+#include "skuf_internal.h"
 #include "skufo.h"
 #include "skufv.h"
 #include "skufz.h"
@@ -703,6 +704,10 @@ static uint32_t kudcfclose(const kudcaccdef *acmp, void *file)
     if (!apart.saved()) { // the close will keep the file because of what is on the stack
         skufodelete(ctx, path);
         const int32_t before = kuxernerrors(ctx);
+        // Nothing is told of the raw file: on a full level that would drop the oldest record.
+        auto *closing = static_cast<skufv *>(file);
+        if (closing->skufvid != nullptr) skufoend(ctx, closing->skufvid, false);
+        closing->skufvid = nullptr;
         skufvclose(ctx, acmp->skufh_kudcacc, file);
         while (kuxernerrors(ctx) > before) kuxerpop(ctx);
         return 0;

@@ -680,6 +680,18 @@ TEST(Kudcf, TheEndDeletesBothFilesWhateverIsOnTheStack)
         EXPECT_EQ(held.dir.names(), std::vector<std::string>());
         EXPECT_ERRORS(ctx, {"kudca 10"});
     }
+    context full("ascii", 2); // no room for another error besides
+    cache last(full, {&of});
+    kuxer0push(full, KUDCA_TYPE);
+    kuxer0push(full, KUVAA_NOMEM);
+    {
+        system_faults faults;
+        faults.fail_from_now("close", 1, EIO);
+        ku::test::fail_basic_from_now(1);
+        EXPECT_EQ(last.destroy(), 0u);
+        ku::test::fail_basic_from_now(0);
+    }
+    EXPECT_ERRORS(full, {"kudca 10", "kuvaa 16"});
     for (int n = 1; n <= 2; n++) {
         ASSERT_EQ(held.create(descriptions({&of}).list), 0u);
         system_faults faults;

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "kudc_internal.h"
 #include "kudcd.h"
 #include "kudcp.h"
 #include "support/cache.h"
@@ -779,6 +780,16 @@ TEST(Kudcm, ASearchThatFindsNothingKeepsTheKey)
         EXPECT_EQ(key[1].val_kudcbva[0], '2');
         EXPECT_EQ(key[0].set_kudcbva, 0);
     }
+
+    // Deleting a key that is not there forgets the row that was found before.
+    kudccurdef *cursor = c.cursor(0, 0);
+    int32_t state = 99, previous = 99;
+    EXPECT_EQ(kudcmksrch(c, cursor, 0, KUDC_NEXT, &state), 0u);
+    EXPECT_NE(ku::cache::held_row(cursor), KUDC_NONE);
+    cursor->keyp_kudccur->arybva_kudckey[1].val_kudcbva[0] = '9';
+    EXPECT_EQ(kudcmkdel(c, cursor, 1, &previous), 0u);
+    EXPECT_EQ(previous, 0);
+    EXPECT_EQ(ku::cache::held_row(cursor), KUDC_NONE);
 }
 
 TEST(Kudcm, StatusWordsComeBackWithTheirRows)

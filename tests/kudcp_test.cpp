@@ -156,7 +156,12 @@ TEST_F(Kudcp, ATreeIsPrintedNodeByNode)
               found.substr(found.find("<Lvl")));
     const std::string chain = tree(1, 1);
     EXPECT_EQ(std::count(chain.begin(), chain.end(), '\n'), 2 + 1 + 2 + 2 * 2);
-    EXPECT_EQ(tree(1, INT32_MAX), chain);
+    cache deep(ctx, {{{{KUDC_CHARACTER, 9}}, {{KUDC_SEQNTL, {{0, 0}, {0, 1}, {0, 2}}}}}});
+    deep.store(0, {"A"}, {3});
+    const auto all = [&](int32_t limit) {
+        return text([&](void *stream) { EXPECT_EQ(kudcpidx(deep, limit, 0, 0, stream), 0u); });
+    };
+    EXPECT_EQ(all(INT32_MAX), all(9));
     EXPECT_NE(chain.find("\n<Lvl: 1,Dpth: 0,ID: 2,PPID: 0,PPOS: 1,"), std::string::npos) << chain;
     EXPECT_EQ(tree(2, 9), "");
     EXPECT_EQ(tree(3, 9, KUDCA_INDEX), "Illegal index (3) for thread (0). Max indexthread #: 3\n");

@@ -78,6 +78,15 @@ std::uint32_t kudckread(kudcaccdef *acmp, std::int32_t position, std::uint32_t b
     return read_block(acmp, position, size, acmp->indx_kudcacc);
 }
 
+// Lets all of a block come from memory at once, before the search asks for one place after the
+// other.
+void kudckfetch(const unsigned char *block, std::uint32_t bytes)
+{
+    constexpr std::uint32_t line = 64, enough = 1024; // bytes
+    for (std::uint32_t at = 0; at < std::min(bytes, enough); at += line)
+        __builtin_prefetch(block + at);
+}
+
 // Goes to a block on the way down. *block: it, until the next move: where it is, if it can be
 // seen there, else in the working buffer.
 std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
@@ -88,6 +97,7 @@ std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t 
     const std::uint32_t status = look_at_block(acmp, position, bytes, &seen);
     if (status != 0) return status;
     *block = seen;
+    if (seen != nullptr) kudckfetch(seen, bytes);
     if (seen != nullptr && header_of(seen).size_kudcidh == bytes) return 0;
     *block = acmp->indx_kudcacc;
     return kudckread(acmp, position, bytes);

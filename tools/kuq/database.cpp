@@ -325,7 +325,7 @@ bool database::fetch(const std::vector<column> &columns,
                      const std::function<bool(const std::vector<value> &)> &visit)
 {
     std::vector<buffer> buffers;
-    size_t row_bytes = 0;
+    size_t row_bytes = 1;
     for (const column &each : columns) {
         const size_t count = each.key ? short_bytes : short_units;
         if (each.type == datatype::text)

@@ -8,9 +8,6 @@
 //
 // The scratch files are named kuq-PROCESS-nnnnnnnn in the temporary directory. One
 // whose process is gone was left by a run that was killed.
-//
-// The library reads them through mapped memory, whose pages stay resident while
-// nobody else needs them. A report is a guest: it gives them back in time.
 
 #include "rows.h"
 
@@ -18,7 +15,6 @@
 #include <kudcm.h>
 #include <signal.h>
 #include <skudcd.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -27,7 +23,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "codes.h"
 #include "values.h"
@@ -47,12 +42,10 @@ constexpr char scratch_prefix[] = "kuq-";
 constexpr size_t scratch_digits = 8; // behind the process
 constexpr uint16_t row_thread = 0;
 constexpr uint16_t long_thread = 1;
-constexpr size_t most_columns = 30000;     // the cache counts them in 16 bits
-constexpr size_t most_groups = 255;        // and levels in 8
-constexpr int8_t long_mark = 1;            // null indicator of a reference in a long value's place
-constexpr size_t piece_bytes = 30000;      // of a long value read back; even
-constexpr uint64_t rows_between = 64;      // two looks at the memory; a row can map 64 KB
-constexpr size_t most_resident = 44 << 20; // bytes, before mapped pages are given back
+constexpr size_t most_columns = 30000; // the cache counts them in 16 bits
+constexpr size_t most_groups = 255;    // and levels in 8
+constexpr int8_t long_mark = 1;        // null indicator of a reference in a long value's place
+constexpr size_t piece_bytes = 30000;  // of a long value read back; even
 
 // Where a long value lies.
 struct reference {
@@ -178,32 +171,6 @@ void remove_files(bool (*leaves)(pid_t process))
         const pid_t process = owner(entry.path().filename());
         if (process > 0 && entry.is_regular_file(error) && leaves(process))
             fs::remove(entry.path(), error); // another user's stays: it may not be removed
-    }
-}
-
-size_t resident()
-{
-    std::ifstream file("/proc/self/statm");
-    size_t all = 0;
-    size_t pages = 0;
-    file >> all >> pages;
-    return pages * static_cast<size_t>(sysconf(_SC_PAGESIZE));
-}
-
-// Gives back the pages of scratch files that are mapped. What was written to them is
-// the system's and stays.
-void trim()
-{
-    if (resident() < most_resident) return;
-    const std::string ours = scratch_start();
-    std::ifstream maps("/proc/self/maps");
-    for (std::string line; std::getline(maps, line);) {
-        const size_t name = line.find('/');
-        if (name == std::string::npos || line.compare(name, ours.size(), ours) != 0) continue;
-        char *end = nullptr;
-        const size_t from = std::strtoull(line.c_str(), &end, 16);
-        const size_t to = std::strtoull(end + 1, nullptr, 16);
-        madvise(reinterpret_cast<void *>(from), to - from, MADV_DONTNEED);
     }
 }
 
@@ -340,7 +307,7 @@ bool rows::add(const std::vector<value> &row)
         if (!set(at, row[at])) return false;
     const auto levels = static_cast<uint16_t>(groups_.empty() ? 1 : groups_.size());
     int32_t position = 0;
-    if (++count_ % rows_between == 0) trim();
+    count_++;
     return kudcmrstr(cache_, row_thread, &levels, 1, &position) == 0;
 }
 
@@ -354,14 +321,12 @@ bool rows::read(const std::function<following(size_t level)> &visit)
     if (status == 0 && indexed) status = kudcmksrch(cache_, cursor_, 0, KUDC_FIRST, &state);
     size_t level = 0; // the first whose group is new
     following next = following::row;
-    uint64_t given = 0;
     while (next != following::nothing && status == 0 && state == KUDC_POSITIONED) {
         uint8_t found = KUDC_ROW;
         for (next = following::row; next == following::row; level = groups_.size()) {
             status = kudcmrnxt(cache_, cursor_, last, &found);
             if (status != 0 || found != KUDC_ROW) break;
             next = visit(level);
-            if (++given % rows_between == 0) trim();
         }
         state = KUDC_NOMORE;
         for (level = groups_.size();

@@ -122,9 +122,8 @@ void *skufdestroy(kux *ctx, void *cache)
     return nullptr;
 }
 
-// Whether a directory's text must be followed by a separator. The last character
-// counts, not the last byte: that may be a backslash inside another character.
-static bool skufneedsseparator(kux *ctx, char *directory)
+// The last character counts, not the last byte: that may be a backslash inside another one.
+bool skufneedsseparator(kux *ctx, char *directory)
 {
     if (directory[0] == 0) return false;
     kucursor cursor;

@@ -42,6 +42,10 @@ inline bool skufwhole(const skufpart *part) { return part->to - part->from == in
 // Pushes a code and returns it.
 uint32_t skufrefuse(kux *ctx, uint32_t code);
 
+// Whether a separator must follow a directory's text: it is not empty and ends in neither a
+// backslash nor a colon.
+bool skufneedsseparator(kux *ctx, char *directory);
+
 // A copy of a text in the context's plain memory; null without memory.
 char *skufcopy(kux *ctx, const char *text);
 

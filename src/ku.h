@@ -50,6 +50,10 @@
 #include "kul.h"
 #include "kuuq.h"
 
+/* virtual memory */
+#include "kuv.h"
+#include "kuvp.h"
+
 /* SQL text */
 #include "kuka.h"
 #include "kuke.h"

@@ -181,6 +181,26 @@ static const char *use_lists(kux *ctx, const char *directory)
     return NULL;
 }
 
+static const char *use_virtual_memory(kux *ctx, const char *directory)
+{
+    kuva attrs;
+    kuv *memory;
+    void *handle;
+    memset(&attrs, 0, sizeof attrs);
+    attrs.mask_kuva = KUVA_SOFTVIRT | KUVA_CACHEPATH;
+    attrs.softvirt_kuva = 1;
+    attrs.cachepath_kuva = directory;
+    memory = kuvcreate(ctx, &attrs);
+    HOLDS(memory != NULL);
+    handle = kuvsdup(memory, "out and in");
+    HOLDS(handle != NULL && kuvhpurge(memory, handle) == NULL && memory->lfbo_kuv > 1);
+    HOLDS(strcmp(kuvlock(memory, handle), "out and in") == 0);
+    HOLDS(kuvunlock(memory, handle) == NULL && kuvfree(memory, handle) == NULL);
+    HOLDS(kuvpfcompact(memory) == 0 && memory->lfbo_kuv == 1);
+    HOLDS(kuvdestroy(memory) == 0 && kuxernerrors(ctx) == 0);
+    return NULL;
+}
+
 static const char *use_tokens(kux *ctx, const char *directory)
 {
     kuka attrs;
@@ -263,6 +283,7 @@ const c_client_family c_client_families[] = {
     {"paged files", use_paged_files},
     {"heaps", use_heaps},
     {"lists", use_lists},
+    {"virtual memory", use_virtual_memory},
     {"tokens", use_tokens},
     {"preferences", use_preferences},
     {"command line", use_command_line},

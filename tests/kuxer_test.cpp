@@ -41,14 +41,19 @@ public:
 
     ku::test::context ctx;
 
-    // The user's text of an error; never more than `most` bytes and a NUL are written.
-    std::string format(const texts &params, uint32_t most = 300, const char *type = "text")
+    // The user's text of an error, or its bare message; never more than `most` bytes and a NUL
+    // are written.
+    std::string format(const texts &params, uint32_t most = 300, const char *type = "text",
+                       bool bare = false)
     {
         push(ctx, some_error, params);
         std::string buffer(most + 2, '#');
         length = most;
         truncated = -1;
-        kuxerfmtmsg(ctx, kuxerget(ctx, 0), type, buffer.data(), &length, &truncated);
+        if (bare)
+            kuxergmsg(ctx, some_error, type, buffer.data(), &length, &truncated);
+        else
+            kuxerfmtmsg(ctx, kuxerget(ctx, 0), type, buffer.data(), &length, &truncated);
         EXPECT_EQ(buffer[most + 1], '#');
         kuxerclear(ctx);
         return buffer.substr(0, buffer.find('\0'));
@@ -83,16 +88,15 @@ TEST(Kuxer, LevelsHoldTheNewestRecordsLikeBoundedQueues)
             case 1: kuxer2push(ctx, code, nullptr, "x"), pushed(plain + "((null), x)"); break;
             case 2: kuxer4push(ctx, code, "a", "", "c", "d"), pushed(plain + "(a, , c, d)"); break;
             case 3: // what was just read from the stack, which the push itself may drop
-                if (kuxerget(ctx, 0) == nullptr) break;
-                pushed(model.back()[0]);
-                kuxerpush(ctx, kuxerget(ctx, 0)->kuxercode, kuxerget(ctx, 0)->kuxernparams,
-                          kuxerget(ctx, 0)->kuxerparams);
-                break;
-            case 4: // the same in place of all there is
-                if (kuxerget(ctx, -1) == nullptr) break;
-                model.back() = {model.back().back()};
-                kuxerset(ctx, kuxerget(ctx, -1)->kuxercode, kuxerget(ctx, -1)->kuxernparams,
-                         kuxerget(ctx, -1)->kuxerparams);
+            case 4: // or in place of all there is
+                if (const kuxer *old = kuxerget(ctx, 0)) {
+                    const bool alone = dice.one_in(2);
+                    const std::string record = model.back().front();
+                    if (alone) model.back().clear();
+                    pushed(record);
+                    (alone ? kuxerset : kuxerpush)(ctx, old->kuxercode, old->kuxernparams,
+                                                   old->kuxerparams);
+                }
                 break;
             case 5:
                 kuxerpop(ctx);
@@ -134,11 +138,11 @@ TEST(Kuxer, WithoutMemoryRecordsLoseParametersButAreThere)
 {
     ku::test::sweep_basic_allocations([](ku::test::context &ctx) {
         kuxer3push(ctx, some_error, "a", "b", "c");
-        const std::string record = ctx.errors().at(0);
-        EXPECT_TRUE(record == "kulaa 3" || record == "kulaa 3(a)" || record == "kulaa 3(a, b)"
-                    || record == "kulaa 3(a, b, c)")
+        const std::string record = ctx.errors().at(0), all = "kulaa 3(a, b, c)";
+        EXPECT_TRUE(record == all || record == "kulaa 3" || record == "kulaa 3(a)"
+                    || record == "kulaa 3(a, b)")
             << record;
-        return record == "kulaa 3(a, b, c)";
+        return record == all;
     });
     ku::test::sweep_basic_allocations([](ku::test::context &ctx) {
         while (ctx->kuxernstacks < 10)
@@ -157,40 +161,36 @@ TEST(Kuxer, WithoutMemoryRecordsLoseParametersButAreThere)
 
 TEST(Kuxer, IterationVisitsNewestFirstAndSurvivesItsCallback)
 {
-    using action = void (*)(kux * ctx);
     struct walk {
-        std::string visited;
-        action act;
-    };
-    static constexpr struct {
-        action act;
+        void (*act)(kux *ctx);
         const char *visited;
-    } rows[] = {
-        {[](kux *) {}, "321"},
-        {kuxerpop, "321"},
-        {[](kux *ctx) { kuxerpop(ctx), kuxerpop(ctx); }, "3"}, // the next record is gone
-        {kuxerclear, "3"},
-        {[](kux *ctx) { kuxer0push(ctx, some_error); }, "321"},
-        {[](kux *ctx) { kuxersavestack(ctx); }, "3"}, // another level
-        {[](kux *ctx) {                               // another one, maybe at the same address
+        std::string seen;
+    };
+    walk walks[] = {
+        {[](kux *) {}, "321", ""},
+        {kuxerpop, "321", ""},
+        {[](kux *ctx) { kuxerpop(ctx), kuxerpop(ctx); }, "3", ""}, // the next record is gone
+        {kuxerclear, "3", ""},
+        {[](kux *ctx) { kuxer0push(ctx, some_error); }, "321", ""},
+        {[](kux *ctx) { kuxersavestack(ctx); }, "3", ""}, // another level
+        {[](kux *ctx) {                                   // another one, maybe at the same address
              kuxerrestorestack(ctx);
              kuxersavestack(ctx);
              for (int record = 0; record < 3; record++) kuxer1push(ctx, some_error, "4");
          },
-         "3"},
+         "3", ""},
     };
     const auto visit = [](kux *ctx, kuxer *record, void *clientarg) {
         auto *state = static_cast<walk *>(clientarg);
-        state->visited += record->kuxerparams[0];
+        state->seen += record->kuxerparams[0];
         state->act(ctx);
     };
-    for (const auto &row : rows) {
+    for (walk &each : walks) {
         ku::test::context ctx;
         kuxersavestack(ctx);
         for (const char *digit : {"1", "2", "3"}) kuxer1push(ctx, some_error, digit);
-        walk walked{"", row.act};
-        kuxeriterate(ctx, visit, &walked);
-        EXPECT_EQ(walked.visited, row.visited);
+        kuxeriterate(ctx, visit, &each);
+        EXPECT_EQ(each.seen, each.visited);
         while (ctx->kuxernstacks > 1) kuxerrestorestack(ctx);
         ctx.clear();
     }
@@ -201,35 +201,29 @@ TEST(Kuxer, PlainTextIsCutToItsSize)
     static const struct {
         uint32_t code;
         texts params;
-        uint32_t size;
-        const char *text;
-        uint32_t used;
-        int32_t truncated;
+        std::string text;
     } rows[] = {
-        {some_error, {}, 9, "", 0, 1}, // too small for any code: untouched
-        {some_error, {}, 10, "kulaa 3", 8, 0},
-        {KU_CODE('z', 'z', 'z', 'z', 'z', 127), {}, 10, "zzzzz 127", 10, 0},
-        {0xFFFFFFFF, {}, 10, "zzzzz 127", 10, 0}, // letters above the alphabet
-        {some_error, {"a", "bc"}, 80, "kulaa 3  a, bc", 15, 0},
-        {some_error, {"a", "bc"}, 15, "kulaa 3  a, bc", 15, 0},
-        {some_error, {"a", "bc"}, 14, "kulaa 3  a, b", 14, 1},
-        {some_error, {"a", "bc"}, 12, "kulaa 3  a,", 12, 1},
-        {some_error, {"a", "bc"}, 11, "kulaa 3  a", 11, 1},
-        {some_error, {"abc"}, 10, "kulaa 3  ", 10, 1},
-        {some_error, {""}, 10, "kulaa 3  ", 10, 0},
+        {some_error, {}, "kulaa 3"},
+        {KU_CODE('z', 'z', 'z', 'z', 'z', 127), {}, "zzzzz 127"},
+        {0xFFFFFFFF, {}, "zzzzz 127"}, // letters above the alphabet
+        {some_error, {"a", "bc"}, "kulaa 3  a, bc"},
+        {some_error, {""}, "kulaa 3  "},
     };
     ku::test::context ctx;
     for (const auto &row : rows) {
         push(ctx, row.code, row.params);
-        std::string buffer(100, '#');
-        int32_t truncated = -1;
-        EXPECT_EQ(kuxerdformat(ctx, kuxerget(ctx, 0), buffer.data(), row.size, &truncated),
-                  row.used);
-        EXPECT_EQ(truncated, row.truncated) << row.text;
-        EXPECT_EQ(buffer[row.size], '#') << row.text;
-        EXPECT_EQ(buffer.substr(0, buffer.find(row.used == 0 ? '%' : '\0')),
-                  row.used == 0 ? std::string(100, '#') : row.text);
-        EXPECT_EQ(kuxerformat(ctx, kuxerget(ctx, 0), buffer.data(), row.size, nullptr), row.used);
+        for (uint32_t size = 0; size < 20; size++) {
+            SCOPED_TRACE(row.text + " in " + std::to_string(size));
+            const bool room = size >= 10; // for any code; nothing is touched without
+            std::string want = room ? row.text.substr(0, size - 1) + '\0' : "";
+            const auto used = static_cast<uint32_t>(want.size());
+            std::string buffer(30, '#');
+            int32_t truncated = -1;
+            EXPECT_EQ(kuxerdformat(ctx, kuxerget(ctx, 0), buffer.data(), size, &truncated), used);
+            EXPECT_EQ(truncated, !room || row.text.size() >= size ? 1 : 0);
+            EXPECT_EQ(buffer, want.append(30 - used, '#'));
+            EXPECT_EQ(kuxerformat(ctx, kuxerget(ctx, 0), buffer.data(), size, nullptr), used);
+        }
         ctx.clear();
     }
 }
@@ -237,38 +231,28 @@ TEST(Kuxer, PlainTextIsCutToItsSize)
 TEST(Kuxer, MessagesTakeTheirParametersOrFallBackToPlainText)
 {
     static const struct {
-        const char *message, *text; // null: the plain text
+        texts messages;
+        std::string text;
     } rows[] = {
-        {"File %s not found in %s", "File a.txt not found in dir"},
-        {"%[2]s: %[1]s", "dir: a.txt"},
-        {"%[2]s %s, %[01]s %s", "dir a.txt, a.txt dir"}, // a number does not move the counter
-        {"no parameter", "no parameter"},
-        {"%%", nullptr},
-        {"%d", nullptr},
-        {"100%", nullptr},
-        {"%[0]s", nullptr},
-        {"%[3]s", nullptr},
-        {"%s %s %s", nullptr},
-        {"%[4294967298]s", nullptr}, // would be 2 in 32 bits
-        {"%[99999999999999999999999999]s", nullptr},
-        {"%[]s", nullptr},
-        {"%[ 1]s", nullptr},
-        {"%[+1]s", nullptr},
-        {"%[-1]s", nullptr},
-        {"%[1]d", nullptr},
-        {"%[1]", nullptr},
-        {"%[1", nullptr},
-        {"%[", nullptr},
+        {{"File %s not found in %s"}, "File a.txt not found in dir"},
+        {{"%[2]s: %[1]s"}, "dir: a.txt"},
+        {{"%[2]s %s, %[01]s %s"}, "dir a.txt, a.txt dir"}, // a number does not move the counter
+        {{"no parameter"}, "no parameter"},
+        {{"%%", "%d", "100%", "%[0]s", "%[3]s", "%s %s %s", "%[]s", "%[ 1]s", "%[+1]s", "%[-1]s",
+          "%[1]d", "%[1]", "%[1", "%[", "%[4294967298]s", "%[99999999999999999999999999]s"},
+         "kulaa 3  a.txt, dir"}, // no such parameter, or no directive: the plain text
     };
-    for (const auto &row : rows) {
-        messages plain(std::string("kulaa3 text ") + row.message + "\n");
-        EXPECT_EQ(plain.format({"a.txt", "dir"}), row.text ? row.text : "kulaa 3  a.txt, dir");
-        EXPECT_EQ(plain.length, row.text ? std::string(row.text).size() : 300u);
-        EXPECT_EQ(plain.truncated, 0);
+    for (const auto &row : rows)
+        for (const std::string &message : row.messages) {
+            const bool plain = row.messages.size() > 1;
+            messages file("kulaa3 text " + message + "\n");
+            EXPECT_EQ(file.format({"a.txt", "dir"}), row.text) << message;
+            EXPECT_EQ(file.length, plain ? 300u : row.text.size());
+            EXPECT_EQ(file.truncated, 0);
 
-        messages generic(std::string("kuxer1 text !%s!\nkulaa3 text ") + row.message + "\n");
-        EXPECT_EQ(generic.format({"a.txt", "dir"}), row.text ? row.text : "!kulaa 3  a.txt, dir!");
-    }
+            messages generic("kuxer1 text !%s!\nkulaa3 text " + message + "\n");
+            EXPECT_EQ(generic.format({"a.txt", "dir"}), plain ? "!" + row.text + "!" : row.text);
+        }
 }
 
 TEST(Kuxer, MessagesKeepToTheirRoomAndToWholeCharacters)
@@ -290,10 +274,7 @@ TEST(Kuxer, MessagesKeepToTheirRoomAndToWholeCharacters)
         {"sjis", "\x83\x5C%s", "\x95\x5C", 4, "\x83\x5C\x95\x5C", 4},
         {"sjis", "\x83\x5C%s", "\x95\x5C", 3, "\x83\x5C", 2},
         // Shifted bytes are no directives; a closing byte is not counted but has its room.
-        {"iso-2022-kr", "\x0E%s\x0F%s", "a", 9,
-         "\x0E%s\x0F"
-         "a",
-         5},
+        {"iso-2022-kr", "\x0E%s\x0F%s", "b", 9, "\x0E%s\x0F\x62", 5},
         {"iso-2022-kr", "a%s", "\x0E\x30\x30\x0F", 5, "a\x0E\x30\x30\x0F", 4},
         {"iso-2022-kr", "a%s", "\x0E\x30\x30\x0F", 4, "a", 1},
         {"iso-2022-kr", "a%s b", "\x0E\x30\x30\x0F", 9, "a\x0E\x30\x30\x0F b", 7},
@@ -320,14 +301,10 @@ TEST(Kuxer, MessageTextsAreCutToTheWantedLength)
         {"cause", 4, 4, 0}, {"action", 100, 0, 0},
     };
     for (const auto &row : rows) {
-        std::string buffer(row.most + 2, '#');
-        uint32_t length = row.most;
-        int32_t truncated = -1;
-        kuxergmsg(file.ctx, some_error, row.type, buffer.data(), &length, &truncated);
-        EXPECT_EQ(length, row.length) << row.type;
-        EXPECT_EQ(truncated, row.truncated) << row.type;
-        EXPECT_EQ(buffer[length], length == 0 ? '#' : '\0');
-        EXPECT_EQ(buffer[row.most + 1], '#');
+        const std::string text = file.format({}, row.most, row.type, true);
+        EXPECT_EQ(file.length, row.length) << row.type;
+        EXPECT_EQ(file.truncated, row.truncated) << row.type;
+        EXPECT_EQ(text.size(), row.length != 0 ? row.length : row.most + 2); // or untouched
     }
     EXPECT_EQ(file.format({}, 700).size(), KUXER_TEXTMAX);
     EXPECT_EQ(file.truncated, 1);

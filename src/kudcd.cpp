@@ -347,7 +347,8 @@ static void kudcdplace(const kudcthddef *thread, int32_t position, bool rewrite)
 static uint32_t kudcdlink(kudcaccdef *acmp, const kudcthddef *thread, int32_t position)
 {
     if (thread->last_kudcthd == KUDC_NONE) return 0;
-    const int64_t next = int64_t{thread->last_kudcthd} + offsetof(kudcrchdef, next_kudcrch);
+    const int64_t next =
+        int64_t{thread->last_kudcthd} + int64_t{offsetof(kudcrchdef, next_kudcrch)};
     if (next + int64_t{sizeof position} > acmp->nxdo_kudcacc) return refuse(acmp, KUVAA_MISSING);
     return cache::write_data(acmp, static_cast<int32_t>(next), sizeof position, &position);
 }

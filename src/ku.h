@@ -46,8 +46,12 @@
 #include "skuhm.h"
 #include "skup.h"
 
-/* lists */
+/* lists, properties, observers */
 #include "kul.h"
+#include "kumr.h"
+#include "kuob.h"
+#include "kuu.h"
+#include "kuup.h"
 #include "kuuq.h"
 
 /* virtual memory */

@@ -10,6 +10,7 @@
 #include <cstdint>
 
 #include "kux.h"
+#include "kuxdn.h"
 #include "kuxer.h"
 #include "kuxml.h"
 
@@ -118,6 +119,14 @@ private:
     bool deref_;
     void *address_ = nullptr;
 };
+
+// Status of an operation that failed below: the newest code. A client's memory callback may
+// have failed without one: then it is pushed here, so that a failure is never 0.
+inline std::uint32_t failure(kux *ctx)
+{
+    if (kuxercode(ctx) == 0) kuxer0push(ctx, KUXNM_NOMEM);
+    return kuxercode(ctx);
+}
 
 // kuxersavestack, but false without memory, with nothing pushed: on a full level that
 // would drop the oldest record.

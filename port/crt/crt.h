@@ -192,9 +192,9 @@ bool accessible(const kulang *lang, const char *name, reach wanted);
 // the stretches of 1 MB that are used most; the others are reached by descriptor.
 struct residents {
     static constexpr std::uint32_t lifetime = 32768; // uses until what was before counts half
-    struct place {
-        kuscratch *scratch;
-        std::uint32_t stretch;
+    struct place {                                   // many of them are set aside
+        std::uint16_t file;                          // number of a file
+        std::uint16_t stretch;                       // of it
     };
     place *held;         // room for `most`, the owner's
     std::uint32_t most;  // stretches

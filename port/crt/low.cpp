@@ -71,6 +71,7 @@ struct kuscratch {
     stretch parts[stretches];
     ku::crt::residents *shared; // null: nothing is resident
     kuscratch *next;            // of the files that share them
+    std::uint16_t number;       // among those
 };
 
 namespace ku::crt
@@ -196,9 +197,18 @@ kuscratch *map_scratch(int descriptor)
     return scratch;
 }
 
+// The file of that number; null: it is free.
+static kuscratch *numbered(const residents *shared, std::uint16_t number)
+{
+    kuscratch *each = shared->first;
+    while (each != nullptr && each->number != number) each = each->next;
+    return each;
+}
+
 void share_residents(kuscratch *scratch, residents *shared)
 {
     if (scratch == nullptr) return;
+    while (numbered(shared, scratch->number) != nullptr) scratch->number++;
     scratch->shared = shared;
     scratch->next = shared->first;
     shared->first = scratch;
@@ -210,7 +220,8 @@ static void leave(kuscratch *scratch)
     residents *shared = scratch->shared;
     if (shared == nullptr) return;
     for (std::uint32_t i = shared->count; i-- > 0;)
-        if (shared->held[i].scratch == scratch) shared->held[i] = shared->held[--shared->count];
+        if (shared->held[i].file == scratch->number)
+            shared->held[i] = shared->held[--shared->count];
     kuscratch **link = &shared->first;
     while (*link != scratch) link = &(*link)->next;
     *link = scratch->next;
@@ -286,17 +297,17 @@ static bool admit(kuscratch *scratch, std::size_t number)
     if (place == shared->most) {
         if (part.uses % enough_uses != 0) return false; // looked at now and then
         const auto uses = [=](std::uint32_t i) {
-            return shared->held[i].scratch->parts[shared->held[i].stretch].uses;
+            return numbered(shared, shared->held[i].file)->parts[shared->held[i].stretch].uses;
         };
         place = 0;
         for (std::uint32_t i = 1; i < shared->most; i++)
             if (uses(i) < uses(place)) place = i;
         if (part.uses < 2 * uses(place) + enough_uses
-            || !forget(shared->held[place].scratch, shared->held[place].stretch))
+            || !forget(numbered(shared, shared->held[place].file), shared->held[place].stretch))
             return false;
         shared->count--;
     }
-    shared->held[place] = {scratch, static_cast<std::uint32_t>(number)};
+    shared->held[place] = {scratch->number, static_cast<std::uint16_t>(number)};
     shared->count++;
     return part.resident = true;
 }

@@ -44,16 +44,16 @@ extern "C" {
 
 /* ---- error numbers ---- */
 
-#define SKUFA_READ KU_CODE('s', 'k', 'u', 'f', 'a', 2) /* reading failed; the file's name */
-#define SKUFA_WRITE                                                                                \
-    KU_CODE('s', 'k', 'u', 'f', 'a', 3) /* writing failed, moved nothing, or would pass 4 GiB */
+#define SKUFA_READ KU_CODE('s', 'k', 'u', 'f', 'a', 2)  /* reading failed; the file's name */
+#define SKUFA_WRITE KU_CODE('s', 'k', 'u', 'f', 'a', 3) /* writing failed or moved nothing */
 #define SKUFA_CLOSE                                                                                \
     KU_CODE('s', 'k', 'u', 'f', 'a', 4) /* closing failed (the file's name); no raw file; a
                                            temporary file without a name */
 #define SKUFA_TOOMANY KU_CODE('s', 'k', 'u', 'f', 'a', 5) /* too many files are open */
 #define SKUFA_SEEK                                                                                 \
-    KU_CODE('s', 'k', 'u', 'f', 'a', 6)                    /* a position cannot be reached; the
-                                                            file's name in block transfers */
+    KU_CODE('s', 'k', 'u', 'f', 'a', 6)                    /* a position cannot be reached, or is
+                                                            past 4 GiB; the file's name in block
+                                                            transfers */
 #define SKUFA_READONLY KU_CODE('s', 'k', 'u', 'f', 'a', 9) /* denied: the file is not writable */
 #define SKUFA_NONAME KU_CODE('s', 'k', 'u', 'f', 'a', 10)  /* the path is empty */
 #define SKUFA_DENIED KU_CODE('s', 'k', 'u', 'f', 'a', 12)  /* denied: no such file */

@@ -73,7 +73,7 @@ static uint32_t skufbstorepart(kux *ctx, const skufo *file, uint32_t block,
 uint32_t skufbwrite(kux *ctx, void *, skufo *file, uint32_t block, const void *buffer)
 {
     if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
-    if (block >= SKUF_BLOCKS) return skufrefuse(ctx, SKUFA_WRITE);
+    if (block >= SKUF_BLOCKS) return skufbfail(ctx, SKUFA_SEEK, file);
     return skufbstorepart(ctx, file, block, static_cast<const unsigned char *>(buffer), 0,
                           SKUF_BLOCK);
 }

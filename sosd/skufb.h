@@ -36,7 +36,7 @@ KU_API uint32_t skufbread(kux *ctx, void *cache, skufo *file, uint32_t block, vo
 /*
  * Writes a block of a raw file from 4096 bytes. The file grows by whole blocks.
  *   cache  not looked at
- * Returns 0, SKUFA_NULL, SKUFA_SEEK or SKUFA_WRITE (a block past 4 GiB, too);
+ * Returns 0, SKUFA_NULL, SKUFA_SEEK (a block past 4 GiB, too) or SKUFA_WRITE;
  * after a failure part of the block may be written.
  */
 KU_API uint32_t skufbwrite(kux *ctx, void *cache, skufo *file, uint32_t block, const void *buffer);

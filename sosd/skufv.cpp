@@ -252,9 +252,7 @@ uint32_t skufvmove(kux *ctx, void *cache, void *file, void *buffer, uint32_t len
     auto *moved = static_cast<skufv *>(file);
     if (area == nullptr || moved == nullptr || (buffer == nullptr && length != 0))
         return skufrefuse(ctx, SKUFA_NULL);
-    const bool puts = direction == SKUFV_PUT;
-    if (uint64_t{moved->skufvpos} + length > skufv_end)
-        return skufrefuse(ctx, puts ? SKUFA_WRITE : SKUFA_SEEK);
+    if (uint64_t{moved->skufvpos} + length > skufv_end) return skufrefuse(ctx, SKUFA_SEEK);
 
     auto *bytes = static_cast<unsigned char *>(buffer);
     while (length != 0) {
@@ -263,7 +261,7 @@ uint32_t skufvmove(kux *ctx, void *cache, void *file, void *buffer, uint32_t len
         uint32_t status;
         skufb *held = skufvseek(ctx, area, moved, moved->skufvpos >> skufv_shift, &status);
         if (held == nullptr) return status;
-        if (puts)
+        if (direction == SKUFV_PUT)
             skufvput(area, held, offset, bytes, piece);
         else
             skufbcopy(bytes, skufvat(area, held, offset, piece), piece);

@@ -73,8 +73,8 @@ KU_API unsigned char *skufvgptr(kux *ctx, void *cache, void *file, uint32_t bloc
  * Returns 0; or, with what went before done and skufvpos behind it, the newest
  * code on the error stack: an older one (the first block has been fetched then),
  * what the fetch pushed, or SKUFA_NULL (also when the fetch failed without a
- * code). A move that passes 4 GiB changes nothing: SKUFA_WRITE, or SKUFA_SEEK
- * when it reads. One that ends there leaves skufvpos 0.
+ * code). A move that passes 4 GiB changes nothing: SKUFA_SEEK. One that ends
+ * there leaves skufvpos 0.
  */
 KU_API uint32_t skufvmove(kux *ctx, void *cache, void *file, void *buffer, uint32_t length,
                           char direction);

@@ -289,30 +289,31 @@ TEST_F(Skuf, TheCeilingDecidesWhatIsReadAndTheEndLeavesTheBufferAlone)
 
 TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
 {
-    skufv *file = opened(scratch(), SKUF_SCRATCH);
+    const std::string name = scratch();
+    skufv *file = opened(name, SKUF_SCRATCH);
     bytes data(10000, 'x');
     EXPECT_EQ(move(ctx, cache, file, 4000, data.data(), 10000, SKUFV_PUT), 0u);
     EXPECT_TRUE(file->skufvpos == 14000 && file->skufvceiling == 4);
     EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 2, SKUFV_PUT), 0u);
     EXPECT_TRUE(file->skufvpos == 0 && file->skufvceiling == SKUF_BLOCKS);
-    EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 3, SKUFV_PUT), SKUFA_WRITE);
-    EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 3, SKUFV_GET), SKUFA_SEEK);
+    for (const char direction : {SKUFV_PUT, SKUFV_GET})
+        EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 3, direction), SKUFA_SEEK);
     EXPECT_EQ(skufvgptr(ctx, cache, file, SKUF_BLOCKS), nullptr);
     EXPECT_EQ(skufvmove(ctx, cache, file, nullptr, 0, SKUFV_GET), 0u) << "nothing to do";
     EXPECT_EQ(skufvmove(ctx, cache, file, data.data(), 1, SKUFV_GET), SKUFA_SEEK) << "an older one";
     EXPECT_EQ(file->skufvpos, 0xFFFFFFFEu);
-    EXPECT_EQ(errors(), " 3 6 6");
+    EXPECT_EQ(errors(), " 6 6 6");
 
     EXPECT_EQ(skufvmove(ctx, cache, nullptr, data.data(), 1, SKUFV_GET), SKUFA_NULL);
     EXPECT_EQ(skufvgptr(ctx, cache, nullptr, 0), nullptr);
     EXPECT_EQ(skufbread(ctx, cache, nullptr, 0, data.data()), SKUFA_NULL);
     EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, 0, nullptr), SKUFA_NULL);
-    EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_WRITE);
+    EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_SEEK);
     EXPECT_EQ(skufbfree(ctx, cache, nullptr), SKUFA_NULL);
     EXPECT_EQ(skufbfflush(ctx, nullptr, file), SKUFA_NULL);
     EXPECT_EQ(skufbdclear(ctx, cache, nullptr), SKUFA_NULL);
     EXPECT_EQ(skufvclose(ctx, nullptr, file), nullptr);
-    EXPECT_EQ(errors(), " 21 21 21 21 3 21 21 21 21");
+    EXPECT_EQ(errors(), " 21 21 21 21 6(" + name + ") 21 21 21 21");
     EXPECT_EQ(skufvclose(ctx, cache, skufvclose(ctx, cache, file)), nullptr);
 }
 

@@ -29,6 +29,7 @@ public:
     }
     void *take(uint32_t bytes)
     {
+        const ku::aside own(ctx_); // no older error makes room for what is dropped
         const int32_t before = kuxernerrors(ctx_);
         block_ = heap_->skuhmalloc_pfn(ctx_, heap_, bytes);
         while (block_ == nullptr && kuxernerrors(ctx_) > before) kuxerpop(ctx_);

@@ -21,7 +21,8 @@ struct skufb {
     uint32_t skufbnum;        /* number of that block */
     skufb *skufbnext;         /* next in the hash chain or on the free list */
     unsigned char *skufbdata; /* data area of 4096 bytes; dynamic cache: null while free. Blocks
-                                 of scratch files may be in it in part: read them by skufvgptr */
+                                 of scratch files may be in it in part, and behind
+                                 what skufbwrite wrote: read them by skufvgptr */
     uint8_t skufbflags;       /* SKUFB_DIRTY or 0 */
 };
 

@@ -102,7 +102,10 @@ void *skufvclose(kux *ctx, void *cache, void *file)
         return nullptr;
     }
     skufvleave(ctx, static_cast<skuf *>(cache), closing);
-    if (closing->skufvid != nullptr) skufoend(ctx, closing->skufvid, true);
+    if (closing->skufvid != nullptr)
+        skufoend(ctx, closing->skufvid, true);
+    else
+        kuxer0push(ctx, SKUFA_CLOSE); // closed under it
     if ((closing->skufvmode & SKUF_TEMPORARY) != 0 && kuxernerrors(ctx) == 0) {
         if (closing->skufvname == nullptr)
             kuxer0push(ctx, SKUFA_CLOSE);

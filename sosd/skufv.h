@@ -48,7 +48,8 @@ KU_API void *skufvopen(kux *ctx, void *cache, const char *path, uint16_t mode);
  * Closes a file: writes its dirty blocks unless it is temporary (a failure is
  * pushed and does not stop it), frees its buffers, closes the raw file, and
  * deletes a temporary file. With an error on the stack by then, an older one
- * too, the file is not deleted: clear the stack before. Returns null; the file
+ * too, the file is not deleted: clear the stack before. A raw file that is gone
+ * (skufvid null) is such an error: SKUFA_CLOSE. Returns null; the file
  * is released whatever failed. A null file is ignored, a null cache pushes
  * SKUFA_NULL and leaves the file open.
  */

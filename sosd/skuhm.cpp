@@ -64,7 +64,7 @@ void *skuhmload(kux *ctx)
 {
     char path[skuhm_directory_room + 1 + sizeof skuhm_module];
     uint32_t length = kernel::system_directory(path, skuhm_directory_room);
-    if (length > 0) path[length++] = '\\';
+    if (length > 0) path[length++] = '/';
     std::memcpy(path + length, skuhm_module, sizeof skuhm_module);
     void *module = kernel::load_module(ctx->kuxlangidh, path);
     return reinterpret_cast<std::uintptr_t>(module) > skuhm_no_module ? module : nullptr;

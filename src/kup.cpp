@@ -690,14 +690,15 @@ bool kupbnp(kupfs &parser)
 {
     kux *ctx = parser.kupfsctx->kupctscx;
     if (parser.kupfsmer != 0) return true;
+    kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
     void *list = kuptarget(parser);
     const bool named = parser.kupfsprf != nullptr;
-    if (!named || list == nullptr) {
+    if (entry != nullptr && (!named || list == nullptr)) {
+        kupfree(ctx, entry);
         kupdropparts(parser);
         return named;
     }
-    kupcheckorder(parser, list);
-    kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
+    if (entry != nullptr) kupcheckorder(parser, list);
     if (entry == nullptr
         || !kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
         || !kupappend(ctx, list, entry)) {

@@ -633,10 +633,14 @@ TEST(Skudcd, PartsOfLongValuesComeInChunksThroughTheHeap)
     }
 
     recorded_heap heap;
-    kuxer0push(ctx, KUDCA_TYPE);
-    EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 0, 2000), KUDCA_TYPE);
-    EXPECT_EQ(heap.log, " take2000 free");
-    ctx.clear();
+    for (int32_t i = 0; i < ctx->kuxersize; i++) kuxer0push(ctx, KUDCA_TYPE);
+    for (const char *log : {" take2000 free", " take2000"}) {
+        EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 0, 2000), KUDCA_TYPE);
+        EXPECT_EQ(heap.log, log);
+        heap.log.clear();
+        heap.empty = true;
+    }
+    EXPECT_ERRORS(ctx, std::vector<std::string>(static_cast<size_t>(ctx->kuxersize), "kudca 10"));
     EXPECT_EQ(skudcdoleload(&source, nullptr, nullptr, 0, 1), SKUHM_INVALID);
     source.curnul_kudccds = KUDC_NULL;
     EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 70000, 1), SKUDC_NULL);

@@ -357,6 +357,11 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
     file->skufvname = nullptr;
     skufvclose(ctx, cache, file);
     EXPECT_EQ(errors(), " 4") << "a temporary file without a name";
+    file = opened(dir.path("kept"), SKUF_SCRATCH);
+    skufoclose(ctx, static_cast<skufo *>(std::exchange(file->skufvid, nullptr)));
+    skufvclose(ctx, cache, file);
+    EXPECT_EQ(errors(), " 4") << "closed under it";
+    EXPECT_TRUE(dir.has("kept"));
 }
 
 // Fills blocks from 0 on with their numbers, as often as a scratch file needs to be mapped.

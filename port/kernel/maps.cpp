@@ -136,15 +136,21 @@ answer populate(range wanted, bool to_write)
 // Unknown: the map allows it, or there is none; the pages themselves have the last word.
 answer ask_map(range wanted, bool to_write)
 {
+    const range whole = wanted;
     map_reader maps;
     mapping here;
     bool file = false;
+    bool blind = false; // a file's pages that can be written, but not be asked by reading
     while (maps.next(&here)) {
         if (here.end <= wanted.first) continue;
         if (here.begin > wanted.first) return answer::no;
-        if (!here.readable || (to_write && !here.writable)) return answer::no;
+        if (to_write ? !here.writable : !here.readable) return answer::no;
         file = file || here.file;
-        if (here.end > wanted.last) return file ? answer::unknown : answer::yes;
+        blind = blind || (here.file && !here.readable);
+        if (here.end > wanted.last) {
+            if (blind) return populate(whole, to_write);
+            return file ? answer::unknown : answer::yes;
+        }
         wanted.first = here.end;
     }
     return maps.failed() ? answer::unknown : answer::no;

@@ -60,13 +60,13 @@ std::nullptr_t skuhmnone(kux *ctx, uint32_t code)
     return nullptr;
 }
 
-void *skuhmload(kux *ctx)
+void *skuhmload()
 {
     char path[skuhm_directory_room + 1 + sizeof skuhm_module];
     uint32_t length = kernel::system_directory(path, skuhm_directory_room);
     if (length > 0) path[length++] = '/';
     std::memcpy(path + length, skuhm_module, sizeof skuhm_module);
-    void *module = kernel::load_module(ctx->kuxlangidh, path);
+    void *module = kernel::load_module(path);
     return reinterpret_cast<std::uintptr_t>(module) > skuhm_no_module ? module : nullptr;
 }
 
@@ -83,9 +83,9 @@ public:
         if (steps_.hInstCoDLL != nullptr) kernel::free_module(steps_.hInstCoDLL);
     }
 
-    bool start(kux *ctx, uint32_t flags)
+    bool start(uint32_t flags)
     {
-        steps_.hInstCoDLL = skuhmload(ctx);
+        steps_.hInstCoDLL = skuhmload();
         if (steps_.hInstCoDLL == nullptr || !find_entries()) return false;
         started_ = steps_.pCoInitialize(nullptr) >= 0;
         if (!started_) return false;
@@ -132,7 +132,7 @@ comrt_allocator *skuhmallocator(void *heap)
 tag_skuhm *skuhmi(kux *ctx, uint32_t flags)
 {
     skuhmruntime runtime;
-    if (!runtime.start(ctx, flags)) return skuhmnone(ctx, SKUHM_NORUNTIME);
+    if (!runtime.start(flags)) return skuhmnone(ctx, SKUHM_NORUNTIME);
 
     comrt_allocator *allocator = runtime.steps().pIMalloc;
     auto *both =

@@ -150,17 +150,18 @@ TEST(HeapRuntimes, AreInTheSystemDirectoryOrWhereTheSystemLooksForLibraries)
     }
     std::string longest = runtimes + "Nothing";
     longest += std::string(255 - longest.size(), '/');
-    std::string backslashes = KU_BINARY_DIR;
-    std::replace(backslashes.begin(), backslashes.end(), '/', '\\');
-    ku::test::context ctx;
+    ku::test::context ctx("sjis");
     const ku::test::directory logged;
-    for (const std::string &where : {longest, longest + "/", backslashes}) {
+    // Bytes that are a separator and a lead byte in the client's names are neither here.
+    const std::string odd = logged.path("a\\b\x83");
+    std::filesystem::create_directory_symlink(KU_BINARY_DIR, odd);
+    for (const std::string &where : {longest, longest + "/", odd}) {
         const ku::test::variable sysdir("KU_SYSDIR", where);
         const ku::test::variable log("KU_TEST_LOG", logged.write("log", ""));
         EXPECT_EQ(directory(), where.size() < 256 ? where : ""); // then by the bare name
         tag_skuhm *heap = skuhmi(ctx, 0);
         ASSERT_NE(heap, nullptr) << where;
-        EXPECT_EQ(logged.read("log").empty(), where == backslashes); // the real one notes nothing
+        EXPECT_EQ(logged.read("log").empty(), where == odd); // the real one notes nothing
         skuhmf(ctx, &heap);
     }
     // A name that ends in what the client's language takes for half a character.

@@ -9,13 +9,13 @@
 
 #include "kernel.h"
 
+#include <climits>
 #include <cstdlib>
 #include <cstring>
 
 #include <dlfcn.h>
 
 #include "maps_internal.h"
-#include "port/crt/crt.h"
 
 namespace ku::kernel
 {
@@ -64,12 +64,11 @@ std::uint32_t system_directory(char *buffer, std::uint32_t size)
     return 0;
 }
 
-void *load_module(const kulang *lang, const char *path)
+void *load_module(const char *path)
 {
-    const crt::path translated(lang, path);
-    if (translated.text() == nullptr) return nullptr;
-    std::string_view name = translated.text();
-    char file[crt::path::room + 32];
+    const std::string_view name = path;
+    char file[PATH_MAX + 32];
+    if (name.size() >= PATH_MAX) return nullptr;
     const std::size_t slash = name.rfind('/');
     const std::size_t base = slash == std::string_view::npos ? 0 : slash + 1;
     for (const auto &row : module_files) {
@@ -78,7 +77,7 @@ void *load_module(const kulang *lang, const char *path)
         copy_name(row.file, file + base, static_cast<std::uint32_t>(sizeof file - base));
         return dlopen(file, RTLD_NOW | RTLD_LOCAL);
     }
-    return dlopen(translated.text(), RTLD_NOW | RTLD_LOCAL);
+    return dlopen(path, RTLD_NOW | RTLD_LOCAL);
 }
 
 procedure entry_point(void *module, const char *name)

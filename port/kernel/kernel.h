@@ -8,8 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "port/locale/kulang.h"
-
 namespace ku::kernel
 {
 
@@ -30,11 +28,11 @@ std::uint64_t environment_variable(const char *name, char *buffer, std::uint64_t
 // none or it does not fit.
 std::uint32_t system_directory(char *buffer, std::uint32_t size);
 
-// Loads a module, or uses one more time what is loaded already. Single-byte
-// backslashes of the path (in language `lang`; null: bytes) mean '/', and the
-// file name that the library knows a module by becomes the one it has here. A bare name
-// is looked for where the system looks for libraries. Null on failure.
-void *load_module(const kulang *lang, const char *path);
+// Loads a module, or uses one more time what is loaded already. The path is the
+// system's: its bytes are taken as they are, but for the file name that the library
+// knows a module by, which becomes the one it has here. A bare name is looked for
+// where the system looks for libraries. Null on failure.
+void *load_module(const char *path);
 
 // A function of a module by its name; null: it has none. Cast it to what it is.
 using procedure = void (*)();

@@ -402,26 +402,25 @@ TEST(Kup, ValuesAreQuotedWhereTheReaderWouldTakeThemForSomethingElse)
 std::string nasty(dice &random, const values &pieces)
 {
     std::string result;
-    for (uint32_t n = random.below(8); n > 0; n--) {
-        const std::string &piece = pieces[random.below(static_cast<uint32_t>(pieces.size()))];
-        result += piece;
-    }
+    for (uint32_t n = random.below(8); n > 0; n--)
+        result += pieces[random.below(static_cast<uint32_t>(pieces.size()))];
     // What cannot come back: quotes in a value of several lines.
     if (result.find('\n') != std::string::npos)
         std::erase_if(result, [](char c) { return c == '"' || c == '\''; });
     return result;
 }
 
+const std::pair<const char *, values> languages[] = {
+    {"ascii", {"\xE9", "\x01"}},
+    {"iso-8859-1", {"\xE9", "\xA0", "\xDF"}},
+    {"utf8", {"\xC3\xA9", "\xE3\x80\x80", "\xF0\x9F\x98\x80", "\xC3", "\xA9"}},
+    {"sjis", {"\x95\x5C", "\x83", "\xB1", "\x81\x40"}},
+    {"euc-jp", {"\xA4\xA2", "\xA1\xA1", "\x8E\xB1", "\x8F\xB0\xA1"}},
+    {"iso-2022-kr", {"\x0E\x30\x21\x22\x22\x0F-", "\x0E\x27\x27\x30\x29\x0F+"}},
+};
+
 TEST(Kup, WhatIsSetWrittenAndReadAgainIsTheSame)
 {
-    const std::pair<const char *, values> languages[] = {
-        {"ascii", {"\xE9", "\x01"}},
-        {"iso-8859-1", {"\xE9", "\xA0", "\xDF"}},
-        {"utf8", {"\xC3\xA9", "\xE3\x80\x80", "\xF0\x9F\x98\x80", "\xC3", "\xA9"}},
-        {"sjis", {"\x95\x5C", "\x83", "\xB1", "\x81\x40"}},
-        {"euc-jp", {"\xA4\xA2", "\xA1\xA1", "\x8E\xB1"}},
-        {"iso-2022-kr", {"\x0E\x30\x21\x0F-", "\x0E\x30\x29\x30\x22\x0F+"}},
-    };
     dice random;
     for (const auto &[language, characters] : languages) {
         SCOPED_TRACE(std::string(language) + ", seed " + std::to_string(seed()));
@@ -464,13 +463,6 @@ TEST(Kup, WhatIsSetWrittenAndReadAgainIsTheSame)
 
 TEST(Kup, QuotedValuesComeBackWhereverTheLineBufferCutsThem)
 {
-    const std::pair<const char *, values> languages[] = {
-        {"ascii", {"a", " "}},
-        {"utf8", {"a ", "\xC3\xA9", "\xE3\x80\x80", "\xF0\x9F\x98\x80"}},
-        {"sjis", {"a ", "\x95\x5C", "\x83\x83", "\x81\x40"}},
-        {"euc-jp", {"a ", "\xA4\xA2", "\x8F\xB0\xA1"}},
-        {"iso-2022-kr", {"a ", "\x0E\x30\x21\x22\x22\x0F-", "\x0E\x27\x27\x0F+"}},
-    };
     dice random;
     for (const auto &[language, characters] : languages) {
         SCOPED_TRACE(std::string(language) + ", seed " + std::to_string(seed()));
@@ -479,8 +471,10 @@ TEST(Kup, QuotedValuesComeBackWhereverTheLineBufferCutsThem)
         values given;
         for (uint32_t i = 0; i < 300; i++) {
             std::string value = " ";
-            for (const uint32_t size = 1000 + random.below(1100); value.size() < size;)
-                value += characters[random.below(static_cast<uint32_t>(characters.size()))];
+            for (const uint32_t size = 1000 + random.below(1100); value.size() < size;) {
+                const uint32_t piece = random.below(static_cast<uint32_t>(characters.size()) + 1);
+                value += piece < characters.size() ? characters[piece] : "a ";
+            }
             given.push_back(value);
         }
         for (size_t at = 990; at < 1040; at++) // one quote, around the cut

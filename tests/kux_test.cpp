@@ -323,10 +323,9 @@ TEST(Kuxpr, ReleaseFunctionsMayTouchTheTable)
                 names += (slot ? " " : "") + std::to_string(ctx->kuxprlist[slot].kuxprname);
             EXPECT_EQ(names, how < 2 ? row.after[static_cast<size_t>(how)] : "1 2 3") << row.why;
             kuxdestroy(ctx);
-            const strings released = {
-                std::to_string(first.released), std::to_string(middle.released),
-                std::to_string(last.released), std::to_string(other.released)};
-            EXPECT_EQ(released, (strings{"1", "1", "1", how == 0 ? "1" : "0"})) << row.why << how;
+            const std::vector<int> released = {first.released, middle.released, last.released,
+                                               other.released};
+            EXPECT_EQ(released, (std::vector<int>{1, 1, 1, how == 0})) << row.why << how;
         }
 }
 

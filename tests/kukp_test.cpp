@@ -132,6 +132,8 @@ TEST(Kukp, AsciiTextGivesTheSameTokensInEveryLanguage)
         {"a.b .5 a.5 1. 1..10..5", "403<a> 387<.> 403<b> 404<.5> 403<a> 404<.5> 404<1.> 404<1> 373<..> 404<10> 373<..> 404<5> 0"},
         {"1.a", "0<1.a> 26"}, {"1.2.3", "0<1.2.> 26"}, {"1.5k", "0<1.5k> 26"}, {"12abc", "0<12a> 26"}, {"a!", "0<a!> 26"},
         {"12K 1E5 1e-5 2.5e+3 1e 3m", "404<12K> 404<1E5> 404<1e-5> 404<2.5e+3> 404<1e> 404<3m> 0"},
+        {"1_", "0<1_> 26"}, {"1.5$", "0<1.5$> 26"}, {"1e5#", "0<1e5#> 26"}, {"1e5e", "0<1e5e> 26"}, {"1e+k", "0<1e+k> 26"},
+        {"1k1", "0<1k1> 26"}, {"1.e5 .5m", "404<1.e5> 0<.5m> 26"}, {".5e-1..", "404<.5e-1> 373<..> 0"},
         {"1e--x", "404<1e-> 378<-> 403<x> 0"}, // the sign comes before the delimiter
         {"a ! b", "403<a> 0<!> 26"}, {"_abc", "0<_> 26"}, {"|", "0<|> 26"}, {"a$_#1(+", "403<a$_#1> 376<(> 379<+> 0"},
         {"<=>=<>^=~=||:=**!=(+)", "368<<=> 369<>=> 370<<>> 370<^=> 370<~=> 371<||> 372<:=> 374<**> 370<!=> 367<(+)> 0"},
@@ -408,236 +410,68 @@ TEST(Kukp, TheKeywordTableIsSortedCompleteAndWhatTheLexerKnows)
     EXPECT_EQ(found, known.size() * std::size(languages));
 }
 
-// ---- the machine again, slowly: one character a step, nothing passed over ----
-
-namespace
+// Three readers share the machine, and what it passes over differs among them. A token's
+// end depends on nothing before its beginning.
+TEST(Kukp, RandomTextIsCutAlikeInEveryLanguageAndFromEachTokenOn)
 {
-
-class model
-{
-public:
-    // One byte for each character; `widths` says how many bytes it has in the text.
-    model(std::string text, std::vector<uint32_t> widths, request asked)
-        : text_(std::move(text)), asked_(std::move(asked))
-    {
-        for (char &c : text_) c = static_cast<char>(tolower(c));
-        offsets_.push_back(0);
-        for (const uint32_t width : widths) offsets_.push_back(offsets_.back() + width);
-    }
-
-    std::vector<token> tokens;
-    int32_t state = 0;
-
-    void run()
-    {
-        static const int32_t inside[] = {0, 9, 11, 6, 7, 8};
-        state = inside[asked_.state];
-        if (state != 0) open(0, type_of(state));
-        for (int at = 0; at <= size(); at++) {
-            uint32_t reported = 0;
-            state = delta(at, &reported);
-            if (reported != 0) type_ = reported;
-            if (state == 0 || state == 20 || state == 21 || state == 22) continue;
-            if (state >= 1 && state <= 5) {
-                const int32_t end = state;
-                type_ = type_of(state);
-                finish(at, 0);
-                state = end;
-                return;
-            }
-            if (state == 24 || state == 25) {
-                at++;
-                state = state == 24 ? 7 : 6;
-                continue;
-            }
-            if (start_ < 0) open(at, type_);
-            if (state < 14 || state == 18 || state == 19) {
-                if (type_ == 0) type_ = type_of(state);
-                continue;
-            }
-            if (state == 26) {
-                type_ = 0;
-                if (!finish(at + 1, 0)) return;
-                continue;
-            }
-            at += 17 - state;
-            if (type_ == 0) type_ = word(at);
-            if (!finish(at, 1)) return;
-            at--;
-        }
-    }
-
-private:
-    int size() const { return static_cast<int>(text_.size()); }
-    char at(int i) const { return i < size() ? text_[static_cast<size_t>(i)] : '\0'; }
-    bool is(int i, const char *wanted) const
-    {
-        return text_.compare(static_cast<size_t>(i), strlen(wanted), wanted) == 0;
-    }
-    bool digit(int i) const { return isdigit(static_cast<unsigned char>(at(i))) != 0; }
-    // A letter from beyond ASCII is '\x80' here.
-    bool letter(int i) const
-    {
-        return isalpha(static_cast<unsigned char>(at(i))) || at(i) == '\x80';
-    }
-
-    void open(int at, uint32_t type)
-    {
-        start_ = at;
-        type_ = type;
-    }
-    static uint32_t type_of(int32_t state)
-    {
-        // clang-format off
-        static const std::map<int32_t, uint32_t> types = {{1, 394}, {3, 398}, {4, 402}, {5, 400}, {6, 397}, {7, 401}, {8, 399},
-                                                          {9, 393}, {10, 405}, {11, 395}, {12, 406}, {18, 404}, {19, 404}};
-        // clang-format on
-        const auto found = types.find(state);
-        return found == types.end() ? 0 : found->second;
-    }
-    uint32_t word(int end) const
-    {
-        if (asked_.mode == 1) return 403;
-        if (asked_.mode != 0) return 0;
-        const std::string wanted =
-            text_.substr(static_cast<size_t>(start_), static_cast<size_t>(end - start_));
-        for (const kukptb &row : kukptbkw)
-            if (wanted == row.keyp_kukptb) return row.type_kukptb;
-        return 403;
-    }
-    bool finish(int end, uint32_t action)
-    {
-        const token made = {type_, offsets_[static_cast<size_t>(start_)],
-                            offsets_[static_cast<size_t>(end)]
-                                - offsets_[static_cast<size_t>(start_)]};
-        uint32_t type = type_;
-        if (asked_.callback) action = asked_.callback(made, &type);
-        if ((action & 2) == 0) tokens.push_back({type, made.offset, made.length});
-        if ((action & 1) == 0) return false;
-        state = 0;
-        start_ = -1;
-        type_ = 0;
-        return true;
-    }
-    int special(int i, uint32_t *type) const
-    {
-        for (const kukat &entry : asked_.clients) {
-            const std::string wanted(reinterpret_cast<const char *>(entry.token_kukat),
-                                     entry.tokenl_kukat);
-            if (!wanted.empty() && is(i, wanted.c_str())) {
-                *type = entry.ttype_kukat;
-                return static_cast<int>(wanted.size());
-            }
-        }
-        for (const kukptb &entry : kukptbsp)
-            if (is(i, entry.keyp_kukptb)) {
-                *type = entry.type_kukptb;
-                return static_cast<int>(entry.leng_kukptb);
-            }
-        return 0;
-    }
-    bool delimiter(int i, bool number) const
-    {
-        uint32_t type = 0;
-        if (at(i) == 0 || isspace(at(i)) || at(i) == '\'' || at(i) == '"') return true;
-        return special(i, &type) > 0 && !(number && type == 387);
-    }
-    int32_t after(int i, bool number) const { return delimiter(i, number) ? 17 : 26; }
-
-    int32_t delta(int i, uint32_t *type) const
-    {
-        const char c = at(i);
-        switch (state) {
-        case 0: {
-            if (c == '\'') return 6;
-            if (c == '"') return 7;
-            if (is(i, "/*")) return at(i + 2) == '+' ? 10 : 9;
-            if (is(i, "--")) return at(i + 2) == '+' ? 12 : 11;
-            if (is(i, "<<")) return 8;
-            if (c == 0 || isspace(c)) return 0;
-            if (letter(i)) return 13;
-            if (digit(i)) return 18;
-            const int length = special(i, type);
-            if (length == 1 && *type == 387 && digit(i + 1)) return *type = 0, 19;
-            if (length > 3) return *type = 0, 0;
-            return length > 0 ? 17 - length : 26;
-        }
-        case 6: return is(i, "''") ? 25 : c == '\'' ? 16 : c == 0 ? 3 : 6;
-        case 7: return is(i, "\"\"") ? 24 : c == '"' ? 16 : c == 0 ? 4 : 7;
-        case 8: return is(i, ">>") ? 15 : c == 0 ? 5 : 8;
-        case 9:
-        case 10: return is(i, "*/") ? 15 : c == 0 ? 1 : state;
-        case 11:
-        case 12: return c == '\n' || c == 0 ? 17 : state;
-        case 13:
-            if (letter(i) || digit(i) || c == '$' || c == '_' || c == '#') return 13;
-            return after(i, false);
-        case 18:
-            if (digit(i)) return 18;
-            if (delimiter(i, true)) return 17;
-            return c == '.' ? 19 : c == 'e' ? 21 : c == 'k' || c == 'm' ? 22 : 26;
-        case 19: return digit(i) ? 19 : c == 'e' ? 21 : after(i, true);
-        case 21: return digit(i) || c == '+' || c == '-' ? 20 : after(i, true);
-        case 20: return digit(i) ? 20 : after(i, true);
-        default: return after(i, true);
-        }
-    }
-
-    std::string text_;
-    request asked_;
-    std::vector<uint32_t> offsets_;
-    int start_ = -1;
-    uint32_t type_ = 0;
-};
-
-} // namespace
-
-TEST(Kukp, RandomTextIsCutAsBySlowModel)
-{
-    static const struct {
-        const char *language, *letter; // a letter beyond ASCII
-    } sets[] = {{"ascii", "Q"},    {"iso-8859-1", "\xE9"}, {"utf8", "\xC3\xA9"},
-                {"sjis", "\x83|"}, {"euc-jp", "\xB4\xC1"}, {"iso-2022-kr", "Q"}};
+    const struct {
+        context ctx;
+        std::string letter; // for @; one beyond ASCII where the language has such
+    } sets[] = {{context("ascii"), "q"},         {context("iso-8859-1"), "\xE9"},
+                {context("utf8"), "\xC3\xA9"},   {context("sjis"), "\x83|"},
+                {context("euc-jp"), "\xB4\xC1"}, {context("iso-2022-kr"), "q"}};
     // clang-format off
     static constexpr const char *pieces[] = {
         "'", "'", "\"", "/", "*", "+", "-", "<", ">", "=", "!", "|", ".", ".", ":", "^", "~", "%", "(", ")", ",", " ", " ", "\n",
-        "1", "2", "e", "E", "k", "a", "_", "$", "?", "~~", "/*", "*/", "--", "''", "and", "OR", "select", "\x80"};
+        "1", "2", "e", "E", "k", "a", "_", "$", "?", "~~", "/*", "*/", "--", "''", "and", "OR", "select", "@", "@"};
     // clang-format on
     ku::test::dice dice;
-    for (const auto &set : sets) {
-        context ctx(set.language);
-        for (int round = 0; round < 4000; round++) {
-            std::string text, symbols;
-            std::vector<uint32_t> widths;
-            for (uint32_t count = dice.below(14); count > 0; count--) {
-                const std::string piece = pieces[dice.below(std::size(pieces))];
-                const bool foreign = piece == "\x80";
-                text += foreign ? set.letter : piece;
-                symbols += foreign && strlen(set.letter) == 1 && *set.letter == 'Q' ? "q" : piece;
-                if (foreign)
-                    widths.push_back(static_cast<uint32_t>(strlen(set.letter)));
-                else
-                    widths.insert(widths.end(), piece.size(), 1);
+    for (int round = 0; round < 4000; round++) {
+        std::string symbols; // a byte each; @ is the letter
+        for (uint32_t count = dice.below(14); count > 0; count--)
+            symbols += pieces[dice.below(std::size(pieces))];
+        request asked;
+        asked.mode = static_cast<int32_t>(dice.below(3));
+        asked.state = static_cast<int32_t>(dice.one_in(3) ? dice.below(6) : 0);
+        asked.weight = static_cast<int32_t>(dice.below(2));
+        if (dice.one_in(3))
+            asked.clients = {client("?", 900), client("~~", 0), client("=*?<", 901)};
+        const uint32_t salt = dice.bits();
+        if (dice.one_in(2))
+            asked.callback = [salt, n = 0u](const token &seen, uint32_t *type) mutable {
+                const uint32_t mix = (salt ^ n++) * 2654435761u;
+                if ((mix >> 9) % 4 == 0) *type = seen.type + 1000;
+                return static_cast<uint8_t>((mix >> 13) % 16 == 0 ? mix >> 24 : mix >> 24 | 1);
+            };
+        std::vector<token> first; // places are those of the symbols
+        int32_t state = 0;
+        for (const auto &set : sets) {
+            std::string text;
+            std::vector<uint32_t> places = {0};
+            for (const char symbol : symbols) {
+                text += symbol == '@' ? set.letter : std::string(1, symbol);
+                places.push_back(static_cast<uint32_t>(text.size()));
             }
-            request asked;
-            asked.mode = static_cast<int32_t>(dice.below(3));
-            asked.state = static_cast<int32_t>(dice.one_in(3) ? dice.below(6) : 0);
-            asked.weight = static_cast<int32_t>(dice.below(2));
-            if (dice.one_in(3))
-                asked.clients = {client("?", 900), client("~~", 0), client("=*?<", 901)};
-            const uint32_t salt = dice.bits();
-            if (dice.one_in(2))
-                asked.callback = [salt](const token &seen, uint32_t *type) {
-                    const uint32_t mix = (salt ^ seen.offset * 77u ^ seen.length) * 2654435761u;
-                    if ((mix >> 9) % 4 == 0) *type = seen.type + 1000;
-                    return static_cast<uint8_t>((mix >> 13) % 16 == 0 ? mix >> 24 : mix >> 24 | 1);
-                };
-            model expected(symbols, widths, asked);
-            expected.run();
-            const lexed got(ctx, text, asked);
-            ASSERT_EQ(got.tokens(), expected.tokens)
-                << set.language << " <" << text << "> seed " << ku::test::seed();
-            ASSERT_EQ(got->state_kuk, expected.state) << text;
+            SCOPED_TRACE(text + ", seed " + std::to_string(ku::test::seed()));
+            const lexed got(set.ctx, text, asked);
+            if (&set == sets) {
+                first = got.tokens();
+                state = got->state_kuk;
+            }
+            std::vector<token> expected = first;
+            for (token &each : expected) {
+                each.length = places[each.offset + each.length] - places[each.offset];
+                each.offset = places[each.offset];
+            }
+            ASSERT_EQ(got.tokens(), expected);
+            ASSERT_EQ(got->state_kuk, state);
+            request again = asked;
+            again.state = 0;
+            for (const token &each : expected) {
+                if (asked.callback || (each.offset == 0 && asked.state != 0)) continue;
+                const lexed alone(set.ctx, text.substr(each.offset), again);
+                ASSERT_EQ(alone.tokens().at(0), (token{each.type, 0, each.length}));
+            }
         }
     }
 }

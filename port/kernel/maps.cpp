@@ -133,37 +133,16 @@ answer populate(range wanted, bool to_write)
     return errno == EFAULT ? answer::no : answer::unknown;
 }
 
-// Unknown: the map allows it, or there is none; the pages themselves have the last word.
-answer ask_map(range wanted, bool to_write)
-{
-    const range whole = wanted;
-    map_reader maps;
-    mapping here;
-    bool file = false;
-    bool blind = false; // a file's pages that can be written, but not be asked by reading
-    while (maps.next(&here)) {
-        if (here.end <= wanted.first) continue;
-        if (here.begin > wanted.first) return answer::no;
-        if (to_write ? !here.writable : !here.readable) return answer::no;
-        file = file || here.file;
-        blind = blind || (here.file && !here.readable);
-        if (here.end > wanted.last) {
-            if (blind) return populate(whole, to_write);
-            return file ? answer::unknown : answer::yes;
-        }
-        wanted.first = here.end;
-    }
-    return maps.failed() ? answer::unknown : answer::no;
-}
-
-// The system reads a byte of each page; true also where it does not do so for us.
-bool ask_pages(range wanted)
+// The system reads a byte of each page; true also where it does not do so for us. Pages that
+// can be written but not read are made ready for that instead.
+bool ask_pages(range wanted, bool to_write)
 {
     constexpr std::size_t batch = 64; // pages asked for by one call
     const std::uint64_t page = page_size();
     char bytes[batch];
     iovec pages[batch];
     for (bool more = true; more;) {
+        const std::uint64_t first = wanted.first;
         std::size_t count = 0;
         while (more && count < batch) {
             pages[count++] = {address_of(wanted.first), 1};
@@ -174,10 +153,29 @@ bool ask_pages(range wanted)
         }
         iovec here = {bytes, count};
         const ssize_t moved = process_vm_readv(getpid(), &here, 1, pages, count, 0);
-        if (moved < 0) return errno != EFAULT;
-        if (moved != static_cast<ssize_t>(count)) return false;
+        if (moved < 0 && errno != EFAULT) return true;
+        if (moved != static_cast<ssize_t>(count)
+            && !(to_write && populate({first, wanted.first - 1}, true) == answer::yes))
+            return false;
     }
     return true;
+}
+
+// Unknown: there is no map.
+answer ask_map(range wanted, bool to_write)
+{
+    map_reader maps;
+    mapping here;
+    while (maps.next(&here)) {
+        if (here.end <= wanted.first) continue;
+        if (here.begin > wanted.first) return answer::no;
+        if (to_write ? !here.writable : !here.readable) return answer::no;
+        const range part = {wanted.first, std::min(here.end - 1, wanted.last)};
+        if (here.file && !ask_pages(part, to_write)) return answer::no;
+        if (part.last == wanted.last) return answer::yes;
+        wanted.first = here.end;
+    }
+    return maps.failed() ? answer::unknown : answer::no;
 }
 
 bool good(const void *address, std::size_t size, bool to_write)
@@ -188,7 +186,7 @@ bool good(const void *address, std::size_t size, bool to_write)
     const range wanted = {first, std::uint64_t{first} + (size - 1)};
     answer said = size <= short_range ? populate(wanted, to_write) : answer::unknown;
     if (said == answer::unknown) said = ask_map(wanted, to_write);
-    return said == answer::unknown ? ask_pages(wanted) : said == answer::yes;
+    return said == answer::unknown ? ask_pages(wanted, to_write) : said == answer::yes;
 }
 
 } // namespace

@@ -1,9 +1,9 @@
 // skudcd.cpp - a part of a cached long value into client memory, chunk by chunk
 //
 // Values up to one small chunk go through a buffer on the stack. For more a
-// transfer buffer is asked of the heap; when it has none, what it pushed is taken
-// off the stack again, because the file does not move with an error there, and
-// the small buffer does the work in more steps.
+// transfer buffer is asked of the heap; when it has none, what it pushed is
+// dropped, because the file does not move with an error on the stack, and the small
+// buffer does the work in more steps.
 
 #include "skudcd.h"
 
@@ -29,10 +29,8 @@ public:
     }
     void *take(uint32_t bytes)
     {
-        const ku::aside own(ctx_); // no older error makes room for what is dropped
-        const int32_t before = kuxernerrors(ctx_);
-        block_ = heap_->skuhmalloc_pfn(ctx_, heap_, bytes);
-        while (block_ == nullptr && kuxernerrors(ctx_) > before) kuxerpop(ctx_);
+        const ku::aside own(ctx_); // on a full level the heap's error would drop the oldest
+        if (own.saved()) block_ = heap_->skuhmalloc_pfn(ctx_, heap_, bytes);
         return block_;
     }
 

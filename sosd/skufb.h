@@ -21,8 +21,7 @@ struct skufb {
     uint32_t skufbnum;        /* number of that block */
     skufb *skufbnext;         /* next in the hash chain or on the free list */
     unsigned char *skufbdata; /* data area of 4096 bytes; dynamic cache: null while free. Blocks
-                                 of scratch files may be in it in part, and behind
-                                 what skufbwrite wrote: read them by skufvgptr */
+                                 of scratch files may be in it in part: read them by skufvgptr */
     uint8_t skufbflags;       /* SKUFB_DIRTY or 0 */
 };
 
@@ -35,7 +34,9 @@ struct skufb {
 KU_API uint32_t skufbread(kux *ctx, void *cache, skufo *file, uint32_t block, void *buffer);
 
 /*
- * Writes a block of a raw file from 4096 bytes. The file grows by whole blocks.
+ * Writes a block of a raw file from 4096 bytes. The file grows by whole blocks. A buffer that
+ * holds the block is behind then, in all its bytes or in some: do not write a raw file
+ * that is read through a cache.
  *   cache  not looked at
  * Returns 0, SKUFA_NULL, SKUFA_SEEK (a block past 4 GiB, too) or SKUFA_WRITE;
  * after a failure part of the block may be written.

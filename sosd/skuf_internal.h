@@ -50,7 +50,8 @@ bool skufneedsseparator(kux *ctx, char *directory);
 char *skufcopy(kux *ctx, const char *text);
 
 // The address of a raw file's block in memory; null: it is reached by descriptor.
-// Never null for a block that a buffer holds in part.
+// Never null for a block that a buffer holds in part, but when the raw file was closed under
+// its virtual file and is null: what is not here is lost then.
 const unsigned char *skufbmapped(const skufo *file, uint32_t block, bool held);
 
 // Brings the rest of a buffer's block into its data area.

@@ -18,6 +18,7 @@ static uint64_t skufboffset(uint32_t block) { return uint64_t{block} * SKUF_BLOC
 
 const unsigned char *skufbmapped(const skufo *file, uint32_t block, bool held)
 {
+    if (file == nullptr) return nullptr;
     return crt::scratch_at(file->skufoscratch, skufboffset(block), SKUF_BLOCK,
                            held ? crt::purpose::again : crt::purpose::load);
 }
@@ -85,8 +86,10 @@ void skufbfill(const skuf *cache, const skufb *buffer)
     skufpart *part = skufpartof(cache, buffer);
     if (skufwhole(part)) return;
     const unsigned char *block = skufbmapped(buffer->skufbfile->skufvid, buffer->skufbnum, true);
-    std::memcpy(buffer->skufbdata, block, part->from);
-    std::memcpy(buffer->skufbdata + part->to, block + part->to, SKUF_BLOCK - part->to);
+    if (block != nullptr) {
+        std::memcpy(buffer->skufbdata, block, part->from);
+        std::memcpy(buffer->skufbdata + part->to, block + part->to, SKUF_BLOCK - part->to);
+    }
     *part = {0, SKUF_BLOCK};
 }
 
@@ -94,7 +97,8 @@ uint32_t skufbstore(kux *ctx, skuf *cache, const skufb *buffer)
 {
     const skufpart *part = skufpartof(cache, buffer);
     skufo *file = buffer->skufbfile->skufvid;
-    if (skufwhole(part)) return skufbwrite(ctx, cache, file, buffer->skufbnum, buffer->skufbdata);
+    if (file == nullptr || skufwhole(part))
+        return skufbwrite(ctx, cache, file, buffer->skufbnum, buffer->skufbdata);
     return skufbstorepart(ctx, file, buffer->skufbnum, buffer->skufbdata, part->from, part->to);
 }
 

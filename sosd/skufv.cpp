@@ -146,7 +146,7 @@ static bool skufvload(kux *ctx, skuf *cache, skufb *buffer)
         if (buffer->skufbdata == nullptr) return false;
     }
     if (!written) return true;
-    if (file->skufvid != nullptr && skufbmapped(file->skufvid, block, false) != nullptr) {
+    if (skufbmapped(file->skufvid, block, false) != nullptr) {
         *skufpartof(cache, buffer) = {0, 0};
         return true;
     }
@@ -221,7 +221,7 @@ static const unsigned char *skufvat(const skuf *cache, const skufb *held, uint32
         else
             skufbfill(cache, held);
     }
-    return from + offset;
+    return (from != nullptr ? from : held->skufbdata) + offset;
 }
 
 // The buffer of a block for a move. Null, with the code that stops the move: any that is on

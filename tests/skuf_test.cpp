@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kuguard.h"
@@ -357,11 +358,6 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
     file->skufvname = nullptr;
     skufvclose(ctx, cache, file);
     EXPECT_EQ(errors(), " 4") << "a temporary file without a name";
-    file = opened(dir.path("kept"), SKUF_SCRATCH);
-    skufoclose(ctx, static_cast<skufo *>(std::exchange(file->skufvid, nullptr)));
-    skufvclose(ctx, cache, file);
-    EXPECT_EQ(errors(), " 4") << "closed under it";
-    EXPECT_TRUE(dir.has("kept"));
 }
 
 // Fills blocks from 0 on with their numbers, as often as a scratch file needs to be mapped.
@@ -407,6 +403,24 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         skufvclose(ctx, cache, file);
         EXPECT_EQ(faults.made("unmap"), 1 - row.reads);
     }
+}
+
+TEST_F(Skuf, AFileThatWasClosedUnderItsOwnerIsNotReachedAndStays)
+{
+    seem_on(EXT4_SUPER_MAGIC);
+    skufv *file = opened(dir.path("kept"), SKUF_SCRATCH);
+    ASSERT_EQ(write_much(ctx, cache, file, 100), 0u);
+    unsigned char byte = 0;
+    for (const char direction : {SKUFV_GET, SKUFV_PUT}) // blocks that are here in part
+        EXPECT_EQ(move(ctx, cache, file, (50 + direction) * 4096, &byte, 1, direction), 0u);
+    skufoclose(ctx, std::exchange(file->skufvid, nullptr));
+    EXPECT_EQ(move(ctx, cache, file, 50 * 4096, &byte, 1, SKUFV_GET), 0u);
+    EXPECT_EQ(skufvgptr(ctx, cache, file, 52), nullptr) << "51 cannot be written";
+    for (const uint32_t block : {50u, 51u}) EXPECT_NE(skufvgptr(ctx, cache, file, block), nullptr);
+    EXPECT_EQ(skufbdclear(ctx, cache, file), 0u);
+    skufvclose(ctx, cache, file);
+    EXPECT_EQ(errors(), " 21 4");
+    EXPECT_TRUE(dir.has("kept"));
 }
 
 // Bytes of files that are resident in this process.

@@ -691,16 +691,19 @@ bool kupbnp(kupfs &parser)
     kux *ctx = parser.kupfsctx->kupctscx;
     if (parser.kupfsmer != 0) return true;
     kuxhandle entry = ctx->kuxrmalloc(ctx, sizeof(kuppf));
+    if (entry == nullptr) {
+        parser.kupfsmer = 1;
+        return true;
+    }
     void *list = kuptarget(parser);
     const bool named = parser.kupfsprf != nullptr;
-    if (entry != nullptr && (!named || list == nullptr)) {
+    if (!named || list == nullptr) {
         kupfree(ctx, entry);
         kupdropparts(parser);
         return named;
     }
-    if (entry != nullptr) kupcheckorder(parser, list);
-    if (entry == nullptr
-        || !kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
+    kupcheckorder(parser, list);
+    if (!kupstoreentry(ctx, entry, {parser.kupfsprd, parser.kupfsprf, parser.kupfsval})
         || !kupappend(ctx, list, entry)) {
         kupfree(ctx, entry); // the parts stay the parser's
         parser.kupfsmer = 1;

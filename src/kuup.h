@@ -168,7 +168,8 @@ KU_API signed char kuuplequal(kux *ctx, void *kuupl1h, void *kuupl2h, kuupequalf
  *
  * Every token is a name or value as it is written, a string with its quotes; so
  * are punctuation marks and comments. A null text, or one with erroneous text in
- * it, has no tokens.
+ * it, has no tokens. A name to get or remove that cannot be hashed counts as
+ * absent, with KUUPA_NOHASH pushed.
  */
 
 /*

@@ -72,7 +72,8 @@ TEST(Kuu, FieldsAreSetAndReadToALengthThatTheTextHasOrStayAsTheyWere)
     } rows[] = {{"-", "abcdef", none, 6, "abcdef"}, {"-", "abcdef", 3, 3, "abc"},
                 {"-", "abcdef", 6, 6, "abcdef"},    {"-", "abcdef", 10, 6, "abcdef"},
                 {"-", "abcdef", 0, 0, ""},          {"xy", "abcdef", none, 6, "abcdef"},
-                {"xy", "abcdef", 2, 2, "ab"},       {"longer", "abc", none, 3, "abc"}};
+                {"xy", "abcdef", 2, 2, "ab"},       {"xy", "abcdef", 3, 3, "abc"},
+                {"longer", "abc", none, 3, "abc"}};
     for (const auto &row : rows) {
         for (int run = 0; run < 24; run++) {
             SCOPED_TRACE(row.after + std::string(" run ") + std::to_string(run));

@@ -113,17 +113,17 @@ static kuv *kuvmake(kux *ctx, const kuva *attrs)
 {
     uint8_t count = kuvgiven(attrs, KUVA_NUMSEGS) ? attrs->numsegments_kuva : kuv_segments;
     if (count == 0) count = kuv_segments;
-    const uint64_t headers = uint64_t{count} * sizeof(kuvsh);
-    const uint64_t size = sizeof(kuv) + sizeof(kuvown) + headers + vm::bins_bytes(count);
+    const uint64_t each = sizeof(uint64_t) + sizeof(kuvsh) + vm::bins_bytes;
+    const uint64_t size = sizeof(kuv) + sizeof(kuvown) + count * each;
     auto *block = static_cast<unsigned char *>(kuxnlalloc(ctx, static_cast<uint32_t>(size)));
     if (block == nullptr) return nullptr;
     std::memset(block, 0, size);
 
     auto *memory = reinterpret_cast<kuv *>(block);
-    memory->own_kuv = reinterpret_cast<kuvown *>(block + sizeof(kuv));
-    unsigned char *bins = block + sizeof(kuv) + sizeof(kuvown);
-    memory->own_kuv->bins = reinterpret_cast<kuvbins *>(bins);
-    memory->segs_kuv = reinterpret_cast<kuvsh *>(bins + vm::bins_bytes(count));
+    memory->own_kuv = reinterpret_cast<kuvown *>(memory + 1);
+    memory->own_kuv->filled = reinterpret_cast<uint64_t *>(memory->own_kuv + 1);
+    memory->segs_kuv = reinterpret_cast<kuvsh *>(memory->own_kuv->filled + count);
+    memory->own_kuv->bins = reinterpret_cast<kuvbins *>(memory->segs_kuv + count);
     memory->own_kuv->pages = memory->own_kuv->some;
     memory->own_kuv->room = kuvown::first_room;
     memory->own_kuv->lowest = 1;
@@ -193,6 +193,7 @@ static void kuvempty(kuv *memory, kuxnmfreefn release)
             ctx->kuxnmfree(ctx, memory->segs_kuv[i].fmad_kuvsh);
         memory->segs_kuv[i] = kuvsh{};
     }
+    own->opened = 0;
     for (kuvmh *page = memory->mphead_kuv; page != nullptr;) {
         for (int i = 0; memory->softvirt_kuv == 0 && i < memory->mpcount_kuv; i++) {
             const kuvcl *cell = page->mplist_kuvmh + i;
@@ -355,23 +356,17 @@ void *kuvalloc(kuv *memory, uint32_t size)
     return kuvscrambled(memory, cell) ? cell : nullptr;
 }
 
-// A dereference that is not of an object in memory.
-static void *kuvbringin(kuv *memory, kuvcl *cell)
+void *(kuvderef)(kuv *memory, void *handle)
 {
+    kuvcl *cell = kuvcell(handle);
+    if (cell != nullptr && (cell->flags_kuvcl & KUV_RESIDENT) != 0)
+        return cell->dataptr_kuvcl.maddress;
     if (memory == nullptr) return nullptr;
     if (cell == nullptr || cell->refcount_kuvcl == 0) return refuse(memory, KUVAA_FAILED);
     const bool scrambles = memory->softvirt_kuv != 0 && memory->scmb_kuv != 0;
     if ((scrambles && kuvpscramble(memory) != 0) || !vm::swap_in(memory, cell))
         return refuse(memory, KUVAA_FAILED);
     return cell->dataptr_kuvcl.maddress;
-}
-
-void *kuvderef(kuv *memory, void *handle)
-{
-    kuvcl *cell = kuvcell(handle);
-    if (cell != nullptr && (cell->flags_kuvcl & KUV_RESIDENT) != 0)
-        return cell->dataptr_kuvcl.maddress;
-    return kuvbringin(memory, cell);
 }
 
 void *kuvlock(kuv *memory, void *handle)

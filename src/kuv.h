@@ -246,6 +246,15 @@ KU_API void *kuvunlock(kuv *memory, void *handle);
 /* The object's bytes, valid until the next operation on the context; or null, KUVAA_FAILED pushed. */
 KU_API void *kuvderef(kuv *memory, void *handle);
 
+/* A call of kuvderef reads the cell itself: only what is not in memory costs a call. */
+static inline void *kuvderefhere(kuv *memory, void *handle)
+{
+    const kuvcl *cell = (const kuvcl *)handle;
+    if (cell != 0 && (cell->flags_kuvcl & KUV_RESIDENT) != 0) return cell->dataptr_kuvcl.maddress;
+    return kuvderef(memory, handle);
+}
+#define kuvderef(memory, handle) kuvderefhere(memory, handle)
+
 /*
  * Swaps an object out. Nothing happens when it is locked or out already, or without swapping. A
  * failure pushes KUVAA_FAILED and leaves it in memory. Returns null.

@@ -30,7 +30,9 @@ struct kuvown {
     std::uint32_t npages;    // how many there are
     std::uint32_t room;      // pages there is room for
     std::uint32_t lowest;    // no cell with a lower number has its bytes in memory
+    std::uint64_t *filled;   // for each segment: bit b: its bin b is not empty
     int shift;               // mpcount_kuv is 2 to that power; below 0: it is no power of 2
+    int opened;              // segments that have memory: the first ones
     kuvbins *bins;           // one for each segment
     kuvmh *some[first_room]; // `pages` while they are few
 };
@@ -120,8 +122,8 @@ inline kuvfrdef *detach(kuvcl *cell)
 // Pushes a code.
 std::nullptr_t refuse(const kuv *memory, std::uint32_t code);
 
-// Bytes of the bins of `nsegments` segments.
-std::uint64_t bins_bytes(std::uint32_t nsegments);
+// Bytes of a segment's bins.
+extern const std::uint32_t bins_bytes;
 
 // Makes a fresh swap file in path_kuv; null, with a code where there is one.
 void *open_file(const kuv *memory);

@@ -11,7 +11,7 @@
 // header: its predecessor is in the front mark of what follows it.
 //
 // Bins find the place of a size on the list: each has the first block of a range of
-// sizes, of one size each up to 128 bytes, of half a power of two above. So blocks
+// sizes, of one size each up to 256 bytes, of half a power of two above. So blocks
 // are found, added and taken off in a few steps, however long the list is.
 //
 // Who takes a block off its list owns it until it is attached to a cell or given
@@ -45,8 +45,8 @@ using ku::vm::reference_to;
 using ku::vm::refuse;
 namespace vm = ku::vm;
 
-static constexpr uint32_t kuvp_exact = 128;      // largest size with a bin of its own
-static constexpr uint32_t kuvp_bins = 40;        // the last also takes all larger sizes
+static constexpr uint32_t kuvp_exact = 256;      // largest size with a bin of its own
+static constexpr uint32_t kuvp_bins = 48;        // the last also takes all larger sizes
 static constexpr uint32_t kuvp_percents = 100;   // of the segments' memory
 static constexpr uint32_t kuvp_shrink = 8;       // the limit is halved below 1/8
 static constexpr uint32_t kuvp_first = 1;        // offset of the first block in a swap file
@@ -54,7 +54,6 @@ static constexpr uint32_t kuvp_longest = 4096;   // bytes of a name that the sys
 static constexpr uint64_t kuvp_end = UINT32_MAX; // an offset in a swap file, at most
 
 struct kuvbins {
-    uint64_t filled;           // bit b: bin b is not empty
     uint32_t last;             // reference of the last block on the list
     uint32_t first[kuvp_bins]; // references of the first block of each filled bin
 };
@@ -67,13 +66,15 @@ struct kuvparea {
     kuv *memory;
     kuvsh &head;
     kuvbins &bins;
+    uint64_t &filled;
 };
 
 } // namespace
 
 static kuvparea kuvpareaof(kuv *memory, int segment)
 {
-    return {memory, memory->segs_kuv[segment], memory->own_kuv->bins[segment]};
+    kuvown *own = memory->own_kuv;
+    return {memory, memory->segs_kuv[segment], own->bins[segment], own->filled[segment]};
 }
 
 std::nullptr_t vm::refuse(const kuv *memory, uint32_t code)
@@ -82,7 +83,7 @@ std::nullptr_t vm::refuse(const kuv *memory, uint32_t code)
     return nullptr;
 }
 
-uint64_t vm::bins_bytes(uint32_t nsegments) { return uint64_t{nsegments} * sizeof(kuvbins); }
+const uint32_t vm::bins_bytes = sizeof(kuvbins);
 
 // ---- free lists ----
 
@@ -96,7 +97,7 @@ static void kuvpresize(kuvfrdef *block, uint32_t size)
     block->size_kuvfr = static_cast<int32_t>(size);
 }
 
-static uint32_t kuvpbin(uint32_t size)
+[[gnu::always_inline]] static inline uint32_t kuvpbin(uint32_t size)
 {
     if (size <= kuvp_exact) return size / vm::unit - 1;
     const auto power = static_cast<uint32_t>(std::bit_width(size) - 1);
@@ -114,14 +115,22 @@ static kuvfrdef *kuvpnext(const kuvparea &area, const kuvfrdef *block)
 }
 
 // Where what is known of the block in front is kept; null: a free block does not know.
-static uint32_t *kuvpfront(const kuv *memory, kuvfrdef *block)
+[[gnu::always_inline]] static inline uint32_t *kuvpfront(const kuv *memory, kuvfrdef *block)
 {
     if (block->size_kuvfr < 0) return nullptr;
     return vm::is_owned(block) ? &address_of(memory, block->ptr_kuvfr)->mate_kuvcl
                                : &block->ptr_kuvfr;
 }
 
-static kuvfrdef *kuvpprevious(const kuvparea &area, kuvfrdef *block)
+// Tells what follows a block.
+[[gnu::always_inline]] static inline void kuvpmark(const kuvparea &area, kuvfrdef *block,
+                                                   uint32_t mark)
+{
+    if (uint32_t *front = kuvpfront(area.memory, next_in_memory(block)); front != nullptr)
+        *front = mark;
+}
+
+[[gnu::always_inline]] static inline kuvfrdef *kuvpprevious(const kuvparea &area, kuvfrdef *block)
 {
     if (kuvpsize(block) > vm::unit) return address_of(area.head, kuvptail(block)->ptr_kuvfr);
     const uint32_t *front = kuvpfront(area.memory, next_in_memory(block));
@@ -134,20 +143,21 @@ static kuvfrdef *kuvpprevious(const kuvparea &area, kuvfrdef *block)
     return before;
 }
 
-static void kuvpsetprevious(const kuvparea &area, kuvfrdef *block, kuvfrdef *previous)
+[[gnu::always_inline]] static inline void kuvpsetprevious(const kuvparea &area, kuvfrdef *block,
+                                                          kuvfrdef *previous)
 {
     const uint32_t reference = reference_to(area.head, previous);
     if (kuvpsize(block) > vm::unit)
         kuvptail(block)->ptr_kuvfr = reference;
-    else if (uint32_t *front = kuvpfront(area.memory, next_in_memory(block)); front != nullptr)
-        *front = vm::free_in_front | reference;
+    else
+        kuvpmark(area, block, vm::free_in_front | reference);
 }
 
 // The first block on the list with at least so many bytes.
-static kuvfrdef *kuvpfit(const kuvparea &area, uint32_t size)
+[[gnu::always_inline]] static inline kuvfrdef *kuvpfit(const kuvparea &area, uint32_t size)
 {
     const uint32_t bin = kuvpbin(size);
-    const uint64_t filled = area.bins.filled >> bin;
+    const uint64_t filled = area.filled >> bin;
     if (filled == 0) return nullptr;
     // In a filled bin of several sizes the search may go on into the next.
     kuvfrdef *block = address_of(area.head, area.bins.first[bin + std::countr_zero(filled)]);
@@ -155,8 +165,9 @@ static kuvfrdef *kuvpfit(const kuvparea &area, uint32_t size)
     return block;
 }
 
-// Puts a block of so many bytes on the list.
-static void kuvplink(const kuvparea &area, kuvfrdef *block, uint32_t size)
+// Puts a block of so many bytes on the list. `marked`: what follows knows that it is free.
+[[gnu::always_inline]] static inline void kuvplink(const kuvparea &area, kuvfrdef *block,
+                                                   uint32_t size, bool marked)
 {
     kuvsh &head = area.head;
     const uint32_t reference = reference_to(head, block);
@@ -168,8 +179,7 @@ static void kuvplink(const kuvparea &area, kuvfrdef *block, uint32_t size)
     block->size_kuvfr = -block->size_kuvfr;
     block->ptr_kuvfr = reference_to(head, next);
     if (size > vm::unit) kuvpresize(kuvptail(block), size);
-    if (uint32_t *front = kuvpfront(area.memory, next_in_memory(block)); front != nullptr)
-        *front = vm::free_in_front;
+    if (!marked) kuvpmark(area, block, vm::free_in_front);
     kuvpsetprevious(area, block, previous);
     if (previous == nullptr)
         head.fmls_kuvsh = block;
@@ -180,26 +190,28 @@ static void kuvplink(const kuvparea &area, kuvfrdef *block, uint32_t size)
     else
         kuvpsetprevious(area, next, block);
 
+    // The first of its bin: the bin was empty, or what follows was it. No branch: it would be
+    // guessed wrong as often as right.
     const uint32_t bin = kuvpbin(size);
-    const uint64_t bit = uint64_t{1} << bin;
-    if ((area.bins.filled & bit) == 0 || area.bins.first[bin] == block->ptr_kuvfr)
-        area.bins.first[bin] = reference;
-    area.bins.filled |= bit;
+    uint32_t &first = area.bins.first[bin];
+    const bool empty = (area.filled >> bin & 1) == 0;
+    first = (int{empty} | int{first == block->ptr_kuvfr}) != 0 ? reference : first;
+    area.filled |= uint64_t{1} << bin;
 }
 
-// Takes a block off the list; its size becomes positive.
-static void kuvpunlink(const kuvparea &area, kuvfrdef *block)
+// Takes a block off the list, its size becomes positive; what follows still counts it as free.
+[[gnu::always_inline]] static inline void kuvpunlink(const kuvparea &area, kuvfrdef *block)
 {
     kuvsh &head = area.head;
     kuvfrdef *next = kuvpnext(area, block);
     kuvfrdef *previous = block == head.fmls_kuvsh ? nullptr : kuvpprevious(area, block);
+    // As above: the next one may become first of the bin; or it is empty, whatever first says.
     const uint32_t bin = kuvpbin(kuvpsize(block));
-    if (area.bins.first[bin] == reference_to(head, block)) {
-        if (next != nullptr && kuvpbin(kuvpsize(next)) == bin)
-            area.bins.first[bin] = block->ptr_kuvfr;
-        else
-            area.bins.filled &= ~(uint64_t{1} << bin);
-    }
+    uint32_t &first = area.bins.first[bin];
+    const bool was_first = first == reference_to(head, block);
+    const bool ends = next == nullptr || kuvpbin(kuvpsize(next)) != bin;
+    first = was_first ? block->ptr_kuvfr : first;
+    area.filled &= ~(uint64_t{(int{was_first} & int{ends}) != 0} << bin);
     if (previous == nullptr)
         head.fmls_kuvsh = next;
     else
@@ -210,13 +222,18 @@ static void kuvpunlink(const kuvparea &area, kuvfrdef *block)
         kuvpsetprevious(area, next, previous);
     block->size_kuvfr = -block->size_kuvfr;
     block->ptr_kuvfr = 0;
-    if (uint32_t *front = kuvpfront(area.memory, next_in_memory(block)); front != nullptr)
-        *front = 0;
     head.curfree_kuvsh--;
     area.memory->curfree_kuv--;
 }
 
-static void kuvpcount(const kuvparea &area)
+// The same for good: what follows learns it.
+static void kuvpremove(const kuvparea &area, kuvfrdef *block)
+{
+    kuvpunlink(area, block);
+    kuvpmark(area, block, 0);
+}
+
+[[gnu::always_inline]] static inline void kuvpcount(const kuvparea &area)
 {
     const int32_t in_segment = ++area.head.curfree_kuvsh;
     const int32_t in_all = ++area.memory->curfree_kuv;
@@ -228,7 +245,7 @@ void kuvpfradd(kuv *memory, int16_t segment, kuvfrdef *block)
 {
     const kuvparea area = kuvpareaof(memory, segment);
     kuvpcount(area);
-    kuvplink(area, block, kuvpsize(block));
+    kuvplink(area, block, kuvpsize(block), false);
 }
 
 kuvfrdef *kuvpfrdelete(kuv *memory, int16_t segment, kuvfrdef *goal)
@@ -236,7 +253,7 @@ kuvfrdef *kuvpfrdelete(kuv *memory, int16_t segment, kuvfrdef *goal)
     const kuvparea area = kuvpareaof(memory, segment);
     for (kuvfrdef *each = area.head.fmls_kuvsh; each != nullptr; each = kuvpnext(area, each))
         if (each == goal) {
-            kuvpunlink(area, goal);
+            kuvpremove(area, goal);
             return goal;
         }
     return nullptr;
@@ -252,8 +269,8 @@ void kuvpcoalesce(kuv *memory, int16_t segment)
             block = kuvpnext(area, block);
             continue;
         }
-        kuvpunlink(area, block);
-        kuvpunlink(area, neighbour);
+        kuvpremove(area, block);
+        kuvpremove(area, neighbour);
         kuvpresize(block, kuvpsize(block) + kuvpsize(neighbour));
         kuvpfradd(memory, segment, block);
         block = area.head.fmls_kuvsh;
@@ -271,7 +288,8 @@ uint32_t kuvputmem(kuv *memory, kuvfrdef *block, int16_t segment)
     kuvpcount(area);
     uint32_t size = kuvpsize(block);
     kuvfrdef *behind = next_in_memory(block);
-    if (behind->size_kuvfr < 0) {
+    const bool joins = behind->size_kuvfr < 0;
+    if (joins) {
         size += kuvpsize(behind);
         kuvpunlink(area, behind);
     }
@@ -283,7 +301,7 @@ uint32_t kuvputmem(kuv *memory, kuvfrdef *block, int16_t segment)
         kuvpunlink(area, front);
         block = front;
     }
-    kuvplink(area, block, size);
+    kuvplink(area, block, size, joins);
     return 0;
 }
 
@@ -298,32 +316,54 @@ static kuvfrdef *kuvpopen(const kuvparea &area)
     if (bytes == nullptr) return nullptr;
     area.head = kuvsh{};
     area.bins = kuvbins{};
+    area.filled = 0;
+    memory->own_kuv->opened++;
     kuvfrdef *block = area.head.fmad_kuvsh = vm::block_at(bytes);
     area.head.lmad_kuvsh = vm::block_at(bytes + memory->size_kuv + KUVP_HEADER);
-    *(area.head.lmad_kuvsh - 1) = {0, 0};
+    *(area.head.lmad_kuvsh - 1) = {vm::free_in_front, 0};
     block->ptr_kuvfr = 0;
     kuvpresize(block, memory->size_kuv);
     return block;
 }
 
-// A free block of at least so many bytes, off its list; null: no segment has one, or
+// Cuts a block that was free, or a whole segment, to size; the rest becomes free.
+static void kuvpcut(const kuvparea &area, kuvfrdef *block, uint32_t size)
+{
+    const uint32_t rest = kuvpsize(block) - size;
+    if (rest == 0) {
+        kuvpmark(area, block, 0);
+        return;
+    }
+    kuvpresize(block, size);
+    kuvpcount(area);
+    kuvfrdef *cut = next_in_memory(block);
+    kuvpresize(cut, rest); // no other free block is beside it, and what follows knows one
+    kuvplink(area, cut, rest, true);
+}
+
+// A free block of so many bytes, off its list; null: no segment has one, or
 // (*failed) one could not get its memory.
 static kuvfrdef *kuvpfind(kuv *memory, uint32_t size, bool *failed)
 {
-    for (int16_t segment = 0; segment < memory->numsegs_kuv; segment++) {
-        memory->lastseg_kuv = segment;
+    const kuvown *own = memory->own_kuv;
+    const uint32_t bin = kuvpbin(size);
+    for (int segment = 0; segment < own->opened; segment++) {
+        memory->lastseg_kuv = static_cast<int16_t>(segment);
+        if (own->filled[segment] >> bin == 0) continue;
         const kuvparea area = kuvpareaof(memory, segment);
-        if (area.head.fmad_kuvsh == nullptr && size <= memory->size_kuv) {
-            kuvfrdef *block = kuvpopen(area);
-            *failed = block == nullptr;
-            return block;
-        }
         kuvfrdef *block = kuvpfit(area, size);
         if (block == nullptr) continue;
         kuvpunlink(area, block);
+        kuvpcut(area, block, size);
         return block;
     }
-    return nullptr;
+    if (own->opened == memory->numsegs_kuv || size > memory->size_kuv) return nullptr;
+    memory->lastseg_kuv = static_cast<int16_t>(own->opened);
+    const kuvparea area = kuvpareaof(memory, own->opened);
+    kuvfrdef *block = kuvpopen(area);
+    *failed = block == nullptr;
+    if (block != nullptr) kuvpcut(area, block, size);
+    return block;
 }
 
 static kuvfrdef *kuvpheap(const kuv *memory, uint32_t size)
@@ -342,15 +382,15 @@ kuvfrdef *kuvpgetmem(kuv *memory, uint32_t size)
     bool failed = false;
     kuvfrdef *block = kuvpfind(memory, size, &failed);
     if (failed) return nullptr;
-    if (block == nullptr) block = kuvpswapout(memory, size - KUVP_HEADER);
-    if (block == nullptr) return refuse(memory, KUVAA_FAILED);
-
-    if (const uint32_t rest = kuvpsize(block) - size; rest != 0) {
-        kuvpresize(block, size);
-        kuvfrdef *cut = next_in_memory(block);
-        cut->ptr_kuvfr = 0;
-        kuvpresize(cut, rest);
-        kuvputmem(memory, cut, memory->lastseg_kuv);
+    if (block == nullptr) {
+        block = kuvpswapout(memory, size - KUVP_HEADER);
+        if (block == nullptr) return refuse(memory, KUVAA_FAILED);
+        if (const uint32_t rest = kuvpsize(block) - size; rest != 0) {
+            kuvpresize(block, size);
+            kuvfrdef *cut = next_in_memory(block);
+            *cut = {0, static_cast<int32_t>(rest)};
+            kuvputmem(memory, cut, memory->lastseg_kuv);
+        }
     }
     std::memset(block + 1, 0, size - KUVP_HEADER);
     return block;
@@ -369,7 +409,7 @@ static bool kuvpmovable(const kuv *memory, const kuvfrdef *block)
 static kuvfrdef *kuvptake(kuv *memory, int16_t segment, kuvfrdef *block)
 {
     if (block->size_kuvfr > 0) return kuvpwrite(memory, address_of(memory, block->ptr_kuvfr));
-    kuvpunlink(kuvpareaof(memory, segment), block);
+    kuvpremove(kuvpareaof(memory, segment), block);
     return block;
 }
 

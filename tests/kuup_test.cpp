@@ -75,30 +75,17 @@ TEST(Kuup, BucketsAreAsManyAsAskedForOrAPrimeAndNamesHashIntoThem)
     EXPECT_EQ(kuuplcreate(ctx, 3, nullptr), nullptr);
     EXPECT_ERRORS(ctx, {"kuupa 1"});
 
-    static constexpr int32_t primes[][2] = {{0, 1},
-                                            {1, 3},
-                                            {3, 7},
-                                            {12, 29},
-                                            {64, 131},
-                                            {100, 211},
-                                            {1073741822, INT32_MAX},
-                                            {INT32_MAX, INT32_MAX}};
-    for (const auto &[seed, prime] : primes) EXPECT_EQ(kuupzprime(ctx, seed), prime) << seed;
+    static constexpr int32_t seeds[] = {0, 1, 3, 12, 64, 100, 1073741822, INT32_MAX};
+    static constexpr int32_t primes[] = {1, 3, 7, 29, 131, 211, INT32_MAX, INT32_MAX};
+    for (int i = 0; i < 8; i++) EXPECT_EQ(kuupzprime(ctx, seeds[i]), primes[i]);
 
-    static constexpr struct {
-        const char *name;
-        int32_t buckets, bucket;
-    } hashes[] = {// bytes have no sign, and products no 32 bits
-                  {"abc", 37, 28},
-                  {"name", 37, 19},
-                  {"", 37, 0},
-                  {"abc", 1, 0},
-                  {"abc", 0, -1},
-                  {nullptr, 37, -1},
-                  {"\xff\xff", 1000, 190},
-                  {"zzzzzzzzzzzz", INT32_MAX, 1665805127}};
-    for (const auto &row : hashes)
-        EXPECT_EQ(kuupzhash(ctx, row.name, row.buckets), row.bucket) << row.buckets;
+    EXPECT_EQ(kuupzhash(ctx, "abc", 37), 28);
+    EXPECT_EQ(kuupzhash(ctx, "name", 37), 19);
+    EXPECT_EQ(kuupzhash(ctx, "", 37), 0);
+    EXPECT_EQ(kuupzhash(ctx, "abc", 0), -1);
+    EXPECT_EQ(kuupzhash(ctx, nullptr, 37), -1);
+    EXPECT_EQ(kuupzhash(ctx, "\xff\xff", 1000), 190);                     // bytes have no sign
+    EXPECT_EQ(kuupzhash(ctx, "zzzzzzzzzzzzzzzz", INT32_MAX), 1999345822); // nor products 32 bits
 }
 
 TEST(Kuup, ANameThatCannotBeHashedIsRefusedEverywhere)

@@ -246,11 +246,18 @@ KU_API void *kuvunlock(kuv *memory, void *handle);
 /* The object's bytes, valid until the next operation on the context; or null, KUVAA_FAILED pushed. */
 KU_API void *kuvderef(kuv *memory, void *handle);
 
+/* The cell of a handle. */
+#ifdef __cplusplus
+#define KUV_CELL(handle) (static_cast<kuvcl *>(handle))
+#else
+#define KUV_CELL(handle) ((kuvcl *)(handle))
+#endif
+
 /* A call of kuvderef reads the cell itself: only what is not in memory costs a call. */
 static inline void *kuvderefhere(kuv *memory, void *handle)
 {
-    const kuvcl *cell = (const kuvcl *)handle;
-    if (cell != 0 && (cell->flags_kuvcl & KUV_RESIDENT) != 0) return cell->dataptr_kuvcl.maddress;
+    if (handle && (KUV_CELL(handle)->flags_kuvcl & KUV_RESIDENT) != 0)
+        return KUV_CELL(handle)->dataptr_kuvcl.maddress;
     return kuvderef(memory, handle);
 }
 #define kuvderef(memory, handle) kuvderefhere(memory, handle)

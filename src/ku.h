@@ -54,6 +54,12 @@
 #include "kuup.h"
 #include "kuuq.h"
 
+/* search, wildcards, templates */
+#include "kui.h"
+#include "kuum.h"
+#include "kuus.h"
+#include "kuussb.h"
+
 /* virtual memory */
 #include "kuv.h"
 #include "kuvp.h"
@@ -78,6 +84,8 @@
 
 /* settings and command lines */
 #include "kucl.h"
+#include "kuel.h"
+#include "kuep.h"
 #include "kup.h"
 
 #endif

@@ -312,6 +312,51 @@ static const char *use_command_line(kux *ctx, const char *directory)
     return NULL;
 }
 
+static unsigned char next_character(kux *ctx, void *text)
+{
+    const char **at = text;
+    (void)ctx;
+    return **at != 0 ? (unsigned char)*(*at)++ : 0;
+}
+
+static const char *use_search(kux *ctx, const char *directory)
+{
+    const char *names[] = {"x", "y"};
+    const char *input = "xABCx";
+    char text[16];
+    kuumtdef *wildcards = kuumcreate(ctx, "a%c");
+    kuusat attrs = {KUUSAT_CMFUNC, kuusicmatch, NULL};
+    kuus *search = kuuscreate(ctx, "abc", 3, next_character, &input);
+    (void)directory;
+    HOLDS(kuusset(ctx, search, &attrs) == 0 && kuussearch(ctx, search, NULL, NULL) == 1);
+    HOLDS(kuusdestroy(ctx, search) == NULL);
+    HOLDS(kuumatch(ctx, wildcards, "abcabc") == 1 && kuumatch(ctx, wildcards, "ab") == 0);
+    HOLDS(kuumfree(ctx, wildcards) == NULL);
+    HOLDS(kuisequal(ctx, kuussb(ctx, sizeof text, text, "$0 to $1", 2, names), "x to y") == 1);
+    return NULL;
+}
+
+static const char *use_element_lists(kux *ctx, const char *directory)
+{
+    kuela attrs;
+    void *path = kulpcreate(ctx, 0, NULL);
+    char name[300];
+    char *spec = kuelbuilddbspec(ctx, "scott", NULL, "db", 0);
+    uint32_t length = sizeof name;
+    HOLDS(spec != NULL && strcmp(spec, "scott@db") == 0);
+    ctx->kuxnmfree(ctx, spec);
+    memset(&attrs, 0, sizeof attrs);
+    attrs.mask_kuela = KUELA_DOMAIN | KUELA_NAME;
+    attrs.domain_kuela = KUELD_DIRECTORY;
+    strcpy(name, directory);
+    attrs.name_kuela = name;
+    HOLDS(kulpinsert(ctx, path, KUL_APPEND, kuelcreate(ctx, &attrs)) == 0);
+    HOLDS(kuepnresolve(ctx, path, "absent", name, &length, NULL) == 0);
+    HOLDS(length == 6 && strcmp(name, "absent") == 0);
+    HOLDS(kuelldestroy(ctx, path) == 0);
+    return NULL;
+}
+
 const c_client_family c_client_families[] = {
     {"context", use_context},
     {"errors", use_errors},
@@ -324,9 +369,11 @@ const c_client_family c_client_families[] = {
     {"lists", use_lists},
     {"property lists", use_property_lists},
     {"cells, observers and text fields", use_cells_observers_and_fields},
+    {"search, wildcards and templates", use_search},
     {"virtual memory", use_virtual_memory},
     {"tokens", use_tokens},
     {"preferences", use_preferences},
     {"command line", use_command_line},
+    {"element lists", use_element_lists},
     {NULL, NULL},
 };

@@ -70,6 +70,10 @@ void skufbcopy(void *to, const void *from, std::size_t bytes);
 uint32_t skufvlook(kux *ctx, void *cache, void *file, uint32_t position, uint32_t length,
                    const unsigned char **bytes);
 
+// Lets go of a temporary file without a word: its buffers, its raw file and its record.
+// The name stays on the disk.
+void skufvdrop(kux *ctx, void *cache, void *file);
+
 // Closes a raw file and releases it whatever happens; pushes the failure of the
 // closing when `tell` is set.
 void skufoend(kux *ctx, skufo *file, bool tell);

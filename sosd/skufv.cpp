@@ -93,6 +93,20 @@ static void skufvleave(kux *ctx, skuf *cache, const skufv *file)
     }
 }
 
+static void skufvrelease(kux *ctx, skufv *file)
+{
+    if (file->skufvname != nullptr) ctx->kuxnmfree(ctx, file->skufvname);
+    ctx->kuxnmfree(ctx, file);
+}
+
+void skufvdrop(kux *ctx, void *cache, void *file)
+{
+    auto *dropped = static_cast<skufv *>(file);
+    skufvleave(ctx, static_cast<skuf *>(cache), dropped);
+    if (dropped->skufvid != nullptr) skufoend(ctx, dropped->skufvid, false);
+    skufvrelease(ctx, dropped);
+}
+
 void *skufvclose(kux *ctx, void *cache, void *file)
 {
     auto *closing = static_cast<skufv *>(file);
@@ -112,8 +126,7 @@ void *skufvclose(kux *ctx, void *cache, void *file)
         else
             skufodelete(ctx, closing->skufvname);
     }
-    if (closing->skufvname != nullptr) ctx->kuxnmfree(ctx, closing->skufvname);
-    ctx->kuxnmfree(ctx, closing);
+    skufvrelease(ctx, closing);
     return nullptr;
 }
 

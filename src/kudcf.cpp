@@ -701,15 +701,9 @@ static uint32_t kudcfclose(const kudcaccdef *acmp, void *file)
     kux *ctx = acmp->kuxp_kudcacc;
     const char *path = static_cast<skufv *>(file)->skufvname;
     const ku::aside apart(ctx);
-    if (!apart.saved()) { // the close will keep the file because of what is on the stack
+    if (!apart.saved()) { // on a full level what is told would drop the oldest record
         skufodelete(ctx, path);
-        const int32_t before = kuxernerrors(ctx);
-        // Nothing is told of the raw file: on a full level that would drop the oldest record.
-        auto *closing = static_cast<skufv *>(file);
-        if (closing->skufvid != nullptr) skufoend(ctx, closing->skufvid, false);
-        closing->skufvid = nullptr;
-        skufvclose(ctx, acmp->skufh_kudcacc, file);
-        while (kuxernerrors(ctx) > before) kuxerpop(ctx);
+        skufvdrop(ctx, acmp->skufh_kudcacc, file);
         return 0;
     }
     const uint64_t bytes = uint64_t{std::strlen(path)} + 1;

@@ -320,10 +320,10 @@ TEST_F(KuqReport, ATerminalShowsWhatGoesOn)
 {
     if (shell("script --version").status != 0) GTEST_SKIP() << "script is not installed";
     const std::string slow = "with recursive c(i) as (select 1 union all select i+1 from c limit "
-                             "3000000) select i, i%7 k from c";
+                             "600000) select i, i%7 k from c";
     const std::string line = command("report 'query=" + slow + "' group=k top=0 out=/dev/null");
-    const outcome shown = shell("timeout -s INT 2 script -qec " + quoted(line)
-                                + " /dev/null < /dev/null | tr '\\r' '\\n'");
+    const outcome shown =
+        shell("script -qec " + quoted(line) + " /dev/null < /dev/null | tr '\\r' '\\n'");
     EXPECT_NE(shown.output.find("rows read ..."), std::string::npos) << shown.output;
     EXPECT_EQ(run("report 'query=select 1 a' format=csv").output, "line,a\nrow,1\n");
 }

@@ -1,9 +1,8 @@
 // kuvp.cpp - the pager: blocks in segments, free lists, and what is swapped out
 //
-//     segment   | 24 used | 16 free | 8 free? never beside a free one ... | end |
-//     fmls      -> 8 -> 8 -> 16 -> 40 -> ... by size, of equal sizes the latest first
-//     free block of 16 bytes and more
-//               | next, -size | ........................ | previous, size |
+//     segment    | 24 used | 16 free | 40 used | 8 free | 16 used | 48 free | end |
+//     fmls       -> 8 -> 16 -> 48     by size, of equal sizes the latest first
+//     free block | next, -size | ........................ | previous, size |
 //
 // A free block keeps its predecessor on the list and its size in its last 8 bytes;
 // together with the front marks (kuv_internal.h) that finds the free neighbours of a

@@ -48,7 +48,7 @@ KU_API void kuvpfradd(kuv *memory, int16_t segment, kuvfrdef *block);
 /* Takes a block off the free list. Returns it, its size positive; null: it is not on it. */
 KU_API kuvfrdef *kuvpfrdelete(kuv *memory, int16_t segment, kuvfrdef *goal);
 
-/* Joins free blocks of a segment that lie side by side. */
+/* Joins free blocks of a segment that lie side by side, which only kuvpfradd leaves. */
 KU_API void kuvpcoalesce(kuv *memory, int16_t segment);
 
 /*

@@ -454,6 +454,7 @@ TEST(Kuv, BestFitIsTakenCutAndJoinedAgain)
         return all;
     };
     EXPECT_EQ(sizes(), "16 32 64 ");
+    EXPECT_TRUE(memory->maxfree_kuv == 4 && memory->segs_kuv[0].maxfree_kuvsh == 4);
     void *cut = kuvalloc(memory, 16);
     EXPECT_EQ(sizes(), "8 16 64 ");
     kuvfree(memory, cut);

@@ -28,24 +28,51 @@ using ku::test::context;
 using ku::test::dice;
 using ku::test::system_faults;
 namespace fs = std::filesystem;
-using bytes = std::vector<unsigned char>;
 
 static auto open_descriptors()
 {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
 }
 
-static skufv *open_file(kux *ctx, void *cache, const std::string &name, uint16_t mode)
-{
-    return static_cast<skufv *>(skufvopen(ctx, cache, name.c_str(), mode));
-}
+// A virtual file with what it is reached through; closed at the end.
+struct paged : ku::unique {
+    paged(kux *with, void *through, const std::string &path, uint16_t mode = SKUF_SCRATCH)
+        : ctx(with), cache(through), name(path), file(opened(mode))
+    {
+    }
+    ~paged() { close(); }
+    skufv *opened(uint16_t mode) const
+    {
+        return static_cast<skufv *>(skufvopen(ctx, cache, name.c_str(), mode));
+    }
+    void close() { file = static_cast<skufv *>(skufvclose(ctx, cache, file)); }
+    unsigned char *block(uint32_t number) const { return skufvgptr(ctx, cache, file, number); }
+    uint32_t move(uint32_t position, std::string &bytes, char direction) const
+    {
+        file->skufvpos = position;
+        const auto length = static_cast<uint32_t>(bytes.size());
+        return skufvmove(ctx, cache, file, bytes.data(), length, direction);
+    }
+    uint32_t put(uint32_t at, std::string bytes) const { return move(at, bytes, SKUFV_PUT); }
+    std::string get(uint32_t at, std::size_t length) const
+    {
+        std::string bytes(length, '#');
+        return move(at, bytes, SKUFV_GET) == 0 ? bytes : "failed";
+    }
+    // Fills blocks from 0 on with their numbers, as often as a scratch file needs to be mapped.
+    uint32_t fill(uint32_t blocks) const
+    {
+        uint32_t status = 0;
+        for (uint32_t block = 0; status == 0 && block < blocks; block++)
+            status = put(block * 4096, std::string(4096, static_cast<char>(block)));
+        return status;
+    }
 
-static uint32_t move(kux *ctx, void *cache, skufv *file, uint32_t position, void *data,
-                     std::size_t length, char direction)
-{
-    file->skufvpos = position;
-    return skufvmove(ctx, cache, file, data, static_cast<uint32_t>(length), direction);
-}
+    kux *ctx;
+    void *cache;
+    std::string name;
+    skufv *file;
+};
 
 // Files that are made from now on seem to be on a file system of this kind.
 static void seem_on(std::uint64_t kind)
@@ -72,10 +99,6 @@ protected:
         for (const std::string &name : dir.names()) EXPECT_NE(name.rfind("scratch", 0), 0u) << name;
     }
     std::string scratch() { return dir.path("scratch" + std::to_string(made++)); }
-    skufv *opened(const std::string &name, uint16_t mode)
-    {
-        return open_file(ctx, cache, name, mode);
-    }
     // The numbers of the errors, oldest first, which are forgotten.
     std::string errors()
     {
@@ -171,27 +194,31 @@ TEST_F(Skuf, EveryReasonOfAFailedOpeningHasItsCode)
         EXPECT_EQ(errors(), row.code);
     }
     EXPECT_EQ(skufvopen(ctx, cache, nullptr, SKUF_SCRATCH), nullptr);
-    for (const std::string &bad : {std::string(), dir.path(), std::string(5000, 'x')})
-        EXPECT_EQ(opened(bad, SKUF_SCRATCH), nullptr);
-    EXPECT_EQ(opened(dir.path("none"), SKUF_READWRITE), nullptr);
     EXPECT_EQ(skufvopen(ctx, nullptr, name.c_str(), SKUF_READWRITE), nullptr);
-    EXPECT_EQ(errors(), " 18 10 17 14 17 21");
-
-    skufo *first = skufoopen(ctx, name.c_str(), SKUF_READWRITE);
-    EXPECT_EQ(skufoopen(ctx, name.c_str(), SKUF_NEW), nullptr) << "another writer has it";
-    EXPECT_EQ(dir.read("file"), "bytes");
-    EXPECT_EQ(skufoclose(ctx, first), nullptr);
-    ASSERT_EQ(symlink("file", dir.path("link").c_str()), 0);
-    EXPECT_EQ(opened(dir.path("link"), SKUF_SCRATCH), nullptr) << "a planted link";
     EXPECT_EQ(skufodelete(ctx, dir.path("none").c_str()), SKUFA_REMOVE);
-    system_faults faults;
+    EXPECT_EQ(errors(), " 18 21");
+
+    ASSERT_EQ(symlink("file", dir.path("planted").c_str()), 0);
+    skufo *writer = skufoopen(ctx, name.c_str(), SKUF_READWRITE);
+    const auto refused = [&](const std::string &path, uint16_t mode, const char *code) {
+        EXPECT_EQ(paged(ctx, cache, path, mode).file, nullptr);
+        EXPECT_EQ(errors(), code) << path;
+    };
+    refused("", SKUF_SCRATCH, " 10");
+    refused(dir.path(), SKUF_SCRATCH, " 17");
+    refused(std::string(5000, 'x'), SKUF_SCRATCH, " 14");
+    refused(dir.path("none"), SKUF_READWRITE, " 17");
+    refused(dir.path("planted"), SKUF_SCRATCH, " 14");
+    refused(name, SKUF_NEW, " 13"); // another writer has it
+    EXPECT_EQ(dir.read("file"), "bytes");
+    EXPECT_EQ(skufoclose(ctx, writer), nullptr);
     for (int n = 1; n <= 2; n++) { // the raw file's seek, then the virtual file's
+        system_faults faults;
         faults.fail_from_now("lseek", n, ESPIPE);
-        EXPECT_EQ(opened(name, SKUF_APPEND), nullptr);
+        refused(name, SKUF_APPEND, " 6");
     }
     ASSERT_EQ(truncate(name.c_str(), 0x100000000), 0); // sparse
-    EXPECT_EQ(opened(name, SKUF_APPEND), nullptr);
-    EXPECT_EQ(errors(), " 13 14 6 6 6");
+    refused(name, SKUF_APPEND, " 6");
 }
 
 TEST_F(Skuf, DescriptorsStayAwayFromTheStandardStreams)
@@ -224,10 +251,9 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
     }
     for (auto *create : {skufcreate, skufdcreate}) {
         auto *three = static_cast<skuf *>(create(ctx, 3));
-        const std::string name = scratch();
-        skufv *file = open_file(ctx, three, name, SKUF_SCRATCH);
+        paged file(ctx, three, scratch());
         const auto fetch = [&](uint32_t block) {
-            EXPECT_NE(skufvgptr(ctx, three, file, block), nullptr);
+            EXPECT_NE(file.block(block), nullptr);
             std::string held;
             for (int i = 0; i < 3; i++)
                 held.append(" ").append(std::to_string(three->skuftab[i].skufbnum));
@@ -244,15 +270,15 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
         EXPECT_EQ(skufbfflush(ctx, three, nullptr), 0u);
         EXPECT_EQ(fetch(5), " 2 10 5");
         EXPECT_EQ(fetch(1), " 1 10 5");
-        EXPECT_EQ(fs::file_size(name), 0u) << "neither a flush nor clean blocks are written";
+        EXPECT_EQ(fs::file_size(file.name), 0u) << "neither a flush nor clean blocks are written";
         EXPECT_EQ(fetch(0), " 1 0 5");
-        EXPECT_EQ(fs::file_size(name), 11u * 4096) << "evicted";
-        EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u);
-        EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u) << "free already";
+        EXPECT_EQ(fs::file_size(file.name), 11u * 4096) << "evicted";
+        for (int again = 0; again < 2; again++) // which is free already then
+            EXPECT_EQ(skufbfree(ctx, three, three->skufmru), 0u);
         EXPECT_EQ(fetch(6), " 1 6 5") << "just freed, next out";
-        skufv *other = open_file(ctx, three, scratch(), SKUF_SCRATCH);
+        void *other = skufvopen(ctx, three, scratch().c_str(), SKUF_SCRATCH);
         skufvgptr(ctx, three, other, 0);
-        EXPECT_EQ(skufvclose(ctx, three, file), nullptr);
+        file.close();
         EXPECT_EQ(skufdestroy(ctx, three), nullptr) << "with a block of the other file";
         skufvclose(ctx, cache, other);
     }
@@ -261,61 +287,58 @@ TEST_F(Skuf, TheHandSparesOnlyTheMostRecentBuffer)
 TEST_F(Skuf, TheCeilingDecidesWhatIsReadAndTheEndLeavesTheBufferAlone)
 {
     system_faults faults;
-    skufv *file = opened(scratch(), SKUF_SCRATCH);
-    EXPECT_EQ(file->skufvceiling, 0u);
-    std::memset(skufvgptr(ctx, cache, file, 10), 'a', 4096); // not dirty, so not written
-    std::memset(skufvgptr(ctx, cache, file, 11), 'b', 4096);
-    EXPECT_EQ(file->skufvceiling, 12u);
+    paged file(ctx, cache, scratch());
+    EXPECT_EQ(file.file->skufvceiling, 0u);
+    std::memset(file.block(10), 'a', 4096); // not dirty, so not written
+    std::memset(file.block(11), 'b', 4096);
+    EXPECT_EQ(file.file->skufvceiling, 12u);
     EXPECT_EQ(faults.made("pread"), 0);
-    const unsigned char *block = skufvgptr(ctx, cache, file, 3);
+    const unsigned char *block = file.block(3);
     EXPECT_EQ(faults.made("pread"), 1) << "below the ceiling";
     EXPECT_TRUE(block[0] == 'a' && block[4095] == 'a') << "the file ends before";
-    EXPECT_EQ(skufbdclear(ctx, cache, file), 0u);
-    skufvgptr(ctx, cache, file, 0);
+    EXPECT_EQ(skufbdclear(ctx, cache, file.file), 0u);
+    file.block(0);
     EXPECT_EQ(faults.made("pread"), 1) << "discarded";
-    skufvclose(ctx, cache, file);
-
-    file = opened(dir.write("file", "short"), SKUF_APPEND);
-    EXPECT_TRUE(file->skufvpos == 5 && file->skufvceiling == 0x7FFFFFFF);
-    block = skufvgptr(ctx, cache, file, 0);
-    EXPECT_EQ(std::string(block, block + 7), "shortaa") << "what was in the buffer before";
-    char more[] = "er";
-    EXPECT_EQ(skufvmove(ctx, cache, file, more, 2, SKUFV_PUT), 0u);
-    EXPECT_EQ(skufbfflush(ctx, cache, file), 0u);
+    file.close();
+    file.name = dir.write("file", "short");
+    file.file = file.opened(SKUF_APPEND);
+    EXPECT_TRUE(file.file->skufvpos == 5 && file.file->skufvceiling == 0x7FFFFFFF);
+    EXPECT_EQ(file.get(0, 7), "shortaa") << "what was in the buffer before";
+    EXPECT_EQ(file.put(5, "er"), 0u);
+    EXPECT_EQ(skufbfflush(ctx, cache, file.file), 0u);
     EXPECT_EQ(dir.read("file").substr(0, 8), "shortera");
-    EXPECT_EQ(fs::file_size(dir.path("file")), 4096u) << "whole blocks";
-    skufvclose(ctx, cache, file);
+    EXPECT_EQ(fs::file_size(file.name), 4096u) << "whole blocks";
+    file.close();
     EXPECT_EQ(faults.made("pwrite"), 1) << "clean once it was flushed";
 }
 
 TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
 {
-    const std::string name = scratch();
-    skufv *file = opened(name, SKUF_SCRATCH);
-    bytes data(10000, 'x');
-    EXPECT_EQ(move(ctx, cache, file, 4000, data.data(), 10000, SKUFV_PUT), 0u);
+    const paged moved(ctx, cache, scratch());
+    skufv *file = moved.file;
+    std::string data(10000, 'x');
+    EXPECT_EQ(moved.put(4000, data), 0u);
     EXPECT_TRUE(file->skufvpos == 14000 && file->skufvceiling == 4);
-    EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 2, SKUFV_PUT), 0u);
+    EXPECT_EQ(moved.put(0xFFFFFFFE, "xx"), 0u);
     EXPECT_TRUE(file->skufvpos == 0 && file->skufvceiling == SKUF_BLOCKS);
-    for (const char direction : {SKUFV_PUT, SKUFV_GET})
-        EXPECT_EQ(move(ctx, cache, file, 0xFFFFFFFE, data.data(), 3, direction), SKUFA_SEEK);
-    EXPECT_EQ(skufvgptr(ctx, cache, file, SKUF_BLOCKS), nullptr);
+    EXPECT_EQ(moved.put(0xFFFFFFFE, "xxx"), SKUFA_SEEK);
+    EXPECT_EQ(moved.get(0xFFFFFFFE, 3), "failed");
+    EXPECT_EQ(moved.block(SKUF_BLOCKS), nullptr);
     EXPECT_EQ(skufvmove(ctx, cache, file, nullptr, 0, SKUFV_GET), 0u) << "nothing to do";
     EXPECT_EQ(skufvmove(ctx, cache, file, data.data(), 1, SKUFV_GET), SKUFA_SEEK) << "an older one";
     EXPECT_EQ(file->skufvpos, 0xFFFFFFFEu);
     EXPECT_EQ(errors(), " 6 6 6");
 
-    EXPECT_EQ(skufvmove(ctx, cache, nullptr, data.data(), 1, SKUFV_GET), SKUFA_NULL);
+    for (const uint32_t code :
+         {skufvmove(ctx, cache, nullptr, data.data(), 1, SKUFV_GET),
+          skufbread(ctx, cache, nullptr, 0, data.data()),
+          skufbwrite(ctx, cache, file->skufvid, 0, nullptr), skufbfree(ctx, cache, nullptr),
+          skufbfflush(ctx, nullptr, file), skufbdclear(ctx, cache, nullptr)})
+        EXPECT_EQ(code, SKUFA_NULL);
     EXPECT_EQ(skufvgptr(ctx, cache, nullptr, 0), nullptr);
-    EXPECT_EQ(skufbread(ctx, cache, nullptr, 0, data.data()), SKUFA_NULL);
-    EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, 0, nullptr), SKUFA_NULL);
-    EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_SEEK);
-    EXPECT_EQ(skufbfree(ctx, cache, nullptr), SKUFA_NULL);
-    EXPECT_EQ(skufbfflush(ctx, nullptr, file), SKUFA_NULL);
-    EXPECT_EQ(skufbdclear(ctx, cache, nullptr), SKUFA_NULL);
     EXPECT_EQ(skufvclose(ctx, nullptr, file), nullptr);
-    EXPECT_EQ(errors(), " 21 21 21 21 6(" + name + ") 21 21 21 21");
-    EXPECT_EQ(skufvclose(ctx, cache, skufvclose(ctx, cache, file)), nullptr);
+    EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_SEEK);
+    EXPECT_EQ(errors(), " 21 21 21 21 21 21 21 21 6(" + moved.name + ")");
 }
 
 TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
@@ -332,43 +355,47 @@ TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)
     for (const auto &row : rows) {
         system_faults faults;
         dir.write("file", std::string(16384, 'f'));
-        skufv *file = opened(name, SKUF_READWRITE);
-        char text[] = "changed";
-        for (const uint32_t position : {0u, 4096u})
-            EXPECT_EQ(move(ctx, cache, file, position, text, 7, SKUFV_PUT), 0u);
+        paged file(ctx, cache, name, SKUF_READWRITE);
+        for (const uint32_t position : {0u, 4096u}) EXPECT_EQ(file.put(position, "changed"), 0u);
         faults.fail_from_now(row.call, 1, row.error);
-        EXPECT_EQ(skufvgptr(ctx, cache, file, 2), nullptr);
+        EXPECT_EQ(file.block(2), nullptr);
         EXPECT_ERRORS(ctx, {row.code});
         for (const uint32_t block : {2u, 0u, 1u, 3u})
-            EXPECT_EQ(*skufvgptr(ctx, cache, file, block), block < 2 ? 'c' : 'f') << block;
-        EXPECT_EQ(move(ctx, cache, file, 0, text, 7, SKUFV_PUT), 0u);
+            EXPECT_EQ(*file.block(block), block < 2 ? 'c' : 'f') << block;
+        EXPECT_EQ(file.put(0, "changed"), 0u);
         faults.fail_from_now("pwrite", 1, ENOSPC);
-        EXPECT_EQ(skufbfflush(ctx, cache, file), SKUFA_WRITE);
+        EXPECT_EQ(skufbfflush(ctx, cache, file.file), SKUFA_WRITE);
         faults.shorten(0); // a disk that takes nothing and gives no reason
-        skufvclose(ctx, cache, file);
+        file.close();
         EXPECT_EQ(errors(), " 3 3");
     }
-    skufv *file = opened(dir.path("kept"), SKUF_SCRATCH);
-    kuxer0push(ctx, SKUFA_NULL);
-    skufvclose(ctx, cache, file);
-    EXPECT_TRUE(dir.has("kept")) << "an error is pending";
-    ctx.clear();
-    file = opened(dir.path("kept"), SKUF_SCRATCH);
-    ctx->kuxnmfree(ctx, file->skufvname);
-    file->skufvname = nullptr;
-    skufvclose(ctx, cache, file);
-    EXPECT_EQ(errors(), " 4") << "a temporary file without a name";
 }
 
-// Fills blocks from 0 on with their numbers, as often as a scratch file needs to be mapped.
-static uint32_t write_much(kux *ctx, void *cache, skufv *file, uint32_t blocks)
+TEST_F(Skuf, ATemporaryFileStaysWhenItsOwnerMayNotKnowIt)
 {
-    uint32_t status = 0;
-    for (uint32_t block = 0; status == 0 && block < blocks; block++) {
-        bytes data(4096, static_cast<unsigned char>(block));
-        status = move(ctx, cache, file, block * 4096, data.data(), 4096, SKUFV_PUT);
-    }
-    return status;
+    seem_on(EXT4_SUPER_MAGIC);
+    paged file(ctx, cache, dir.path("kept"));
+    ASSERT_EQ(file.fill(100), 0u);
+    EXPECT_EQ(file.get(50 * 4096, 1), "\x32");
+    EXPECT_EQ(file.put(51 * 4096, "x"), 0u);
+    skufoclose(ctx, std::exchange(file.file->skufvid, nullptr)); // with blocks here in part
+    EXPECT_NE(file.get(50 * 4096, 1), "failed");
+    EXPECT_EQ(file.block(52), nullptr) << "51 cannot be written";
+    for (const uint32_t block : {50u, 51u}) EXPECT_NE(file.block(block), nullptr);
+    EXPECT_EQ(skufbdclear(ctx, cache, file.file), 0u);
+    file.close();
+    EXPECT_EQ(errors(), " 21 4") << "no raw file";
+    EXPECT_TRUE(dir.has("kept"));
+
+    file.file = file.opened(SKUF_SCRATCH);
+    kuxer0push(ctx, SKUFA_NULL);
+    file.close();
+    EXPECT_TRUE(dir.has("kept")) << "an error is pending";
+    ctx.clear();
+    file.file = file.opened(SKUF_SCRATCH);
+    ctx->kuxnmfree(ctx, std::exchange(file.file->skufvname, nullptr));
+    file.close();
+    EXPECT_EQ(errors(), " 4") << "no name";
 }
 
 TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
@@ -387,40 +414,21 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         seem_on(row.kind);
         system_faults faults;
         faults.fail_all(row.call, ENOSPC);
-        skufv *file = opened(scratch(), SKUF_SCRATCH);
-        EXPECT_EQ(write_much(ctx, cache, file, 100), 0u);
-        EXPECT_EQ(fs::file_size(file->skufvname), 98u * 4096) << "what was evicted, no more";
+        paged file(ctx, cache, scratch());
+        EXPECT_EQ(file.fill(100), 0u);
+        EXPECT_EQ(fs::file_size(file.name), 98u * 4096) << "what was evicted, no more";
         const int written = faults.made("pwrite");
-        unsigned char byte = 0;
-        EXPECT_EQ(move(ctx, cache, file, 4096 * 50, &byte, 1, SKUFV_GET), 0u);
-        EXPECT_TRUE(byte == 50 && faults.made("pread") == row.reads) << faults.made("pread");
-        EXPECT_EQ(move(ctx, cache, file, 4096 * 50, &byte, 1, SKUFV_PUT), 0u);
-        for (const uint32_t block : {51u, 52u, 53u}) skufvgptr(ctx, cache, file, block);
+        EXPECT_EQ(file.get(4096 * 50, 1), "\x32");
+        EXPECT_EQ(faults.made("pread"), row.reads);
+        EXPECT_EQ(file.put(4096 * 50, "x"), 0u);
+        for (const uint32_t block : {51u, 52u, 53u}) file.block(block);
         EXPECT_EQ(faults.made("pwrite") - written, 2 + row.writes) << "two that grew the file";
         faults.fail_all("pwrite", ENOSPC);
-        EXPECT_EQ(write_much(ctx, cache, file, 200), SKUFA_WRITE);
+        EXPECT_EQ(file.fill(200), SKUFA_WRITE);
         ctx.clear();
-        skufvclose(ctx, cache, file);
+        file.close();
         EXPECT_EQ(faults.made("unmap"), 1 - row.reads);
     }
-}
-
-TEST_F(Skuf, AFileThatWasClosedUnderItsOwnerIsNotReachedAndStays)
-{
-    seem_on(EXT4_SUPER_MAGIC);
-    skufv *file = opened(dir.path("kept"), SKUF_SCRATCH);
-    ASSERT_EQ(write_much(ctx, cache, file, 100), 0u);
-    unsigned char byte = 0;
-    for (const char direction : {SKUFV_GET, SKUFV_PUT}) // blocks that are here in part
-        EXPECT_EQ(move(ctx, cache, file, (50 + direction) * 4096, &byte, 1, direction), 0u);
-    skufoclose(ctx, std::exchange(file->skufvid, nullptr));
-    EXPECT_EQ(move(ctx, cache, file, 50 * 4096, &byte, 1, SKUFV_GET), 0u);
-    EXPECT_EQ(skufvgptr(ctx, cache, file, 52), nullptr) << "51 cannot be written";
-    for (const uint32_t block : {50u, 51u}) EXPECT_NE(skufvgptr(ctx, cache, file, block), nullptr);
-    EXPECT_EQ(skufbdclear(ctx, cache, file), 0u);
-    skufvclose(ctx, cache, file);
-    EXPECT_EQ(errors(), " 21 4");
-    EXPECT_TRUE(dir.has("kept"));
 }
 
 // Bytes of files that are resident in this process.
@@ -434,26 +442,21 @@ static long resident_files()
 TEST_F(Skuf, NoMoreOfScratchFilesIsResidentThanTheBuffersAllow)
 {
     seem_on(EXT4_SUPER_MAGIC);
-    void *small = skufcreate(ctx, 2);
-    std::vector<skufv *> files;
-    for (int i = 0; i < 2; i++) {
-        files.push_back(open_file(ctx, small, scratch(), SKUF_SCRATCH));
-        ASSERT_EQ(write_much(ctx, small, files[i], 5120), 0u); // 20 MB
-    }
+    const paged files[] = {{ctx, cache, scratch()}, {ctx, cache, scratch()}};
+    for (const paged &file : files) ASSERT_EQ(file.fill(5120), 0u); // 20 MB
     const long empty = resident_files();
     dice random;
-    const auto read = [&](skufv *file, uint32_t block) {
-        unsigned char byte = 0;
-        EXPECT_EQ(move(ctx, small, file, block * 4096 + 9, &byte, 1, SKUFV_GET), 0u);
-        EXPECT_EQ(byte, block & 0xFF);
-        EXPECT_EQ(move(ctx, small, file, block * 4096 + 9, &byte, 1, SKUFV_PUT), 0u);
+    const auto read = [&](const paged &file, uint32_t block) {
+        const std::string byte(1, static_cast<char>(block));
+        EXPECT_EQ(file.get(block * 4096 + 9, 1), byte);
+        EXPECT_EQ(file.put(block * 4096 + 9, byte), 0u);
     };
     for (int i = 0; i < 100000; i++) read(files[random.below(2)], random.below(5120));
     EXPECT_LT(resident_files() - empty, 26 << 20) << "24, and a few pages of what gave way";
 
     // What is used much comes in, wherever it is.
     system_faults faults;
-    for (skufv *file : files)
+    for (const paged &file : files)
         for (const uint32_t first : {0u, 4800u}) {
             int seen = 0;
             for (int i = 0; i < 10000; i++) {
@@ -462,59 +465,50 @@ TEST_F(Skuf, NoMoreOfScratchFilesIsResidentThanTheBuffersAllow)
             }
             EXPECT_EQ(faults.made("pread"), seen) << first;
         }
-    for (skufv *file : files) skufvclose(ctx, small, file);
-    skufdestroy(ctx, small);
 }
 
 // A region of a file beside a plain run of bytes.
-struct modelled {
-    void *cache;
+struct modelled : paged {
+    modelled(kux *with, void *through, const std::string &path, uint16_t mode, uint32_t first,
+             std::size_t size)
+        : paged(with, through, path, mode), kept(mode != SKUF_SCRATCH), base(first), model(size, 0)
+    {
+        EXPECT_EQ(put(base, model), 0u);
+    }
+    bool matches() const { return get(base, model.size()) == model; }
+    void reopen()
+    {
+        close();
+        file = opened(SKUF_READWRITE);
+    }
+    void step(dice &random)
+    {
+        const auto size = static_cast<uint32_t>(model.size());
+        const uint32_t near = last + random.below(2000);
+        const uint32_t offset = last = random.one_in(4) ? random.below(size) : near % size;
+        std::string piece = model.substr(offset, 1 + random.below(random.one_in(9) ? 9000 : 300));
+        const uint32_t choice = random.below(8);
+        if (choice == 0) { // a block by its pointer, changed in one place
+            unsigned char *found = block((base + offset) >> 12) + ((base + offset) & 0xFFF);
+            ASSERT_EQ(static_cast<char>(*found), piece[0]);
+            model[offset] = static_cast<char>(*found = static_cast<unsigned char>(random.bits()));
+            static_cast<skuf *>(cache)->skufmru->skufbflags |= SKUFB_DIRTY;
+        } else if (choice == 1 && random.one_in(20)) {
+            ASSERT_EQ(skufbfflush(ctx, cache, random.one_in(2) ? file : nullptr), 0u);
+            if (kept) reopen();
+        } else if (choice < 5) {
+            for (char &byte : piece) byte = static_cast<char>(random.bits());
+            model.replace(offset, piece.size(), piece);
+            ASSERT_EQ(put(base + offset, piece), 0u);
+        } else {
+            ASSERT_EQ(get(base + offset, piece.size()), piece);
+        }
+    }
+    bool kept;
     uint32_t base; // position of the region
-    uint16_t mode;
-    std::string name;
-    bytes model;
-    skufv *file = nullptr;
+    std::string model;
     uint32_t last = 0; // offset of the last move
-
-    uint32_t move(kux *ctx, uint32_t offset, bytes &data, char direction) const
-    {
-        return ::move(ctx, cache, file, base + offset, data.data(), data.size(), direction);
-    }
-    bool matches(kux *ctx) const
-    {
-        bytes found(model.size());
-        return move(ctx, 0, found, SKUFV_GET) == 0 && found == model;
-    }
 };
-
-static void step(context &ctx, dice &random, modelled &region)
-{
-    const auto size = static_cast<uint32_t>(region.model.size());
-    const uint32_t near = region.last + random.below(2000);
-    const uint32_t offset = region.last = random.one_in(4) ? random.below(size) : near % size;
-    bytes piece(std::min(size - offset, 1 + random.below(random.one_in(9) ? 9000 : 300)));
-    const auto at = region.model.begin() + offset;
-    const uint32_t choice = random.below(8);
-    if (choice == 0) { // a block by its pointer, changed in one place
-        const uint32_t position = region.base + offset;
-        unsigned char *block = skufvgptr(ctx, region.cache, region.file, position >> 12);
-        ASSERT_TRUE(block != nullptr && block[position & 0xFFF] == *at);
-        *at = block[position & 0xFFF] = static_cast<unsigned char>(random.bits());
-        static_cast<skuf *>(region.cache)->skufmru->skufbflags |= SKUFB_DIRTY;
-    } else if (choice == 1 && random.one_in(20)) {
-        ASSERT_EQ(skufbfflush(ctx, region.cache, random.one_in(2) ? region.file : nullptr), 0u);
-        if ((region.mode & SKUF_TEMPORARY) != 0) return;
-        skufvclose(ctx, region.cache, region.file);
-        region.file = open_file(ctx, region.cache, region.name, SKUF_READWRITE);
-    } else if (choice < 5) {
-        for (unsigned char &byte : piece) byte = static_cast<unsigned char>(random.bits());
-        std::copy(piece.begin(), piece.end(), at);
-        ASSERT_EQ(region.move(ctx, offset, piece, SKUFV_PUT), 0u);
-    } else {
-        ASSERT_EQ(region.move(ctx, offset, piece, SKUFV_GET), 0u);
-        ASSERT_TRUE(std::equal(piece.begin(), piece.end(), at));
-    }
-}
 
 TEST_F(Skuf, RandomMovesMatchPlainBytesInTwoCachesAtOnce)
 {
@@ -524,28 +518,22 @@ TEST_F(Skuf, RandomMovesMatchPlainBytesInTwoCachesAtOnce)
         void *caches[] = {skufcreate(ctx, 4), skufdcreate(ctx, 15)};
         constexpr uint16_t kept = SKUF_READWRITE | SKUF_NEW;
         modelled regions[] = {
-            {caches[0], 0, SKUF_SCRATCH, scratch(), bytes(1u << 20)},
-            {caches[0], 5000, kept, dir.path("low"), bytes(200000)},
-            {caches[1], (16u << 20) - 300000, SKUF_SCRATCH, scratch(), bytes(700001)},
-            {caches[1], 0xFFFFFFFF - 399999, SKUF_SCRATCH, scratch(), bytes(400000)},
-            {caches[1], 0xFFFFFFFF - 99999, kept, dir.path("high"), bytes(100000)},
+            {ctx, caches[0], scratch(), SKUF_SCRATCH, 0, 1u << 20},
+            {ctx, caches[0], dir.path("low"), kept, 5000, 200000},
+            {ctx, caches[1], scratch(), SKUF_SCRATCH, (16u << 20) - 300000, 700001},
+            {ctx, caches[1], scratch(), SKUF_SCRATCH, 0xFFFFFFFF - 399999, 400000},
+            {ctx, caches[1], dir.path("high"), kept, 0xFFFFFFFF - 99999, 100000},
         };
-        for (modelled &region : regions) {
-            region.file = open_file(ctx, region.cache, region.name, region.mode);
-            ASSERT_EQ(region.move(ctx, 0, region.model, SKUFV_PUT), 0u);
-        }
         system_faults faults;
         for (int i = 0; i < 16000 && !HasFatalFailure(); i++) {
             if (i % 4000 == 0) faults.shorten(i % 8000 == 0 ? SIZE_MAX : 1 + random.below(4000));
-            step(ctx, random, regions[random.below(5)]);
+            regions[random.below(5)].step(random);
         }
         for (modelled &region : regions) {
-            EXPECT_TRUE(region.matches(ctx)) << region.name;
-            skufvclose(ctx, region.cache, region.file);
-            if (region.mode == SKUF_SCRATCH) continue;
-            region.file = open_file(ctx, region.cache, region.name, SKUF_READWRITE);
-            EXPECT_TRUE(region.matches(ctx)) << region.name;
-            skufvclose(ctx, region.cache, region.file);
+            EXPECT_TRUE(region.matches()) << region.name;
+            if (region.kept) region.reopen();
+            EXPECT_TRUE(region.matches()) << region.name;
+            region.close();
         }
         for (void *each : caches) skufdestroy(ctx, each);
     }
@@ -559,19 +547,20 @@ TEST_F(Skuf, EveryCallAndAllocationMayFailAndNothingLeaksOrStays)
         const auto run = [&](context &swept) {
             void *two = create(swept, 2);
             if (two == nullptr) return false;
-            skufv *file = open_file(swept, two, name, SKUF_SCRATCH);
-            uint32_t status = file == nullptr ? 1 : write_much(swept, two, file, 80);
+            paged file(swept, two, name);
+            const bool opened = file.file != nullptr;
+            uint32_t status = opened ? file.fill(80) : 1;
             for (uint32_t block = 0; status == 0 && block < 80; block += 7) {
-                unsigned char pair[2];
-                status = move(swept, two, file, block * 4096 + 4095, pair, 2, SKUFV_GET);
-                EXPECT_TRUE(status != 0 || (pair[0] == block && pair[1] == block + 1));
+                std::string pair(2, '#');
+                status = file.move(block * 4096 + 4095, pair, SKUFV_GET);
+                EXPECT_TRUE(status != 0 || (pair[0] == char(block) && pair[1] == pair[0] + 1));
             }
-            EXPECT_TRUE(file == nullptr || status == kuxercode(swept));
+            EXPECT_TRUE(!opened || status == kuxercode(swept));
             swept.clear(); // else the file would stay
-            skufvclose(swept, two, file);
+            file.close();
             // It stays only when all went well until it could not be closed or deleted.
             const bool gone = unlink(name.c_str()) != 0;
-            EXPECT_TRUE(gone || (file != nullptr && status == 0));
+            EXPECT_TRUE(gone || (opened && status == 0));
             skufdestroy(swept, two);
             return status == 0 && gone && kuxernerrors(swept) == 0;
         };

@@ -85,8 +85,9 @@ void skufbfill(const skuf *cache, const skufb *buffer)
 {
     skufpart *part = skufpartof(cache, buffer);
     if (skufwhole(part)) return;
-    const unsigned char *block = skufbmapped(buffer->skufbfile->skufvid, buffer->skufbnum, true);
-    if (block != nullptr) {
+    const skufo *file = buffer->skufbfile->skufvid;
+    if (file != nullptr) {
+        const unsigned char *block = skufbmapped(file, buffer->skufbnum, true);
         std::memcpy(buffer->skufbdata, block, part->from);
         std::memcpy(buffer->skufbdata + part->to, block + part->to, SKUF_BLOCK - part->to);
     }

@@ -229,12 +229,13 @@ static const unsigned char *skufvat(const skuf *cache, const skufb *held, uint32
     const uint32_t end = offset + piece;
     const unsigned char *from = held->skufbdata;
     if (!(part->from <= offset && end <= part->to)) {
-        if (end <= part->from || offset >= part->to) // nothing of it is here
-            from = skufbmapped(held->skufbfile->skufvid, held->skufbnum, true);
+        const skufo *file = held->skufbfile->skufvid;
+        if (file != nullptr && (end <= part->from || offset >= part->to)) // nothing of it is here
+            from = skufbmapped(file, held->skufbnum, true);
         else
             skufbfill(cache, held);
     }
-    return (from != nullptr ? from : held->skufbdata) + offset;
+    return from + offset;
 }
 
 // The buffer of a block for a move. Null, with the code that stops the move: any that is on

@@ -957,9 +957,11 @@ TEST(Kuv, AContextCostsLittleBesidesItsSegmentsAndPages)
     };
     kux *ctx = kuxcreate(&callbacks);
     const std::size_t before = given_out;
+    const ku::test::directory dir;
     kuva attrs = {};
-    attrs.mask_kuva = KUVA_SOFTVIRT;
+    attrs.mask_kuva = KUVA_SOFTVIRT | KUVA_CACHEPATH;
     attrs.softvirt_kuva = 1;
+    attrs.cachepath_kuva = dir.path().c_str();
     kuv *memory = kuvcreate(ctx, &attrs);
     for (int i = 0; i < 10000; i++) kuvalloc(memory, 100);
     const std::size_t pages = 3 * (sizeof(kuvmh) + 4095 * sizeof(kuvcl));

@@ -196,22 +196,25 @@ TEST(Variables, ValuesAreCopiedWholeOrNotAtAll)
 {
     char buffer[600] = "before";
     std::size_t length = 77;
+    const auto translate = [&](std::size_t room) {
+        return core::translate("KU_TEST_VARIABLE", buffer, room, &length);
+    };
     const ku::test::variable unset("KU_TEST_VARIABLE", nullptr);
-    EXPECT_EQ(core::translate("KU_TEST_VARIABLE", buffer, 512, &length), core::variable::unset);
-    for (const std::size_t size : {0u, 1u, 511u}) {
-        const ku::test::variable variable("KU_TEST_VARIABLE", std::string(size, 'v'));
-        EXPECT_EQ(core::translate("KU_TEST_VARIABLE", buffer, size + 1, &length),
-                  core::variable::found);
-        EXPECT_EQ(std::string(buffer), std::string(size, 'v'));
-        EXPECT_EQ(length, size);
-        EXPECT_EQ(core::translate("KU_TEST_VARIABLE", buffer, size, &length),
-                  core::variable::too_long);
-        EXPECT_EQ(length, size);
+    EXPECT_EQ(translate(512), core::variable::unset);
+    for (const std::size_t size : {0u, 1u, 511u, 512u}) {
+        const std::string value(size, 'v');
+        const ku::test::variable variable("KU_TEST_VARIABLE", value);
+        length = 77;
+        EXPECT_EQ(translate(size), core::variable::too_long);
+        EXPECT_EQ(length, 77u);
+        if (size < 512) {
+            EXPECT_EQ(translate(size + 1), core::variable::found);
+            EXPECT_EQ(std::string(buffer), value);
+            EXPECT_EQ(length, size);
+        } else {
+            EXPECT_EQ(translate(sizeof buffer), core::variable::too_long); // whatever the room
+        }
     }
-    const ku::test::variable variable("KU_TEST_VARIABLE",
-                                      std::string(512, 'v')); // whatever the room
-    EXPECT_EQ(core::translate("KU_TEST_VARIABLE", buffer, sizeof buffer, &length),
-              core::variable::too_long);
 }
 
 TEST(ErrorTexts, EveryDateErrorHasATextAndOtherNumbersAGenericOne)
@@ -333,10 +336,9 @@ TEST_F(Messages, LinesOfAnyLengthAndWordsAcrossBlocksAreRead)
 TEST_F(Messages, NoHandleNoFileAndADirectoryFailSilently)
 {
     EXPECT_EQ(look_up(nullptr, "a1", "text"), "none");
-    const kuapp unnamed = {nullptr, nullptr};
-    EXPECT_EQ(look_up(&unnamed, "a1", "text"), "none");
-    for (const std::string &path : {directory_.path("missing"), directory_.path(".")}) {
-        const kuapp application = {path.c_str(), nullptr};
+    const std::string missing = directory_.path("missing");
+    for (const char *path : {static_cast<const char *>(nullptr), missing.c_str(), "/"}) {
+        const kuapp application = {path, nullptr};
         EXPECT_EQ(look_up(&application, "a1", "text"), "none") << path;
     }
 }

@@ -172,33 +172,28 @@ TEST_F(Heap, RandomBlocksKeepTheirSizesAndBytesLikeAMapOfStrings)
     ku::test::dice dice;
     std::map<char *, std::string> model;
     for (int step = 0; step < 6000; step++) {
-        char *block = nullptr;
-        std::string kept;
-        if (dice.below(step < 3000 ? 5 : 8) > 2 && !model.empty()) { // grows first, then shrinks
-            const auto old =
-                std::next(model.begin(), dice.below(static_cast<uint32_t>(model.size())));
-            block = old->first;
-            kept = old->second;
-            model.erase(old);
+        const auto count = static_cast<uint32_t>(model.size());
+        std::pair<char *, std::string> held; // what a step begins with, and ends with
+        if (dice.below(step < 3000 ? 5 : 8) > 2 && count > 0) { // grows first, then shrinks
+            held = *std::next(model.begin(), dice.below(count));
+            model.erase(held.first);
             uint32_t known = 0;
-            ASSERT_EQ(skuhmgs(ctx, heap, block, &known), 0u) << "seed " << ku::test::seed();
-            ASSERT_EQ(std::string(block, known), kept);
+            ASSERT_EQ(skuhmgs(ctx, heap, held.first, &known), 0u) << "seed " << ku::test::seed();
+            ASSERT_EQ(std::string(held.first, known), held.second);
         }
+        auto &[block, bytes] = held;
         const uint32_t size = dice.below(200);
-        if (block != nullptr && dice.one_in(3)) {
-            block = static_cast<char *>(skuhmra(ctx, heap, block, size));
-            kept.resize(std::min<size_t>(size, kept.size()));
-        } else if (block != nullptr) {
+        if (block != nullptr && !dice.one_in(3)) {
             skuhmfr(ctx, heap, block);
             continue;
-        } else {
-            block = static_cast<char *>(skuhmal(ctx, heap, size));
         }
-        ASSERT_NE(block, nullptr);
-        ASSERT_EQ(std::string(block, kept.size()), kept);
-        const std::string bytes(size, static_cast<char>('a' + step % 26));
-        std::memcpy(block, bytes.data(), size);
-        ASSERT_TRUE(model.emplace(block, bytes).second);
+        block = static_cast<char *>(block == nullptr ? skuhmal(ctx, heap, size)
+                                                     : skuhmra(ctx, heap, block, size));
+        bytes.resize(std::min<size_t>(size, bytes.size()));
+        ASSERT_EQ(std::string(block, bytes.size()), bytes);
+        bytes.assign(size, static_cast<char>('a' + step % 26));
+        bytes.copy(block, size);
+        ASSERT_TRUE(model.insert(held).second);
     }
     for (const auto &left : model) skuhmfr(ctx, heap, left.first);
 }

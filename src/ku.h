@@ -64,6 +64,15 @@
 #include "kuv.h"
 #include "kuvp.h"
 
+/* regular expressions */
+#include "kurf.h"
+#include "kurl.h"
+#include "kurm.h"
+#include "kurn.h"
+#include "kurt.h"
+#include "kurx.h"
+#include "kurxe.h"
+
 /* SQL text */
 #include "kuka.h"
 #include "kuke.h"

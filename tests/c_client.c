@@ -240,6 +240,35 @@ static const char *use_virtual_memory(kux *ctx, const char *directory)
     return NULL;
 }
 
+static int32_t note_match(kux *ctx, int32_t transition, void *cctxp, uint32_t start,
+                          uint32_t finish)
+{
+    uint32_t *match = cctxp;
+    (void)ctx;
+    if (transition != KURF_T_END) return KURF_A_GO;
+    match[0] = start;
+    match[1] = finish;
+    return KURF_A_STOP;
+}
+
+static const char *use_regular_expressions(kux *ctx, const char *directory)
+{
+    uint32_t match[2] = {0, 0};
+    kurx *syntax = kurxcreate(ctx, NULL);
+    kurf *runner = kurfcreate(ctx, syntax, "(a|b)+", 6, KURF_MULTIBYTE);
+    (void)directory;
+    HOLDS(syntax != NULL && kurxispecial(ctx, syntax, kurxtbl[9]) == 1);
+    HOLDS(kurxefind(ctx, syntax, 'w', NULL) == 1 && kurttype(ctx, syntax, '*', 0, 1) == KURT_STAR);
+    HOLDS(runner != NULL && kurnomatch(ctx, runner->kurnp_kurf, NULL, KURT_DOT) == NULL);
+    HOLDS(kurlequiv(ctx, runner->currkurlp_kurf, NULL) == 0);
+    HOLDS(kurmlogleaf(ctx, runner->kurnp_kurf, runner->kurnp_kurf->nullkurnop_kurn) == 1);
+    HOLDS(kurfrun(ctx, syntax, runner, "xxababx", 7, KURF_MULTIBYTE, note_match, match)
+          == KURF_S_NONE);
+    HOLDS(match[0] == 2 && match[1] == 5);
+    HOLDS(kurfdestroy(ctx, syntax, runner) == NULL && kurxdestroy(ctx, syntax) == NULL);
+    return NULL;
+}
+
 static const char *use_tokens(kux *ctx, const char *directory)
 {
     kuka attrs;
@@ -371,6 +400,7 @@ const c_client_family c_client_families[] = {
     {"cells, observers and text fields", use_cells_observers_and_fields},
     {"search, wildcards and templates", use_search},
     {"virtual memory", use_virtual_memory},
+    {"regular expressions", use_regular_expressions},
     {"tokens", use_tokens},
     {"preferences", use_preferences},
     {"command line", use_command_line},

@@ -32,6 +32,7 @@ static uint32_t skufbfail(kux *ctx, uint32_t code, const skufo *file)
 uint32_t skufbread(kux *ctx, void *, skufo *file, uint32_t block, void *buffer)
 {
     if (file == nullptr || buffer == nullptr) return skufrefuse(ctx, SKUFA_NULL);
+    if (block >= SKUF_BLOCKS) return skufbfail(ctx, SKUFA_SEEK, file);
     if (const unsigned char *bytes = skufbmapped(file, block, false)) {
         std::memcpy(buffer, bytes, SKUF_BLOCK);
         return 0;

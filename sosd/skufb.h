@@ -29,7 +29,8 @@ struct skufb {
  * Reads a block of a raw file into a buffer of 4096 bytes. At the end of the
  * file it stops: what the file does not have stays in the buffer as it was.
  *   cache  not looked at
- * Returns 0, SKUFA_NULL (raw file or buffer), SKUFA_SEEK or SKUFA_READ.
+ * Returns 0, SKUFA_NULL (raw file or buffer), SKUFA_SEEK (a block past 4 GiB, too) or
+ * SKUFA_READ.
  */
 KU_API uint32_t skufbread(kux *ctx, void *cache, skufo *file, uint32_t block, void *buffer);
 

@@ -338,7 +338,8 @@ TEST_F(Skuf, AMoveStopsAtErrorsAndAtTheEndOfTheRange)
     EXPECT_EQ(skufvgptr(ctx, cache, nullptr, 0), nullptr);
     EXPECT_EQ(skufvclose(ctx, nullptr, file), nullptr);
     EXPECT_EQ(skufbwrite(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_SEEK);
-    EXPECT_EQ(errors(), " 21 21 21 21 21 21 21 21 6(" + moved.name + ")");
+    EXPECT_EQ(skufbread(ctx, cache, file->skufvid, SKUF_BLOCKS, data.data()), SKUFA_SEEK);
+    EXPECT_EQ(errors(), " 21 21 21 21 21 21 21 21 6(" + moved.name + ") 6(" + moved.name + ")");
 }
 
 TEST_F(Skuf, AFailedTransferHasItsCodeAndLeavesTheCacheUsable)

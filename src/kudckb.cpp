@@ -679,15 +679,26 @@ bool kudckover(const kudckeydef *key, const kudxcoldef *column)
     return found && whole;
 }
 
+// Whether the buffers for a thread column's values were made for integers.
+bool kudckwide(const kudcidxdef *index, const kudxcoldef *column)
+{
+    for (std::uint16_t i = 0; i < index->clct_kudcidx; i++) {
+        if (index->cols_kudcidx[i].col_kudcbva == column) {
+            return longest_key_value(index, i) >= kudck_integer;
+        }
+    }
+    return false;
+}
+
 // Where integers can be put: 0, or a code pushed.
-std::uint32_t kudcktargets(const kudcaccdef *acmp, const kudckeydef *key, std::uint32_t count,
-                           kudcbvadef *const *values)
+std::uint32_t kudcktargets(const kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *key,
+                           std::uint32_t count, kudcbvadef *const *values)
 {
     for (std::uint32_t i = 0; i < count; i++) {
         if (values == nullptr || values[i] == nullptr) return refuse(acmp, KUVAA_MISSING);
         const kudxcoldef *column = values[i]->col_kudcbva;
         if (column == nullptr || !kudckover(key, column) || column->curval_kudxcol == nullptr
-            || column->maxlen_kudxcol < kudck_integer) {
+            || !kudckwide(index, column)) {
             return refuse(acmp, KUVAA_NOVALUE);
         }
     }
@@ -708,7 +719,7 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
     if (index == nullptr) return refuse(acmp, KUVAA_MISSING);
     if (index->idxt_kudcidx != KUDC_RANDOM) return refuse(acmp, KUDCA_TYPE);
     const kudckeydef *key = cursor->keyp_kudccur;
-    status = kudcktargets(acmp, key, count, values);
+    status = kudcktargets(acmp, index, key, count, values);
     if (status != 0) return status;
 
     for (std::uint32_t i = 0; i < count; i++) {

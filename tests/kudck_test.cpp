@@ -849,9 +849,19 @@ TEST(Kudckb, IntegersAreLookedUpThroughACursor)
     EXPECT_EQ(row, -1);
     EXPECT_EQ(kudckfblb(cache.cache, nullptr, 2, columns, there, &row), 0u);
     EXPECT_EQ(row, -1);
+    cache.over.columns[0].maxlen_kudxcol = 3; // of no effect now
+    EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, there, &row), 0u);
+    EXPECT_EQ(row, stored);
     columns[1] = nullptr;
     EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, there, &row), KUVAA_MISSING);
     EXPECT_ERRORS(ctx, {"kuvaa 21"});
+
+    indexed narrow(ctx, {{0, 3, 2, up}});
+    ASSERT_EQ(kudcfnwcurs(narrow.cache, nullptr, 0, 0, 0, -1, &cursor), 0u);
+    narrow.over.columns[0].maxlen_kudxcol = 4; // its buffers are as they were
+    columns[0] = &narrow.key.columns[0];
+    EXPECT_EQ(kudckfblb(narrow.cache, cursor, 1, columns, there, &row), KUVAA_NOVALUE);
+    EXPECT_ERRORS(ctx, {"kuvaa 22"});
 }
 
 TEST(Kudckb, AFailedTransferIsToldByItsCode)

@@ -27,11 +27,11 @@ struct kukpseen {
 struct kukpobject {
     kuk visible;
     mutable kukpseen seen; // where a shift state was last asked for
-    kukpblock *more;      // further blocks of records, the newest first
-    kukn *unused;         // the first record that is free
-    kukn *end;            // behind the last one of the block that it is in
-    kukn *firstend;       // behind the last of the first records
-    kukn records[1];      // the first records
+    kukpblock *more;       // further blocks of records, the newest first
+    kukn *unused;          // the first record that is free
+    kukn *end;             // behind the last one of the block that it is in
+    kukn *firstend;        // behind the last of the first records
+    kukn records[1];       // the first records
 };
 
 // Releases a record and its hint unless they are in a block of the object, which

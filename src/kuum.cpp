@@ -19,7 +19,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 
 #include "kuguard.h"
 #include "kuum_internal.h"
@@ -71,8 +70,7 @@ std::int32_t kuumatch(kux *, kuumtdef *mtkn, const char *str)
 {
     if (mtkn == nullptr || str == nullptr) return 0;
     ku::wildcard::plain_looks looks;
-    ku::wildcard::walk match(mtkn, reinterpret_cast<const unsigned char *>(str), std::strlen(str),
-                             looks);
+    ku::wildcard::walk match(mtkn, reinterpret_cast<const unsigned char *>(str), looks);
     return match.covers() ? 1 : 0;
 }
 

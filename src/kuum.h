@@ -42,9 +42,8 @@ KU_API kuumtdef *kuumcreate(kux *ctx, const char *str);
 
 /*
  * 1 when the pattern covers the whole subject (NUL-terminated), else 0; 0 when
- * either is null. Looks at bytes of the subject at most pattern x subject times. It
- * leaves marks in the compiled pattern, which therefore serves one match at a
- * time. Cannot fail.
+ * either is null. Compares bytes at most pattern x subject times. It leaves marks in
+ * the compiled pattern, which therefore serves one match at a time. Cannot fail.
  */
 KU_API int32_t kuumatch(kux *ctx, kuumtdef *mtkn, const char *str);
 

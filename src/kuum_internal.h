@@ -21,19 +21,21 @@ struct plain_looks {
     {
         return static_cast<const unsigned char *>(std::memchr(bytes, byte, length));
     }
-    bool equal(const unsigned char *a, const unsigned char *b, std::size_t length)
+    // `literal` has no NUL: nothing is read behind the subject's. Most comparisons end at once.
+    bool equal(const unsigned char *bytes, const unsigned char *literal, std::size_t length)
     {
-        return std::memcmp(a, b, length) == 0;
+        std::size_t i = 0;
+        while (i < length && bytes[i] == literal[i]) i++;
+        return i == length;
     }
 };
 
-// A match of one subject. `floating`: a % stands before the token, so that it may
-// match further on, too.
+// The match of one subject, NUL-terminated.
 template <typename Looks> class walk
 {
 public:
-    walk(kuumtdef *tokens, const unsigned char *subject, std::size_t length, Looks &looks)
-        : token_(tokens + 1), at_(subject), end_(subject + length), looks_(looks)
+    walk(kuumtdef *tokens, const unsigned char *subject, Looks &looks)
+        : token_(tokens + 1), at_(subject), looks_(looks)
     {
         for (kuumtdef *each = token_; each->kuumt_type != KUUMT_END; each++) {
             each->kuumt_sstr = nullptr;
@@ -43,6 +45,11 @@ public:
 
     bool covers()
     {
+        while (token_->kuumt_type == KUUMT_LITERAL || token_->kuumt_type == KUUMT_UNDERSCORE)
+            if (!begins()) return false;
+        if (token_->kuumt_type == KUUMT_END) return *at_ == 0;
+        if (token_[1].kuumt_type == KUUMT_END) return true;
+        end_ = at_ + std::strlen(reinterpret_cast<const char *>(at_));
         while (token_->kuumt_type != KUUMT_END || at_ != end_) {
             switch (token_->kuumt_type) {
             case KUUMT_PERCENT:
@@ -66,22 +73,32 @@ public:
     }
 
 private:
+    std::size_t length() const { return static_cast<std::size_t>(token_->kuumt_num); }
     std::size_t left() const { return static_cast<std::size_t>(end_ - at_); }
 
     // What is left is too short for the token. Trying more before it further on would
     // leave still less.
-    bool too_long() const { return static_cast<std::size_t>(token_->kuumt_num) > left(); }
+    bool too_long() const { return length() > left(); }
 
     void pass()
     {
-        at_ += token_->kuumt_num;
+        at_ += length();
         token_++;
     }
 
     bool meet()
     {
-        const auto length = static_cast<std::size_t>(token_->kuumt_num);
-        if (!looks_.equal(at_, token_->kuumt_str, length)) return false;
+        if (!looks_.equal(at_, token_->kuumt_str, length())) return false;
+        pass();
+        return true;
+    }
+
+    // A token before the first %, where the subject's length is not known yet.
+    bool begins()
+    {
+        if (token_->kuumt_type == KUUMT_LITERAL) return meet();
+        for (std::size_t i = 0; i < length(); i++)
+            if (at_[i] == 0) return false;
         pass();
         return true;
     }
@@ -90,12 +107,11 @@ private:
     // False: there is none; the literals before would only leave less to search.
     bool find()
     {
-        const auto length = static_cast<std::size_t>(token_->kuumt_num);
         const unsigned char *literal = token_->kuumt_str;
         while (!too_long()) {
-            at_ = looks_.find(at_, left() - (length - 1), *literal);
+            at_ = looks_.find(at_, left() - (length() - 1), *literal);
             if (at_ == nullptr) return false;
-            if (looks_.equal(at_ + 1, literal + 1, length - 1)) break;
+            if (looks_.equal(at_ + 1, literal + 1, length() - 1)) break;
             at_++;
         }
         if (too_long()) return false;
@@ -124,10 +140,10 @@ private:
 
     kuumtdef *token_;
     const unsigned char *at_;
-    const unsigned char *end_;
+    const unsigned char *end_ = nullptr; // of the subject
     Looks &looks_;
-    kuumtdef *resumed_ = nullptr;
-    bool floating_ = false;
+    kuumtdef *resumed_ = nullptr; // the last literal that was found behind a %
+    bool floating_ = false;       // a % stands before the token: it may match further on, too
 };
 
 } // namespace ku::wildcard

@@ -1,6 +1,7 @@
 // kuum_test.cpp - SQL wildcards beside a plain recursive matcher, and the cost of a match
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "kuum_internal.h"
@@ -47,9 +48,11 @@ bool matches(kux *ctx, const std::string &pattern, const std::string &subject)
     kuumtdef *tokens = kuumcreate(ctx, pattern.c_str());
     counted_looks looks;
     ku::wildcard::walk counted(tokens, reinterpret_cast<const unsigned char *>(subject.c_str()),
-                               subject.size(), looks);
+                               looks);
     const bool expected = counted.covers();
-    EXPECT_LE(looks.made, uint64_t{pattern.size()} * subject.size()) << pattern << " " << subject;
+    // The end of an empty subject may be looked at.
+    EXPECT_LE(looks.made, pattern.size() * std::max<size_t>(subject.size(), 1))
+        << pattern << " " << subject;
     EXPECT_EQ(kuumatch(ctx, tokens, subject.c_str()), expected ? 1 : 0) << pattern;
     kuumfree(ctx, tokens);
     return expected;

@@ -134,7 +134,7 @@ TEST(StreamSearch, MistakesAreRefusedInTheirOrderAndChangeNothing)
     EXPECT_EQ(set(ctx, search, nullptr), KUUSA_NOMATCH);
     EXPECT_ERRORS(ctx, {"kuusa 2"});
     EXPECT_EQ(set(ctx, search, kuusicmatch, KUUSAT_NOCASE), 0u); // alone it says nothing
-    EXPECT_EQ(search->skipp_kuus['A'], 1u);
+    EXPECT_EQ(search->skipp_kuus[size_t{'A'}], 1u);
     kuusat got = {KUUSAT_CMFUNC, nullptr, search};
     EXPECT_EQ(kuusget(ctx, search, &got), 0u);
     EXPECT_TRUE(got.cmfuncp_kuusat == kuusscmatch && got.cmctxp_kuusat == nullptr);
@@ -149,7 +149,7 @@ TEST(StreamSearch, WithoutMemoryASearchStaysAsItWasAndFindsNothing)
         if (search == nullptr) return false;
         const uint32_t status = set(ctx, search, kuusicmatch);
         EXPECT_EQ(search->cmfuncp_kuus == kuusicmatch, status == 0);
-        EXPECT_EQ(search->skipp_kuus['b'], status == 0 ? 1u : 3u);
+        EXPECT_EQ(search->skipp_kuus[size_t{'b'}], status == 0 ? 1u : 3u);
         EXPECT_EQ(status, kuxercode(ctx));
         const bool found = kuussearch(ctx, search, nullptr, nullptr) == 1;
         kuusdestroy(ctx, search);

@@ -34,14 +34,12 @@ void kudcbcopy(const kudcbvadef &source, kudcbvadef *destination)
         std::memcpy(destination->val_kudcbva, source.val_kudcbva, source.len_kudcbva);
 }
 
-// A row's columns are read once each: key columns over the same one get a copy. An empty number
-// has no length in front of it.
+// A row's columns are read once each: key columns over the same one get a copy.
 void kudcbrepeat(const kudcbidxdef &breaks)
 {
     const kudckeydef *key = breaks.keyp_kudcbidx;
     for (std::uint32_t i = 0; i < key->numbva_kudckey; i++) {
         kudcbvadef *column = key->arybva_kudckey + i;
-        if (column->len_kudcbva == 0 && column->val_kudcbva != nullptr) column->val_kudcbva[0] = 0;
         for (std::uint32_t j = 0; j < i; j++)
             if (key->arybva_kudckey[j].col_kudcbva == column->col_kudcbva
                 && column->val_kudcbva != nullptr)
@@ -177,15 +175,14 @@ std::uint32_t kudcbcbvcl(kudcaccdef *acmp, const kudcidxdef *index, const kudcke
         const kudxcoldef *column = mine->col_kudcbva;
         if (column == nullptr || column->curval_kudxcol == nullptr || mine->val_kudcbva == nullptr)
             return refuse(acmp, KUVAA_MISSING);
-        // The two as keys of one column each, so that one rule says what differs.
+        // The two as keys of one column each, so that one rule says what differs. What a column
+        // of length 0 still holds is no length in front of a number.
+        unsigned char nothing = 0;
         kudcbvadef its = *mine;
-        its.val_kudcbva = static_cast<unsigned char *>(column->curval_kudxcol);
         its.len_kudcbva = column->curlen_kudxcol;
+        its.val_kudcbva =
+            its.len_kudcbva != 0 ? static_cast<unsigned char *>(column->curval_kudxcol) : &nothing;
         its.valnul_kudcbva = column->curnul_kudxcol;
-        // A column has a byte less than a key for a number with its length in front.
-        kudxcoldef shorter = *column;
-        its.col_kudcbva = column->maxlen_kudxcol != 0 ? &shorter : nullptr;
-        shorter.maxlen_kudxcol--;
         const kudckeydef left = {1, key->numlevsize_kudckey, mine, key->arylevsize_kudckey};
         const kudckeydef right = {1, key->numlevsize_kudckey, &its, key->arylevsize_kudckey};
         if (const std::uint32_t status = kudckcbva(acmp, index, &left, &right, mine->level_kudcbva,

@@ -467,18 +467,9 @@ uint32_t cache::read_row_head(kudcaccdef *acmp, kudcthddef *thread, int32_t posi
     return kudcdhead(&row, thread);
 }
 
-// A number read as empty shall not be taken for one with its length in front.
-static void kudcdempty(const kudxcoldef *column)
-{
-    if (column->xdbtyp_kudxcol == KUDC_NUMBER && column->segm_kudxcol == 0
-        && column->curval_kudxcol != nullptr && column->maxlen_kudxcol != 0)
-        *static_cast<unsigned char *>(column->curval_kudxcol) = 0;
-}
-
 // Loads a value of the data file into its column.
 static uint32_t kudcdvalue(kudcaccdef *acmp, kudxcoldef *column, int32_t position, uint32_t length)
 {
-    if (length == 0) kudcdempty(column);
     if (length == 0) return 0;
     if (column->segm_kudxcol != 0) {
         if (const uint32_t pending = kuxercode(acmp->kuxp_kudcacc)) return pending;
@@ -513,10 +504,7 @@ static uint32_t kudcdload(kudcaccdef *acmp, cache::row_reader *row, const kudcth
         if (const uint32_t status = kudcdvalue(acmp, column, position, length)) return status;
         return row->skip(length);
     }
-    if (length != 0)
-        column->filpos_kudxcol = static_cast<uint32_t>(position);
-    else
-        kudcdempty(column);
+    if (length != 0) column->filpos_kudxcol = static_cast<uint32_t>(position);
     return row->take(column->curval_kudxcol, length);
 }
 
@@ -549,6 +537,9 @@ static uint32_t kudcdbind(kudcaccdef *acmp, cache::row_reader *row, uint32_t lon
     if (length != 0 && value->val_kudcbva == nullptr) return refuse(acmp, KUVAA_MISSING);
     value->len_kudcbva = length;
     value->valnul_kudcbva = isnull;
+    // What the buffer held is no length in front of an empty number.
+    if (length == 0 && value->xdbtyp_kudcbva == KUDC_NUMBER && value->val_kudcbva != nullptr)
+        value->val_kudcbva[0] = 0;
     return row->take(value->val_kudcbva, length);
 }
 

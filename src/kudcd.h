@@ -48,15 +48,17 @@ KU_API uint32_t kudcdstr(kudcaccdef *acmp, kudcthddef *thread);
 
 /*
  * Reads the row at a position into the thread's header, links, live counts and
- * tpln, and into its columns, whose change flags become 0. After a failure
- * columns may have been read in part.
+ * tpln, and into its columns, whose change flags become 0. Of a value of length 0
+ * the column's buffer is not touched. After a failure columns may have been read
+ * in part.
  */
 KU_API uint32_t kudcdrd(kudcaccdef *acmp, kudcthddef *thread, int32_t position);
 
 /*
  * Reads the values of the row at a position into bind values: bytes, length and
- * null indicator. Long values are read as bytes. The columns are not touched; of
- * the thread only tpln changes, which counts every column.
+ * null indicator. Long values are read as bytes; an empty number makes the first
+ * byte of its buffer 0, the length that a key has in front of it. The columns are
+ * not touched; of the thread only tpln changes, which counts every column.
  *   values  one for each column of the thread, null: pass over it; buffers take
  *           the column's maximum length + 1
  *   header  out: the row's header

@@ -348,15 +348,21 @@ struct to_upper {
     static const std::uint16_t *pairs() { return utf8_pairs().upper; }
 };
 
-// The ASCII that eight bytes begin with. Writes eight bytes: what is too many is
-// written over by what comes next.
+// The ASCII that eight bytes begin with. Writes eight bytes, those behind it as they
+// were: what comes next may be shorter here than in the source.
 template <typename Case>
 std::size_t map_ascii_run(byte *to, std::size_t room, const byte *from, std::size_t n)
 {
     if (n < 8 || room < 8) return 0;
-    const std::uint64_t word = load(from), mapped = Case::ascii(word & ~high_bits);
+    const std::uint64_t word = load(from);
+    std::uint64_t mapped = Case::ascii(word & ~high_bits);
+    const std::size_t done = ascii_prefix(word);
+    if (done < 8) {
+        const std::uint64_t behind = ~std::uint64_t{0} << 8 * done;
+        mapped = (mapped & ~behind) | (load(to) & behind);
+    }
     std::memcpy(to, &mapped, sizeof mapped);
-    return ascii_prefix(word);
+    return done;
 }
 
 // Index of a two-byte character in tables of U+0000 to U+07FF, which hold 0 below
@@ -398,7 +404,7 @@ std::size_t copy_caseless_run(byte *to, std::size_t room, const byte *from, std:
     while (most - done >= 4 && from[done] >= 0xE2) {
         const character now = utf8_set::decode(from + done, most - done);
         if (now.width != 3 || !caseless(now.value)) break;
-        std::memcpy(to + done, from + done, 4);
+        std::memcpy(to + done, from + done, 3);
         done += 3;
     }
     return done;

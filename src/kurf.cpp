@@ -38,6 +38,7 @@ constexpr std::int32_t kurf_nothing = -1;   // no transition
 constexpr std::uint32_t kurf_room = 10;     // positions that a new set has room for
 constexpr std::uint32_t kurf_walk = 65536;  // characters of a range, at most
 constexpr std::uint32_t kurf_bits = 64;     // of a word
+constexpr std::uint32_t kurf_sets = 5;      // sets that a map has one of
 constexpr std::uint32_t kurf_small = 4096;  // positions up to which there are many slots
 constexpr std::uint32_t kurf_slots = 256;   // slots of such a pattern
 constexpr std::uint32_t kurf_fewslots = 32; // slots of a larger one
@@ -73,6 +74,7 @@ std::int32_t kurfrefuse(kux *ctx)
 
 bool kurfliteral(kux *ctx, kurx *kurxh, std::uint32_t own, std::uint32_t tchar)
 {
+    if (kurxh->cmfuncp_kurx == kurxscmatch) return own == tchar;
     return kurxh->cmfuncp_kurx(ctx, kurxh->cmctxp_kurx, own, tchar) != 0;
 }
 
@@ -161,12 +163,13 @@ std::uint64_t kurflayout(kurfmap &map, std::uint64_t positions, void *block)
     const std::uint64_t sets = set * map.slots;
     auto *word = static_cast<std::uint64_t *>(block);
     auto *jump = static_cast<kurfjump *>(block);
-    const std::uint64_t bytes = (4 * set + 2 * sets) * sizeof(std::uint64_t)
+    const std::uint64_t bytes = (kurf_sets * set + 2 * sets) * sizeof(std::uint64_t)
                                 + positions * sizeof(kurfjump) + map.slots * sizeof(kurfslot);
     if (block == nullptr) return bytes;
     map.jumps = jump;
     word = reinterpret_cast<std::uint64_t *>(jump + positions);
-    for (std::uint64_t **array : {&map.start, &map.current, &map.next, &map.accepting}) {
+    for (std::uint64_t **array :
+         {&map.start, &map.current, &map.next, &map.accepting, &map.always}) {
         *array = word;
         word += set;
     }
@@ -193,12 +196,18 @@ void kurffilljump(kurfjump &jump, const kurno &position)
         jump.bits |= kurfbit(*follow.items[i]);
 }
 
+bool kurfisdot(const kurno &position)
+{
+    return position.nodetype_kurno == KURN_MATCH && position.kurtep_kurno->type_kurte == KURT_DOT;
+}
+
 void kurffillmap(kurfmap &map, const kurlrow &positions, const kurl &start)
 {
     for (std::uint32_t i = 0; i < positions.high; i++) {
         const kurno &position = *positions.items[i];
         kurffilljump(map.jumps[i], position);
         if (position.accepting_kurno != 0) map.accepting[kurfword(position)] |= kurfbit(position);
+        if (kurfisdot(position)) map.always[kurfword(position)] |= kurfbit(position);
     }
     const kurlspan first = kurlview(start);
     map.startlow = kurfword(*first.items[0]);
@@ -227,18 +236,25 @@ bool kurfmakemap(kux *ctx, kurfrunner &whole)
     return true;
 }
 
-// Notes what kinds of ranges the pattern has.
-void kurffindranges(kurfrunner &whole)
+void kurfnoterange(kurfrunner &whole, const kurno &range)
+{
+    if (range.numchild_kurno == 3) whole.ranged = 1;
+    if (kurfismixed(range)) whole.mixed = 1;
+    if (kurfend(range, 0).type_kurte == KURT_CLASS) whole.classed = 1;
+}
+
+// Notes what the matches of the pattern depend on.
+void kurfnotekinds(kurfrunner &whole)
 {
     const kurlrow &positions = *kurntreeof(*whole.open.kurnp_kurf).positions;
     for (std::uint32_t i = 0; i < positions.high; i++) {
-        const kurno *list = positions.items[i];
-        if (list->nodetype_kurno == KURN_TWIDDLE) list = list->ckurnop_kurno[1];
-        while (list != nullptr && list->nodetype_kurno == KURN_RLIS) {
-            const kurno &range = *list->ckurnop_kurno[0];
-            if (range.numchild_kurno == 3) whole.ranged = 1;
-            if (kurfismixed(range)) whole.mixed = 1;
-            list = list->numchild_kurno == 2 ? list->ckurnop_kurno[1] : nullptr;
+        const kurno *node = positions.items[i];
+        if (node->nodetype_kurno == KURN_MATCH && node->kurtep_kurno->type_kurte == KURT_CLASS)
+            whole.classed = 1;
+        if (node->nodetype_kurno == KURN_TWIDDLE) node = node->ckurnop_kurno[1];
+        while (node != nullptr && node->nodetype_kurno == KURN_RLIS) {
+            kurfnoterange(whole, *node->ckurnop_kurno[0]);
+            node = node->numchild_kurno == 2 ? node->ckurnop_kurno[1] : nullptr;
         }
     }
 }
@@ -251,91 +267,142 @@ bool kurfmaybequick(const kurfrunner &whole, const kurx &syntax)
     return compares && whole.mixed == 0 && (whole.ranged == 0 || syntax.succfp_kurx == kurxsucc);
 }
 
+// One character's part of the map.
+struct kurflooked {
+    kurfslot *slot;
+    std::uint64_t *known;
+    std::uint64_t *matching;
+};
+
+// Where a step on a pattern of one word leads.
+struct kurfled {
+    std::uint64_t next;
+    std::uint64_t hits;
+    std::uint64_t accepting; // the accepting ones of the hits
+};
+
 // What a step needs at hand.
 struct kurfstep {
     kux *ctx;
     kurx *kurxh;
     kurfrunner &whole;
 
-    kurfslot &slotof(std::uint32_t tchar, std::uint64_t *&known, std::uint64_t *&matching) const
+    const kurlrow &positions() const { return *kurntreeof(*whole.open.kurnp_kurf).positions; }
+    kurflooked look(std::uint32_t tchar) const
     {
-        kurfmap &map = whole.map;
+        const kurfmap &map = whole.map;
         const std::uint32_t index = tchar & (map.slots - 1);
-        known = map.known + std::size_t{index} * map.words;
-        matching = map.matching + std::size_t{index} * map.words;
-        kurfslot &slot = map.table[index];
-        if (slot.tchar != tchar || slot.run != map.run) {
-            slot = {tchar, map.run, kurf_unknown};
-            std::fill_n(known, map.words, 0);
-            std::fill_n(matching, map.words, 0);
+        const std::size_t set = std::size_t{index} * map.words;
+        const kurflooked looked = {map.table + index, map.known + set, map.matching + set};
+        if (looked.slot->tchar != tchar || looked.slot->run != map.run) {
+            *looked.slot = {tchar, map.run, kurf_unknown};
+            std::copy_n(map.always, map.words, looked.known);
+            std::copy_n(map.always, map.words, looked.matching);
         }
-        return slot;
+        return looked;
     }
-    void learn(std::uint32_t tchar, std::uint32_t word, std::uint64_t unknown,
-               std::uint64_t &matching) const;
-    template <bool Narrow> kurl *move(std::uint32_t tchar) const;
+    // Of one word of the set `from` the positions that match.
+    std::uint64_t hits(std::uint32_t tchar, const kurflooked &looked, std::uint32_t word,
+                       std::uint64_t from) const
+    {
+        const std::uint64_t unknown = from & ~looked.known[word];
+        if (unknown != 0) learn(tchar, looked, word, unknown);
+        return from & looked.matching[word];
+    }
+    kurfled lead(std::uint32_t tchar, std::uint64_t from) const
+    {
+        const kurfmap &map = whole.map;
+        kurfled led = {0, hits(tchar, look(tchar), 0, from), 0};
+        led.accepting = led.hits & *map.accepting;
+        for (std::uint64_t left = led.hits; left != 0; left &= left - 1)
+            led.next |= map.jumps[std::countr_zero(left)].bits;
+        return led;
+    }
+    // The tag of the last of these positions.
+    void tag(std::uint32_t word, std::uint64_t accepting) const
+    {
+        const auto bit = kurf_bits - 1 - static_cast<std::uint32_t>(std::countl_zero(accepting));
+        whole.open.tag_kurf = positions().items[word * kurf_bits + bit]->tag_kurno;
+    }
+    void learn(std::uint32_t tchar, const kurflooked &looked, std::uint32_t word,
+               std::uint64_t unknown) const;
+    bool join(std::uint32_t word, std::uint64_t hits, std::uint32_t &low,
+              std::uint32_t &high) const;
+    kurl *moveword(std::uint32_t tchar) const;
+    kurl *movewords(std::uint32_t tchar) const;
     bool starts(std::uint32_t tchar) const;
     kurl *step(std::uint32_t tchar) const;
 };
 
-void kurfstep::learn(std::uint32_t tchar, std::uint32_t word, std::uint64_t unknown,
-                     std::uint64_t &matching) const
+void kurfstep::learn(std::uint32_t tchar, const kurflooked &looked, std::uint32_t word,
+                     std::uint64_t unknown) const
 {
-    const kurlrow &positions = *kurntreeof(*whole.open.kurnp_kurf).positions;
+    looked.known[word] |= unknown;
+    if (kurxh->cmfuncp_kurx != kurxscmatch) whole.steady = 0; // changed in a callback, maybe
     for (; unknown != 0; unknown &= unknown - 1) {
         const auto bit = static_cast<std::uint32_t>(std::countr_zero(unknown));
-        kurno *node = positions.items[word * kurf_bits + bit];
+        kurno *node = positions().items[word * kurf_bits + bit];
         if (kurfmatch(ctx, kurxh, &whole.open, node, tchar) != 0)
-            matching |= std::uint64_t{1} << bit;
+            looked.matching[word] |= std::uint64_t{1} << bit;
     }
 }
 
-// Joins followpos of a position into the next set.
-void kurfjoin(kurfmap &map, const kurlrow &positions, std::uint32_t index, std::uint32_t &low,
-              std::uint32_t &high)
-{
-    const kurfjump &jump = map.jumps[index];
-    map.next[jump.word] |= jump.bits;
-    low = std::min(low, jump.word);
-    high = std::max(high, jump.word);
-    if (jump.many == 0) return;
-    const kurlspan follow = kurlview(*positions.items[index]->followkurlp_kurno);
-    for (std::uint32_t i = 0; i < follow.count; i++)
-        map.next[kurfword(*follow.items[i])] |= kurfbit(*follow.items[i]);
-    high = std::max(high, kurfword(*follow.end()[-1]));
-}
-
-// The step of kurfdelta, on bits. A pattern of one word needs no loops over words.
-template <bool Narrow> kurl *kurfstep::move(std::uint32_t tchar) const
+// The step of kurfdelta on a pattern of one word.
+kurl *kurfstep::moveword(std::uint32_t tchar) const
 {
     kurfmap &map = whole.map;
-    const kurlrow &positions = *kurntreeof(*whole.open.kurnp_kurf).positions;
+    const bool starting = whole.open.currkurlp_kurf != whole.shown;
+    const kurfled led = lead(tchar, starting ? *map.start : *map.current);
+    if (led.accepting != 0) tag(0, led.accepting);
+    *map.current = led.next;
+    map.low = 0;
+    map.high = 0;
+    whole.shown->accepting_kurl = led.accepting != 0 ? 1 : 0;
+    return led.hits != 0 ? whole.shown : nullptr;
+}
+
+// Joins followpos of the hits in a word into the next set, whose words that are not 0 lie from
+// `low` to `high`.
+bool kurfstep::join(std::uint32_t word, std::uint64_t hits, std::uint32_t &low,
+                    std::uint32_t &high) const
+{
+    kurfmap &map = whole.map;
+    for (std::uint64_t left = hits; left != 0; left &= left - 1) {
+        const auto bit = static_cast<std::uint32_t>(std::countr_zero(left));
+        const std::uint32_t index = word * kurf_bits + bit;
+        const kurfjump &jump = map.jumps[index];
+        map.next[jump.word] |= jump.bits;
+        low = std::min(low, jump.word);
+        high = std::max(high, jump.word);
+        if (jump.many == 0) continue;
+        const kurlspan follow = kurlview(*positions().items[index]->followkurlp_kurno);
+        for (std::uint32_t i = 0; i < follow.count; i++)
+            map.next[kurfword(*follow.items[i])] |= kurfbit(*follow.items[i]);
+        high = std::max(high, kurfword(*follow.end()[-1]));
+    }
+    return hits != 0;
+}
+
+// The step of kurfdelta on words.
+kurl *kurfstep::movewords(std::uint32_t tchar) const
+{
+    kurfmap &map = whole.map;
     const bool starting = whole.open.currkurlp_kurf != whole.shown;
     const std::uint64_t *from = starting ? map.start : map.current;
-    const std::uint32_t first = Narrow ? 0 : starting ? map.startlow : map.low;
-    const std::uint32_t last = Narrow ? 0 : starting ? map.starthigh : map.high;
-    std::uint64_t *known = nullptr;
-    std::uint64_t *matching = nullptr;
-    slotof(tchar, known, matching);
+    const std::uint32_t last = starting ? map.starthigh : map.high;
+    const kurflooked looked = look(tchar);
 
     bool any = false;
     std::uint8_t accepting = 0;
     std::uint32_t low = map.words;
     std::uint32_t high = 0;
-    for (std::uint32_t word = first; word <= last; word++) {
-        const std::uint64_t unknown = from[word] & ~known[word];
-        if (unknown != 0) {
-            learn(tchar, word, unknown, matching[word]);
-            known[word] |= unknown;
-        }
-        for (std::uint64_t hits = from[word] & matching[word]; hits != 0; hits &= hits - 1) {
-            const auto bit = static_cast<std::uint32_t>(std::countr_zero(hits));
-            any = true;
-            kurfjoin(map, positions, word * kurf_bits + bit, low, high);
-            if ((map.accepting[word] >> bit & 1) == 0) continue;
-            whole.open.tag_kurf = positions.items[word * kurf_bits + bit]->tag_kurno;
-            accepting = 1;
-        }
+    for (std::uint32_t word = starting ? map.startlow : map.low; word <= last; word++) {
+        const std::uint64_t found = hits(tchar, looked, word, from[word]);
+        if (!join(word, found, low, high)) continue;
+        any = true;
+        if ((found & map.accepting[word]) == 0) continue;
+        tag(word, found & map.accepting[word]);
+        accepting = 1;
     }
     for (std::uint32_t word = map.low; word <= map.high; word++) map.current[word] = 0;
     std::swap(map.current, map.next);
@@ -345,28 +412,23 @@ template <bool Narrow> kurl *kurfstep::move(std::uint32_t tchar) const
     return any ? whole.shown : nullptr;
 }
 
-// Whether a match can start with the character. Only asked at the start set.
+// Whether a match can start with the character.
 bool kurfstep::starts(std::uint32_t tchar) const
 {
-    kurfmap &map = whole.map;
-    std::uint64_t *known = nullptr;
-    std::uint64_t *matching = nullptr;
-    kurfslot &slot = slotof(tchar, known, matching);
-    if (slot.starts != kurf_unknown) return slot.starts == kurf_may;
-    slot.starts = kurf_never;
-    for (std::uint32_t word = map.startlow; word <= map.starthigh; word++) {
-        learn(tchar, word, map.start[word] & ~known[word], matching[word]);
-        known[word] |= map.start[word];
-        if ((matching[word] & map.start[word]) != 0) slot.starts = kurf_may;
-    }
-    return slot.starts == kurf_may;
+    const kurfmap &map = whole.map;
+    const kurflooked looked = look(tchar);
+    if (looked.slot->starts != kurf_unknown) return looked.slot->starts == kurf_may;
+    looked.slot->starts = kurf_never;
+    for (std::uint32_t word = map.startlow; word <= map.starthigh; word++)
+        if (hits(tchar, looked, word, map.start[word]) != 0) looked.slot->starts = kurf_may;
+    return looked.slot->starts == kurf_may;
 }
 
 kurl *kurfstep::step(std::uint32_t tchar) const
 {
     kurf &runner = whole.open;
     if (whole.quick == 0) return kurfdelta(ctx, kurxh, &runner, runner.currkurlp_kurf, tchar);
-    return whole.map.words == 1 ? move<true>(tchar) : move<false>(tchar);
+    return whole.map.words == 1 ? moveword(tchar) : movewords(tchar);
 }
 
 // Lets go of the current set, unless it is one that the runner keeps.
@@ -417,9 +479,21 @@ inline std::uint32_t kurfread(kurfc &data)
 
 // Where characters come from: memory, or a client's function.
 struct kurfsource {
-    kurfc *memory;
+    kurfc *memory;             // null: the function
+    const std::uint8_t *plain; // of the character set: bytes that are characters by themselves
+    const unsigned char *end;  // of multibyte text
     kurfnextfn function;
     void *cctxp;
+
+    // kurfread, for a cursor that nobody else sees.
+    std::uint32_t next() const
+    {
+        if (memory->datat_kurfc != KURF_MULTIBYTE) return kurfread(*memory);
+        kucursor &cursor = memory->datal_kurfc;
+        if (cursor.position_kucursor < end && plain[*cursor.position_kucursor] != 0)
+            return *cursor.position_kucursor++;
+        return ku::locale::slow::next(cursor);
+    }
 };
 
 // ---- the run ----
@@ -435,7 +509,7 @@ struct kurfdriver {
     kurf &runner() const { return stepping.whole.open; }
     std::uint32_t read() const
     {
-        if (source.memory != nullptr) return kurfread(*source.memory);
+        if (source.memory != nullptr) return source.next();
         kurfshow(stepping.whole);
         return source.function(stepping.ctx, source.cctxp);
     }
@@ -455,6 +529,7 @@ struct kurfdriver {
     bool follow() const;
     bool answered(std::int32_t transition) const;
     void skip();
+    void glide();
     bool advance();
     void run();
 };
@@ -515,10 +590,31 @@ void kurfdriver::skip()
     while (tchar != 0 && !stepping.starts(tchar)) next();
 }
 
+// Goes on inside a match as long as there is nothing to report, in a pattern of one word.
+void kurfdriver::glide()
+{
+    kurfrunner &whole = stepping.whole;
+    if (source.memory == nullptr || whole.map.words != 1 || runner().currkurlp_kurf != whole.shown)
+        return;
+    const bool accepts = runner().caccept_kurf != 0;
+    std::uint64_t current = *whole.map.current;
+    while (tchar != 0) {
+        const kurfled led = stepping.lead(tchar, current);
+        const bool end = runner().fanchor_kurf == 0 || ahead == 0;
+        if (led.hits == 0 || (accepts ? led.accepting == 0 : led.accepting != 0 && end)) break;
+        if (led.accepting != 0) stepping.tag(0, led.accepting);
+        current = led.next;
+        whole.shown->accepting_kurl = led.accepting != 0 ? 1 : 0;
+        next();
+    }
+    *whole.map.current = current;
+}
+
 // One character. False: the run is over.
 bool kurfdriver::advance()
 {
     skip();
+    glide();
     if (runner().currkurlp_kurf == nullptr) return false; // a callback has run this runner
     runner().currkurlp_kurf = stepping.step(tchar);
     if (runner().imode_kurf != 0) {
@@ -558,7 +654,11 @@ void kurfbegin(kux *ctx, kurx *kurxh, kurfrunner &whole)
     whole.open.ifinish_kurf = 0;
     whole.open.tag_kurf = 0;
     whole.quick = kurfmaybequick(whole, *kurxh) ? 1 : 0;
-    if (++whole.map.run != 0) return;
+    const bool steady =
+        kurxh->cmfuncp_kurx == kurxscmatch && whole.ranged == 0 && whole.classed == 0;
+    const bool holds = steady && whole.steady != 0;
+    whole.steady = steady ? 1 : 0;
+    if (holds || ++whole.map.run != 0) return;
     for (std::uint32_t i = 0; i < whole.map.slots; i++) whole.map.table[i].run = 0;
     whole.map.run = 1;
 }
@@ -600,7 +700,7 @@ bool kurfcompile(kux *ctx, kurx *kurxh, kurfrunner &whole, const std::uint32_t *
     runner.kurnp_kurf = kurncreate(ctx, kurxh, runner.kurtp_kurf);
     if (runner.kurnp_kurf == nullptr || kurmcreate(ctx, runner.kurnp_kurf) != 0) return false;
     if (!kurfmakemap(ctx, whole)) return false;
-    kurffindranges(whole);
+    kurfnotekinds(whole);
     runner.sanchor_kurf = runner.kurtp_kurf->sanchor_kurt;
     runner.fanchor_kurf = runner.kurtp_kurf->fanchor_kurt;
     return true;
@@ -648,6 +748,7 @@ std::int32_t kurfrun(kux *ctx, kurx *kurxh, kurf *kurfh, const void *datap, std:
                      std::int32_t datat, kurfmatchfn funcp, void *cctxp)
 {
     if (!kurfisknown(datat)) return KURF_S_NONE;
+    if (datan == 0) datap = ""; // may have been null
     kurfc data = {};
     data.datap_kurfc = datap;
     data.datan_kurfc = datan;
@@ -656,13 +757,16 @@ std::int32_t kurfrun(kux *ctx, kurx *kurxh, kurf *kurfh, const void *datap, std:
     if (datat == KURF_MULTIBYTE)
         ku::locale::open_exact(&data.datal_kurfc, const_cast<void *>(datap), datan, ctx->kuxlangidh,
                                ku::locale::cursor_mode::read);
-    return kurfdrive(ctx, kurxh, kurfh, {&data, nullptr, nullptr}, funcp, cctxp);
+    const kurfsource source = {&data, ctx->kuxlangidh->charset_kulang->plain_kucharset,
+                               static_cast<const unsigned char *>(datap) + datan, nullptr, nullptr};
+    return kurfdrive(ctx, kurxh, kurfh, source, funcp, cctxp);
 }
 
 std::int32_t kurfcrun(kux *ctx, kurx *kurxh, kurf *kurfh, kurfnextfn cfuncp, void *ccctxp,
                       kurfmatchfn mfuncp, void *mcctxp)
 {
-    return kurfdrive(ctx, kurxh, kurfh, {nullptr, cfuncp, ccctxp}, mfuncp, mcctxp);
+    return kurfdrive(ctx, kurxh, kurfh, {nullptr, nullptr, nullptr, cfuncp, ccctxp}, mfuncp,
+                     mcctxp);
 }
 
 void kurfreset(kux *ctx, kurx *, kurf *kurfh)

@@ -32,6 +32,7 @@ struct kurfmap {
     std::uint64_t *current;   // the current set, unless that is the start set
     std::uint64_t *next;      // all 0 between steps
     std::uint64_t *accepting; // accepting positions
+    std::uint64_t *always;    // positions that match any character: dots
     std::uint64_t *known;     // per slot: positions whose match with its character is known
     std::uint64_t *matching;  // per slot: those of them that match
     kurfjump *jumps;          // by position
@@ -41,9 +42,11 @@ struct kurfmap {
 struct kurfrunner {
     kurf open;
     kurl *shown;         // what clients see while the current set is bits; owned
-    std::uint8_t quick;  // 1: this run works on bits
-    std::uint8_t ranged; // 1: the pattern has ranges, which need the successor function
-    std::uint8_t mixed;  // 1: one of them is between a class and a character
+    std::uint8_t quick;   // 1: this run works on bits
+    std::uint8_t ranged;  // 1: the pattern has ranges, which need the successor function
+    std::uint8_t mixed;   // 1: one of them is between a class and a character
+    std::uint8_t classed; // 1: the pattern has escape classes, whose members may change
+    std::uint8_t steady;  // 1: what the last run looked up holds for ever
     kurfmap map;
 };
 

@@ -41,7 +41,7 @@ struct kurfmap {
 
 struct kurfrunner {
     kurf open;
-    kurl *shown;         // what clients see while the current set is bits; owned
+    kurl *shown;          // what clients see while the current set is bits; owned
     std::uint8_t quick;   // 1: this run works on bits
     std::uint8_t ranged;  // 1: the pattern has ranges, which need the successor function
     std::uint8_t mixed;   // 1: one of them is between a class and a character

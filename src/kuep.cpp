@@ -103,23 +103,22 @@ bool kuepzresolve(kux *ctx, const char *name, const kuepresult &result, const ku
     return false;
 }
 
-// Tries a name in the directories of a list. Returns 0, or the code of a join that failed.
+// Tries a name in the directories of a list. Returns 0, or the code of a join that failed. A
+// name with a directory part stays as it is everywhere, and so has been tried before.
 std::uint32_t kuepsearch(kux *ctx, const kueplist &path, const char *name, const kuepresult &result,
                          const kueplist &types, bool *found)
 {
-    const bool placed = skubdspecified(ctx, name) != 0;
+    if (skubdspecified(ctx, name) != 0) return 0;
     for (std::int32_t i = 0; i < path.count() && !*found; i++) {
         const auto *element = static_cast<const kuel *>(path[i]);
         if (element == nullptr || element->domain_kuel != KUELD_DIRECTORY) continue;
         std::array<char, kuep_joined> joined;
         std::uint32_t length = kuep_joined - 1;
-        if (!placed) {
-            const std::uint32_t status =
-                skubadir(ctx, name, element->name_kuel, joined.data(), &length);
-            if (status != 0) return status;
-            joined[length] = 0;
-        }
-        *found = kuepzresolve(ctx, placed ? name : joined.data(), result, types);
+        const std::uint32_t status =
+            skubadir(ctx, name, element->name_kuel, joined.data(), &length);
+        if (status != 0) return status;
+        joined[length] = 0;
+        *found = kuepzresolve(ctx, joined.data(), result, types);
     }
     return 0;
 }
@@ -134,8 +133,8 @@ std::uint32_t kuepnresolve(kux *ctx, void *path, const char *basename, char *res
     const kueplist types(ctx, doctypes);
     bool found = false;
     if (!kuepexists(ctx, name)) {
+        const kueplist directories(ctx, path);
         found = kuepzresolve(ctx, name, result, types);
-        const kueplist directories(ctx, found ? nullptr : path);
         const std::uint32_t status = kuepsearch(ctx, directories, name, result, types, &found);
         if (status != 0) return status;
     }

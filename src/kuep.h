@@ -16,11 +16,11 @@ extern "C" {
 
 /*
  * Finds the regular file that a name stands for. Tried in this order: the name as it is;
- * the name with the types; then, for each element of domain KUELD_DIRECTORY in `path`,
- * the name in that directory (a name that has a directory part, skubdspecified: as it is)
- * with the types. "With the types" is a name alone when it has a file type
- * (skubtspecified), else with each type in turn, up to the first that makes it longer
- * than `resname` can hold. Found nothing: the name as it is.
+ * the name with the types; then, unless the name has a directory part (skubdspecified),
+ * for each element of domain KUELD_DIRECTORY in `path`, the name in that directory with
+ * the types. "With the types" is a name alone when it has a file type (skubtspecified),
+ * else with each type in turn, up to the first that makes it longer than `resname` can
+ * hold. Found nothing: the name as it is.
  *   path      element list (kuel.h); or null: no directories
  *   basename  the name; null is an empty text
  *   resname   out: the result, with a NUL; cut to whole characters when it does not fit; not

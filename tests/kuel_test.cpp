@@ -144,7 +144,8 @@ TEST(ConnectTexts, PartsThatAreGivenGoBeforeThoseOfTheUserText)
         {none, "p", "h", 1, "/p@h"},
         {"\x83@\x83@h", none, none, 0, "\x83@\x83@h", "sjis"}, // a trail byte is no @
         {"\x83@@h", none, "i", 0, "\x83@@i", "sjis"},
-        {"\x0E@/\x0F/p\x0E/@\x0F@h", none, none, 0, "\x0E@/\x0F@h", "iso-2022-kr"},
+        {"\x0E/@\x0F/p\x0E@/\x0F@h", none, none, 1, "\x0E/@\x0F/p\x0E@/\x0F@h", "iso-2022-kr"},
+        {"\x0E/@\x0F/p\x0E@/\x0F@h", none, none, 0, "\x0E/@\x0F@h", "iso-2022-kr"},
         {"u\xC3/p\xC3@h", none, none, 0, "u\xC3@h", "utf8"}, // half a character hides nothing
     };
     for (const auto &row : rows) {

@@ -16,7 +16,9 @@ build: packages
 packages:
 	@cmake/packages.sh build test demo
 
-demo: build
+demo: packages
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET) -j $(JOBS) --target kuq
 	tools/demo/run.sh $(BUILD)
 
 test: build

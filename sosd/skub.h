@@ -113,8 +113,8 @@ typedef struct skuba {
  * null, with SKUBA_NOMODE, SKUBA_NOFILE (no SKUB_CREATE and no such regular
  * file; on top of SKUBA_STATUS when the system cannot tell), SKUBA_NOWRITE or
  * SKUBA_POSITION (on top of SKUBA_READ when a read failed) pushed, or nothing
- * when the system refuses to open the file or memory ran out. A file it had
- * created stays.
+ * when the system refuses to open the file. Without memory there is what the
+ * context's allocator pushed. A file it had created stays.
  */
 KU_API void *skubcreate(kux *ctx, const char *name, const skuba *attrs);
 

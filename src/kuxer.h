@@ -126,7 +126,8 @@ KU_API uint32_t kuxerrestorestack(kux *ctx);
  *   buffer     *length + 1 bytes
  *   length     in: most bytes wanted; out: bytes of the text, 0 when there is none
  *   truncated  out: 1 when the text was cut to *length, else 0; may be null
- * A found text is NUL-terminated. Pushes nothing that stays.
+ * A found text is NUL-terminated. Pushes nothing that stays; but when a level
+ * cannot be saved for want of memory, KUXER_NOLEVEL stays and no text is found.
  */
 KU_API void kuxergmsg(kux *ctx, uint32_t code, const char *type, char *buffer, uint32_t *length,
                       int32_t *truncated);

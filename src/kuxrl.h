@@ -4,7 +4,7 @@
  * Like the context's relocatable callbacks, but noted in the relocatable-memory
  * log so that a frame (kuxml.h) can undo allocations, locks and dereferences.
  * Nothing here pushes a code but KUXML_FULL, when the log cannot grow; the
- * operation is then not carried out.
+ * operation is then not carried out. The context's callbacks push their own.
  */
 #ifndef KUXRL_H
 #define KUXRL_H

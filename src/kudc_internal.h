@@ -92,6 +92,27 @@ inline const unsigned char *key_at(const unsigned char *block, std::uint32_t ent
 {
     return block + entry_of(block, entry).offs_kudcind;
 }
+// Whether what lies at a position is a block of a level, and says of itself what can be. A
+// block that could not be written is not there, or in part.
+inline bool is_block(const unsigned char *block, std::int32_t position, std::uint32_t bytes,
+                     std::uint16_t level)
+{
+    const kudcidhdef header = header_of(block);
+    return header.addr_kudcidh == position && header.size_kudcidh == bytes
+           && header.levl_kudcidh == level
+           && block_head + entry_bytes * header.kyct_kudcidh + header.free_kudcidh <= bytes;
+}
+// Bytes from an entry's key to the end of its block; 0 when it does not begin in the block.
+inline std::uint32_t key_room(const unsigned char *block, std::uint32_t entry)
+{
+    const std::uint32_t bytes = header_of(block).size_kudcidh;
+    const std::uint32_t from = entry_of(block, entry).offs_kudcind;
+    return from < bytes ? bytes - from : 0;
+}
+// Bytes of the key that an entry has in its block, with its entry; 0 when it has none there.
+std::uint32_t entry_size(const unsigned char *block, std::uint32_t entry);
+// Whether all keys of a block are there, and its free space is what they leave.
+bool is_whole(const unsigned char *block);
 // An empty block of a level's template: header with its address, all other bytes 0.
 void make_block(unsigned char *block, const kudcidhdef &level, std::int32_t address);
 
@@ -104,6 +125,10 @@ std::uint32_t read_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t 
                          void *buffer);
 std::uint32_t write_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
                           const void *buffer);
+// Reads a block of a level; what is_block refuses, or has other columns: KUVAA_MISSING pushed.
+//   level  the level's template, or the header of another of its blocks
+std::uint32_t visit_block(kudcaccdef *acmp, const kudcidhdef &level, std::int32_t position,
+                          unsigned char *block);
 // Shows bytes of the index file where they are, until the next move. *bytes: null when they
 // have to be read.
 std::uint32_t look_at_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
@@ -138,6 +163,8 @@ inline kudcidxdef *index_of(const kudcaccdef *acmp, const kudccurdef *cursor)
 // client does to maxlen afterwards does not count: buffers have these sizes.
 std::uint32_t longest_value(const kudcthddef *thread, std::uint16_t column);
 std::uint32_t longest_key_value(const kudcidxdef *index, std::uint16_t key_column);
+// First key column of an index at or above a level; clct when there is none.
+std::uint16_t first_key_column(const kudcidxdef *index, std::uint32_t level);
 
 // Bytes of a thread's record without its values.
 std::uint32_t fixed_bytes(const kudcthddef *thread);

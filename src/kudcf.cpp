@@ -103,6 +103,41 @@ void cache::make_block(unsigned char *block, const kudcidhdef &level, int32_t ad
     set_header(block, header);
 }
 
+uint32_t cache::entry_size(const unsigned char *block, uint32_t entry)
+{
+    const uint32_t count = header_of(block).clct_kudcidh;
+    const uint32_t room = key_room(block, entry);
+    if (key_head * count > room) return 0;
+    const unsigned char *flatkey = key_at(block, entry);
+    uint64_t bytes = key_head * count;
+    for (uint32_t i = 0; i < count; i++)
+        bytes += load<kudcflkchdef>(flatkey + key_head * i).len_kudcflkch;
+    bytes = (bytes + 3) & ~uint64_t{3};
+    return bytes <= room ? static_cast<uint32_t>(bytes) + entry_bytes : 0;
+}
+
+bool cache::is_whole(const unsigned char *block)
+{
+    const kudcidhdef header = header_of(block);
+    uint64_t used = block_head + uint32_t{header.free_kudcidh};
+    for (uint32_t i = 0; i < header.kyct_kudcidh; i++) {
+        const uint32_t size = entry_size(block, i);
+        if (size == 0) return false;
+        used += size;
+    }
+    return used == header.size_kudcidh;
+}
+
+uint32_t cache::visit_block(kudcaccdef *acmp, const kudcidhdef &level, int32_t position,
+                            unsigned char *block)
+{
+    const uint32_t status = read_block(acmp, position, level.size_kudcidh, block);
+    if (status != 0) return status;
+    const bool sound = is_block(block, position, level.size_kudcidh, level.levl_kudcidh)
+                       && header_of(block).clct_kudcidh == level.clct_kudcidh;
+    return sound ? 0 : refuse(acmp, KUVAA_MISSING);
+}
+
 kudcthddef *cache::thread_of(const kudcaccdef *acmp, uint16_t thread)
 {
     if (acmp->thrd_kudcacc != nullptr && thread < acmp->thct_kudcacc)
@@ -153,8 +188,7 @@ uint16_t cache::levels_of(const kudckeydef *key)
     return static_cast<uint16_t>(key->arybva_kudckey[columns - 1].level_kudcbva + 1);
 }
 
-// First key column of an index at or above a level; clct when there is none.
-static uint16_t kudcffirst(const kudcidxdef *index, uint32_t level)
+uint16_t cache::first_key_column(const kudcidxdef *index, uint32_t level)
 {
     uint16_t column = 0;
     while (column < index->clct_kudcidx && index->cols_kudcidx[column].level_kudcbva < level)
@@ -178,7 +212,7 @@ uint32_t cache::check_goal(const kudcaccdef *acmp, const kudcidxdef *index, cons
         if (within >= index->lvcl_kudcidx[level] || value.col_kudcbva == nullptr
             || value.val_kudcbva == nullptr)
             return refuse(acmp, KUVAA_NOVALUE);
-        const auto column = static_cast<uint16_t>(kudcffirst(index, level) + within++);
+        const auto column = static_cast<uint16_t>(first_key_column(index, level) + within++);
         if (value_bytes(value) > uint64_t{longest_key_value(index, column)} + 1)
             return refuse(acmp, KUVAA_NOVALUE);
     }
@@ -213,13 +247,13 @@ void cache::clear_levels(kudckeydef *key, uint16_t level)
 }
 
 // Reads the first leaf with entries under a block of a tree. *found: there is one.
-static uint32_t kudcfleaf(kudcaccdef *acmp, uint32_t bytes, int32_t position, bool *found)
+static uint32_t kudcfleaf(kudcaccdef *acmp, const kudcidhdef &level, int32_t position, bool *found)
 {
     unsigned char *block = acmp->indx_kudcacc;
     if (block == nullptr) return refuse(acmp, KUVAA_MISSING);
     *found = false;
     while (position != KUDC_NONE) {
-        if (const uint32_t status = cache::read_block(acmp, position, bytes, block)) return status;
+        if (const uint32_t status = cache::visit_block(acmp, level, position, block)) return status;
         const kudcidhdef header = cache::header_of(block);
         *found = header.leaf_kudcidh != 0 && header.kyct_kudcidh != 0;
         if (*found) return 0;
@@ -231,13 +265,13 @@ static uint32_t kudcfleaf(kudcaccdef *acmp, uint32_t bytes, int32_t position, bo
 uint32_t cache::load_first_key(kudcaccdef *acmp, const kudcidxdef *index, kudckeydef *key,
                                uint16_t level, int32_t root, kudcinddef *entry, bool *found)
 {
-    const uint32_t bytes = index->lvrt_kudcidx[level].size_kudcidh;
     if (root < 0) root = KUDC_NONE;
-    if (const uint32_t status = kudcfleaf(acmp, bytes, root, found)) return status;
+    if (const uint32_t status = kudcfleaf(acmp, index->lvrt_kudcidx[level], root, found))
+        return status;
     if (!*found) return 0;
     const unsigned char *block = acmp->indx_kudcacc;
     *entry = entry_of(block, 0);
-    return key == nullptr ? 0 : load_key(acmp, block, 0, columns_of(key, level), nullptr);
+    return key == nullptr ? 0 : load_key(acmp, index, block, 0, columns_of(key, level), nullptr);
 }
 
 // ---- keys ----
@@ -1099,7 +1133,8 @@ uint32_t kudcfginf(kudcaccdef *acmp, uint16_t thread, int16_t index, uint16_t *l
     const auto count = static_cast<uint16_t>(keys != nullptr ? keys->lvct_kudcidx + 1 : 1);
     auto *found = obtain<uint16_t>(acmp->kuxp_kudcacc, count);
     if (found == nullptr) return KUVAA_NOMEM;
-    for (uint16_t l = 0; keys != nullptr && l < count; l++) found[l] = kudcffirst(keys, l);
+    for (uint16_t l = 0; keys != nullptr && l < count; l++)
+        found[l] = cache::first_key_column(keys, l);
     *levels = count;
     *offsets = found;
     return 0;

@@ -119,14 +119,18 @@ std::uint32_t check_buffers(const kudcaccdef *acmp, const level_columns &columns
 }
 
 int compare_stored(const kudcaccdef *acmp, const level_columns &columns, std::uint32_t count,
-                   const unsigned char *flatkey)
+                   const unsigned char *flatkey, std::uint32_t room)
 {
+    if (key_head * count > room) return unsound;
     const unsigned char *value = flatkey + key_head * count;
+    room -= key_head * count;
     for (std::uint32_t i = 0; i < columns.count && i < count; i++) {
         const kudcbvadef &column = columns.first[i];
         const auto head = load<kudcflkchdef>(flatkey + key_head * i);
+        if (head.len_kudcflkch > room) return unsound;
         const kudckvalue stored = {value, head.len_kudcflkch};
         value += head.len_kudcflkch;
+        room -= head.len_kudcflkch;
         if (column.wildcard_kudcbva == 1) continue;
 
         const bool null = kudckisnull(column), nullstored = head.isnull_kudcflkch == KUDC_NULL;
@@ -147,7 +151,7 @@ uint32_t kudckcmp(kudcaccdef *acmp, const kudckeydef *key, uint16_t level, uint1
     const level_columns columns = columns_of(key, level);
     const std::uint32_t status = check_buffers(acmp, columns);
     if (status != 0) return status;
-    const int order = compare_stored(acmp, columns, count, flatkey);
+    const int order = compare_stored(acmp, columns, count, flatkey, UINT32_MAX);
     *condition = static_cast<std::int16_t>((order > 0) - (order < 0));
     return 0;
 }
@@ -212,19 +216,45 @@ uint32_t kudckcvp(const unsigned char *flatkey, uint16_t column, uint16_t count,
     return 0;
 }
 
+namespace
+{
+
+// Whether the index's columns take the values of a stored key, `count` of them.
+bool kudckfitting(const kudcidxdef *index, std::uint16_t level, std::uint32_t count,
+                  const unsigned char *flatkey)
+{
+    const std::uint32_t first = first_key_column(index, level);
+    if (first + count > index->clct_kudcidx) return false;
+    for (std::uint32_t i = 0; i < count; i++) {
+        const auto head = load<kudcflkchdef>(flatkey + key_head * i);
+        const std::uint32_t longest =
+            longest_key_value(index, static_cast<std::uint16_t>(first + i));
+        if (head.len_kudcflkch > std::uint64_t{longest} + 1) return false;
+    }
+    return true;
+}
+
+} // namespace
+
 namespace ku::cache
 {
 
-std::uint32_t load_key(const kudcaccdef *acmp, const unsigned char *block, std::uint32_t entry,
-                       const level_columns &columns, std::uint32_t *size)
+std::uint32_t load_key(const kudcaccdef *acmp, const kudcidxdef *index, const unsigned char *block,
+                       std::uint32_t entry, const level_columns &columns, std::uint32_t *size)
 {
-    const std::uint32_t count = header_of(block).clct_kudcidh;
-    const unsigned char *flatkey = key_at(block, entry);
+    const kudcidhdef header = header_of(block);
+    const std::uint32_t count = header.clct_kudcidh;
     bool whole = columns.count <= count;
     for (std::uint32_t i = 0; i < columns.count; i++) {
         whole = whole && columns.first[i].val_kudcbva != nullptr;
     }
     if (!whole) return refuse(acmp, KUVAA_NOVALUE);
+    const unsigned char *flatkey = key_at(block, entry);
+    if (index != nullptr
+        && (entry >= header.kyct_kudcidh || entry_size(block, entry) == 0
+            || !kudckfitting(index, header.levl_kudcidh, columns.count, flatkey))) {
+        return refuse(acmp, KUVAA_MISSING);
+    }
     const unsigned char *value = flatkey + key_head * count;
     for (std::uint32_t i = 0; i < columns.count; i++) {
         const auto head = load<kudcflkchdef>(flatkey + key_head * i);
@@ -250,7 +280,7 @@ uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry, k
                  uint32_t *size)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
-    return load_key(acmp, block, entry, {values, header_of(block).clct_kudcidh}, size);
+    return load_key(acmp, nullptr, block, entry, {values, header_of(block).clct_kudcidh}, size);
 }
 
 uint32_t kudckcl(kudcaccdef *acmp, const unsigned char *block, kudcbvadef *values)

@@ -2,6 +2,7 @@
 #ifndef KUDCK_INTERNAL_H
 #define KUDCK_INTERNAL_H
 
+#include <climits>
 #include <cstdint>
 
 #include "kudc_internal.h"
@@ -13,15 +14,25 @@ namespace ku::cache
 std::uint32_t check_buffers(const kudcaccdef *acmp, const level_columns &columns);
 
 // Order of key columns and a stored key of `count` columns as the index has it: below, at or
-// above 0. The columns' buffers are there.
+// above 0; `unsound` for a key that passes its room. The columns' buffers are there.
+//   room  bytes from the key to the end of its block
+constexpr int unsound = INT_MIN;
 int compare_stored(const kudcaccdef *acmp, const level_columns &columns, std::uint32_t count,
-                   const unsigned char *flatkey);
+                   const unsigned char *flatkey, std::uint32_t room);
+inline int compare_entry(const kudcaccdef *acmp, const level_columns &columns,
+                         const unsigned char *block, std::uint32_t entry)
+{
+    return compare_stored(acmp, columns, header_of(block).clct_kudcidh, key_at(block, entry),
+                          key_room(block, entry));
+}
 
 // Loads an entry's key into key columns of its level, which are the first of them or all: 0, or
-// KUVAA_NOVALUE pushed.
-//   size  out: bytes of the stored key; null: not wanted
-std::uint32_t load_key(const kudcaccdef *acmp, const unsigned char *block, std::uint32_t entry,
-                       const level_columns &columns, std::uint32_t *size);
+// KUVAA_NOVALUE pushed; KUVAA_MISSING for one that the block does not have, or that is longer
+// than the index's columns.
+//   index  null: the block is the caller's, and taken as it is
+//   size   out: bytes of the stored key; null: not wanted
+std::uint32_t load_key(const kudcaccdef *acmp, const kudcidxdef *index, const unsigned char *block,
+                       std::uint32_t entry, const level_columns &columns, std::uint32_t *size);
 
 // Bytes that a value takes in its buffer, with the length in front of a number that has one.
 std::uint64_t value_bytes(const kudcbvadef &column);

@@ -47,6 +47,8 @@ constexpr std::int32_t kudck_present = 0;
 constexpr std::int32_t kudck_added = -1;
 constexpr std::int32_t kudck_split = -2;
 
+constexpr std::int32_t kudck_unsound = INT32_MIN; // of a search: a key passes the block's end
+
 constexpr std::uint32_t kudck_lsib = offsetof(kudcidhdef, lsib_kudcidh); // in a block
 
 std::uint32_t kudckcapacity(const kudcidhdef &header) { return header.size_kudcidh - block_head; }
@@ -67,15 +69,18 @@ bool kudckreadable(const kudcaccdef *acmp, std::uint32_t bytes)
 }
 
 // Reads a block, the level's block size known; a wrong one is put right.
-std::uint32_t kudckread(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes)
+std::uint32_t kudckread(kudcaccdef *acmp, std::uint16_t level, std::int32_t position,
+                        std::uint32_t bytes)
 {
     if (!kudckreadable(acmp, bytes)) return refuse(acmp, KUVAA_NOVALUE);
     const std::uint32_t status = read_block(acmp, position, bytes, acmp->indx_kudcacc);
     if (status != 0) return status;
     const std::uint32_t size = header_of(acmp->indx_kudcacc).size_kudcidh;
-    if (size == bytes) return 0;
-    if (size < block_head || size > acmp->isiz_kudcacc) return refuse(acmp, KUVAA_MISSING);
-    return read_block(acmp, position, size, acmp->indx_kudcacc);
+    if (!is_block(acmp->indx_kudcacc, position, size, level) || size < block_head
+        || size > acmp->isiz_kudcacc) {
+        return refuse(acmp, KUVAA_MISSING);
+    }
+    return size == bytes ? 0 : read_block(acmp, position, size, acmp->indx_kudcacc);
 }
 
 // Lets all of a block come from memory at once, before the search asks for one place after the
@@ -89,8 +94,8 @@ void kudckfetch(const unsigned char *block, std::uint32_t bytes)
 
 // Goes to a block on the way down. *block: it, until the next move: where it is, if it can be
 // seen there, else in the working buffer.
-std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
-                         const unsigned char **block)
+std::uint32_t kudckvisit(kudcaccdef *acmp, std::uint16_t level, std::int32_t position,
+                         std::uint32_t bytes, const unsigned char **block)
 {
     if (!kudckreadable(acmp, bytes)) return refuse(acmp, KUVAA_NOVALUE);
     const unsigned char *seen = nullptr;
@@ -98,9 +103,9 @@ std::uint32_t kudckvisit(kudcaccdef *acmp, std::int32_t position, std::uint32_t 
     if (status != 0) return status;
     *block = seen;
     if (seen != nullptr) kudckfetch(seen, bytes);
-    if (seen != nullptr && header_of(seen).size_kudcidh == bytes) return 0;
+    if (seen != nullptr && is_block(seen, position, bytes, level)) return 0;
     *block = acmp->indx_kudcacc;
-    return kudckread(acmp, position, bytes);
+    return kudckread(acmp, level, position, bytes);
 }
 
 // Brings a block that was visited into the working buffer.
@@ -110,17 +115,17 @@ void kudckbring(const kudcaccdef *acmp, const unsigned char *block)
     std::memcpy(acmp->indx_kudcacc, block, header_of(block).size_kudcidh);
 }
 
-// The entry that holds the key, or -(insertion point + 1). The columns' buffers are there.
+// The entry that holds the key, or -(insertion point + 1), or kudck_unsound. The columns' buffers
+// are there.
 std::int32_t kudcksearch(const kudcaccdef *acmp, const level_columns &columns,
                          const unsigned char *block)
 {
-    const kudcidhdef header = header_of(block);
-    std::int32_t low = 0, high = header.kyct_kudcidh - 1;
+    std::int32_t low = 0, high = header_of(block).kyct_kudcidh - 1;
     while (low <= high) {
         const std::int32_t middle = (low + high) / 2;
-        const int order = compare_stored(acmp, columns, header.clct_kudcidh,
-                                         key_at(block, static_cast<std::uint32_t>(middle)));
+        const int order = compare_entry(acmp, columns, block, static_cast<std::uint32_t>(middle));
         if (order == 0) return middle;
+        if (order == unsound) return kudck_unsound;
         if (order < 0)
             high = middle - 1;
         else
@@ -166,17 +171,18 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
     const level_columns columns = columns_of(key, level);
     const unsigned char *block = nullptr;
     std::uint32_t status = check_buffers(acmp, columns);
-    if (status == 0) status = kudckvisit(acmp, root, bytes, &block);
+    if (status == 0) status = kudckvisit(acmp, level, root, bytes, &block);
     if (status != 0) return status;
 
     if (inserted != nullptr) *inserted = header_of(block).coun_kudcidh;
     *position = kudcksearch(acmp, columns, block);
-    while (header_of(block).leaf_kudcidh == 0) {
-        status = kudckvisit(acmp, kudckchild(block, kudckbranch(*position)),
+    while (*position != kudck_unsound && header_of(block).leaf_kudcidh == 0) {
+        status = kudckvisit(acmp, level, kudckchild(block, kudckbranch(*position)),
                             header_of(block).size_kudcidh, &block);
         if (status != 0) return status;
         *position = kudcksearch(acmp, columns, block);
     }
+    if (*position == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
     kudckbring(acmp, block);
     return 0;
 }
@@ -188,12 +194,13 @@ std::uint32_t find_nearby(kudcaccdef *acmp, const kudckeydef *key, std::uint16_t
     if (near->root == root && near->again) {
         const level_columns columns = columns_of(key, level);
         std::uint32_t status = check_buffers(acmp, columns);
-        if (status == 0) status = kudckread(acmp, near->leaf, bytes);
+        if (status == 0) status = kudckread(acmp, level, near->leaf, bytes);
         if (status != 0) return status;
         const kudcidhdef header = header_of(acmp->indx_kudcacc);
         // Of keys that a wildcard or a part matches the one is taken that the way down leads to.
         if (header.leaf_kudcidh != 0 && kudckexact(columns, header.clct_kudcidh)) {
             *position = kudcksearch(acmp, columns, acmp->indx_kudcacc);
+            if (*position == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
             // Between two keys of a leaf no other leaf's can be.
             if (*position >= 0 || (*position < -1 && -(*position + 1) < header.kyct_kudcidh))
                 return 0;
@@ -217,8 +224,10 @@ uint32_t kudcksrc(kudcaccdef *acmp, const kudckeydef *key, int16_t *position, in
     const level_columns columns = columns_of(key, header.levl_kudcidh);
     const std::uint32_t status = check_buffers(acmp, columns);
     if (status != 0) return status;
+    const std::int32_t found = kudcksearch(acmp, columns, block);
+    if (found == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
     *empty = header.kyct_kudcidh == 0 ? 1 : 0;
-    *position = static_cast<std::int16_t>(kudcksearch(acmp, columns, block));
+    *position = static_cast<std::int16_t>(found);
     return 0;
 }
 
@@ -364,6 +373,7 @@ uint32_t kudckzdrc(kudcaccdef *acmp, kudcthddef *thread, unsigned char *block, u
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     const kudcidhdef header = header_of(block);
+    if (entry >= header.kyct_kudcidh) return refuse(acmp, KUVAA_MISSING);
     kudcinddef record = entry_of(block, entry);
     const std::int32_t row = acmp->nxdo_kudcacc;
     if (record.frst_kudcind == KUDC_NONE) {
@@ -532,7 +542,9 @@ std::uint32_t kudckregrow(kudckinsertion &in, kudcidhdef header, std::int32_t le
 std::uint32_t kudcksplit(kudckinsertion &in, std::uint32_t place, std::uint32_t need)
 {
     kudcaccdef *acmp = in.acmp;
-    if (acmp->copy_kudcacc == nullptr) return refuse(acmp, KUVAA_MISSING);
+    if (acmp->copy_kudcacc == nullptr || !is_whole(acmp->indx_kudcacc)) {
+        return refuse(acmp, KUVAA_MISSING);
+    }
     const kudcidhdef old = header_of(acmp->indx_kudcacc);
     const bool isroot = old.ublk_kudcidh == KUDC_NONE;
     kudckparting parting = {};
@@ -560,7 +572,7 @@ std::uint32_t kudcksplit(kudckinsertion &in, std::uint32_t place, std::uint32_t 
         status = kudckhalf(in, right, middle, old.kyct_kudcidh, parting.left ? nullptr : &record,
                            parting.left ? 0 : place - middle);
     }
-    if (status == 0) status = kudckgt(acmp, acmp->indx_kudcacc, 0, in.columns.first, nullptr);
+    if (status == 0) status = load_key(acmp, in.index, acmp->indx_kudcacc, 0, in.columns, nullptr);
     if (status == 0) status = kudckright(acmp);
     if (status != 0) return status;
     if (isroot) return kudckregrow(in, old, left.addr_kudcidh);
@@ -605,16 +617,19 @@ std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
     kudcaccdef *acmp = in.acmp;
     const kudcidhdef header = header_of(block);
     const std::int32_t position = kudcksearch(acmp, in.columns, block);
+    if (position == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
     if (header.leaf_kudcidh != 0) {
         if (position >= 0) return kudckjoin(in, block, static_cast<std::uint16_t>(position));
         kudckbring(acmp, block);
         return kudckadd(in, static_cast<std::uint32_t>(-(position + 1)));
     }
     const std::int32_t branch = kudckbranch(position);
-    std::uint32_t status = kudckvisit(acmp, kudckchild(block, branch), header.size_kudcidh, &block);
+    const std::uint16_t level = header.levl_kudcidh;
+    std::uint32_t status =
+        kudckvisit(acmp, level, kudckchild(block, branch), header.size_kudcidh, &block);
     if (status == 0) status = kudckenter(in, block);
     if (status != 0 || in.outcome != kudck_split) return status;
-    status = kudckread(acmp, header.addr_kudcidh, header.size_kudcidh);
+    status = kudckread(acmp, level, header.addr_kudcidh, header.size_kudcidh);
     // Right of the child that was split: a separator may be equal to one that stands there,
     // left of a key that was deleted and has come back.
     return status != 0 ? status : kudckadd(in, static_cast<std::uint32_t>(branch + 1));
@@ -651,7 +666,7 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     // The caller counts an added key in the root.
     if (status == 0 && in.outcome != kudck_present
         && header_of(acmp->indx_kudcacc).addr_kudcidh != root.addr_kudcidh) {
-        status = kudckread(acmp, root.addr_kudcidh, root.size_kudcidh);
+        status = kudckread(acmp, root.levl_kudcidh, root.addr_kudcidh, root.size_kudcidh);
     }
     if (status != 0) return status;
     *child = in.child;

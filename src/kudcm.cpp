@@ -132,7 +132,7 @@ std::uint32_t kudcminsert(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *inde
     std::int32_t root = index->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
     for (std::uint16_t level = 0; level < levels; level++) {
         std::uint32_t status =
-            read_block(acmp, root, index->lvrt_kudcidx[level].size_kudcidh, acmp->indx_kudcacc);
+            visit_block(acmp, index->lvrt_kudcidx[level], root, acmp->indx_kudcacc);
         if (status != 0) return status;
         std::int32_t child = KUDC_NONE, next = KUDC_NONE, outcome = 0;
         status = kudckins(acmp, &index->goal_kudcidx, thread, index, &child, &next, &outcome);
@@ -329,7 +329,8 @@ std::uint32_t kudcmload(kudcaccdef *acmp, const kudccurdef *cursor, const unsign
                         std::int32_t entry)
 {
     const level_columns columns = columns_of(cursor->keyp_kudccur, header_of(block).levl_kudcidh);
-    return load_key(acmp, block, static_cast<std::uint32_t>(entry), columns, nullptr);
+    return load_key(acmp, index_of(acmp, cursor), block, static_cast<std::uint32_t>(entry), columns,
+                    nullptr);
 }
 
 // Moves on to the entry behind, in this leaf or the next one with entries; a negative entry:
@@ -343,7 +344,7 @@ std::uint32_t kudcmstep(kudcaccdef *acmp, kudcmplace *place)
         place->entry = KUDC_NONE;
         if (header.rsib_kudcidh == KUDC_NONE) return 0;
         const std::uint32_t status =
-            read_block(acmp, header.rsib_kudcidh, header.size_kudcidh, acmp->indx_kudcacc);
+            visit_block(acmp, header, header.rsib_kudcidh, acmp->indx_kudcacc);
         if (status != 0) return status;
         place->entry = 0;
     }
@@ -359,9 +360,7 @@ bool kudcmamong(const kudcaccdef *acmp, const kudccurdef *cursor, const kudcmpla
     const kudcidhdef header = header_of(block);
     const level_columns columns = columns_of(cursor->keyp_kudccur, header.levl_kudcidh);
     return columns.count < header.clct_kudcidh
-           && compare_stored(acmp, columns, header.clct_kudcidh,
-                             key_at(block, static_cast<std::uint32_t>(place.entry)))
-                  == 0;
+           && compare_entry(acmp, columns, block, static_cast<std::uint32_t>(place.entry)) == 0;
 }
 
 // Moves on to the next key; a negative entry: there is none.
@@ -517,8 +516,7 @@ std::uint32_t kudcmbefore(kudcaccdef *acmp, kudcmplace *place)
     while (place->entry < 0) {
         const kudcidhdef header = header_of(block);
         if (header.lsib_kudcidh == KUDC_NONE) return 0;
-        const std::uint32_t status =
-            read_block(acmp, header.lsib_kudcidh, header.size_kudcidh, block);
+        const std::uint32_t status = visit_block(acmp, header, header.lsib_kudcidh, block);
         if (status != 0) return status;
         place->entry = header_of(block).kyct_kudcidh - 1;
     }
@@ -559,8 +557,8 @@ std::uint32_t kudcmreset(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t entr
     const kudcidxdef *index = index_of(acmp, cursor);
     const unsigned char *block = acmp->indx_kudcacc;
     const std::uint32_t status =
-        read_block(acmp, index->tinf_kudcidx.rinf_kudcidx.root_kudcridx,
-                   index->lvrt_kudcidx[0].size_kudcidh, acmp->indx_kudcacc);
+        visit_block(acmp, index->lvrt_kudcidx[0], index->tinf_kudcidx.rinf_kudcidx.root_kudcridx,
+                    acmp->indx_kudcacc);
     if (status != 0) return status;
     const kudcidhdef root = header_of(block);
     rewind_cursor(cursor);
@@ -806,16 +804,16 @@ std::uint32_t kudcmpksrch(kudcaccdef *acmp, std::uint16_t thread, std::int16_t n
     if (!block) return KUVAA_NOMEM;
     std::int32_t position = index->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
     while (position >= 0) {
-        if (const std::uint32_t status = read_block(acmp, position, bytes, block.get()))
+        if (const std::uint32_t status =
+                visit_block(acmp, index->lvrt_kudcidx[0], position, block.get()))
             return status;
         const kudcidhdef header = header_of(block.get());
         for (std::uint32_t i = 0; header.leaf_kudcidh != 0 && i < header.kyct_kudcidh; i++) {
-            std::int16_t condition = 0;
-            const std::uint32_t status =
-                kudckcmp(acmp, key, 0, header.clct_kudcidh, key_at(block.get(), i), &condition);
-            if (status != 0) return status;
-            if (condition == 0) *found = 0;
-            if (condition == 0) return 0;
+            const level_columns columns = columns_of(key, 0);
+            const int order = compare_entry(acmp, columns, block.get(), i);
+            if (order == unsound) return refuse(acmp, KUVAA_MISSING);
+            if (order == 0) *found = 0;
+            if (order == 0) return 0;
         }
         position = header.leaf_kudcidh != 0 ? header.rsib_kudcidh : header.less_kudcidh;
     }
@@ -833,7 +831,7 @@ std::uint32_t kudcmbcnt(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t leve
     for (std::uint16_t i = 0; i < index->lvct_kudcidx; i++) {
         if (i == level) {
             const std::uint32_t status =
-                read_block(acmp, root, index->lvrt_kudcidx[i].size_kudcidh, acmp->indx_kudcacc);
+                visit_block(acmp, index->lvrt_kudcidx[i], root, acmp->indx_kudcacc);
             if (status == 0) *count = header_of(acmp->indx_kudcacc).coun_kudcidh;
             return status;
         }
@@ -881,6 +879,7 @@ std::uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t level
         return missing == level && level >= 0 ? kudcmreset(acmp, cursor, KUDC_NONE) : 0;
 
     const std::int32_t removed = place.entry;
+    if (!is_whole(acmp->indx_kudcacc)) return refuse(acmp, KUVAA_MISSING);
     status = kudckdel(acmp->copy_kudcacc, acmp->indx_kudcacc, static_cast<std::uint16_t>(removed));
     const kudcidhdef leaf = header_of(acmp->copy_kudcacc);
     if (status == 0)

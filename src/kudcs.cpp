@@ -26,6 +26,7 @@
 #include "kudc_internal.h"
 #include "kudcb.h"
 #include "kudck.h"
+#include "kudck_internal.h"
 
 using namespace ku::cache;
 
@@ -99,13 +100,13 @@ std::uint32_t kudcsadd(kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t 
 }
 
 // Makes the working block's last entry a level's head or tail.
-std::uint32_t kudcsmark(kudcaccdef *acmp, kudcsposdef *place, std::uint16_t level)
+std::uint32_t kudcsmark(kudcaccdef *acmp, const kudcidxdef *index, kudcsposdef *place,
+                        std::uint16_t level)
 {
     const kudcidhdef header = header_of(acmp->indx_kudcacc);
     const auto entry = static_cast<std::uint16_t>(header.kyct_kudcidh - 1);
-    std::uint32_t size = 0;
-    const std::uint32_t status = kudckgt(acmp, acmp->indx_kudcacc, entry,
-                                         columns_of(&place->ckey_kudcspos, level).first, &size);
+    const std::uint32_t status = load_key(acmp, index, acmp->indx_kudcacc, entry,
+                                          columns_of(&place->ckey_kudcspos, level), nullptr);
     if (status != 0) return status;
     place->cloc_kudcspos.apos_kudcscl[level] = header.addr_kudcidh;
     place->cloc_kudcspos.kpos_kudcscl[level] = entry;
@@ -141,7 +142,14 @@ std::uint32_t kudcsarrive(const kudcsstore &store, std::uint16_t level, bool *ne
     std::int32_t none = 0;
     std::uint32_t status = kudcslcur(store.acmp, store.thread, store.index, level, &none);
     if (status != 0) return status;
-    if (level < store.breaks) return none == 0 ? 0 : refuse(store.acmp, KUDCA_NOABOVE);
+    if (level < store.breaks && none != 0) return refuse(store.acmp, KUDCA_NOABOVE);
+    if (level < store.breaks) {
+        // A key that could not be written is not there to take the row.
+        const kudcscldef &tail = kudcstail(store.index);
+        const bool there =
+            header_of(store.acmp->indx_kudcacc).kyct_kudcidh == tail.kpos_kudcscl[level] + 1;
+        return there ? 0 : refuse(store.acmp, KUVAA_MISSING);
+    }
     *newchain = none != 0 || level > store.breaks;
     if (*newchain) status = kudcslnew(store.acmp, store.thread, store.index, level);
     return status != 0 ? status : kudcslapp(store.acmp, store.thread, store.index, level);
@@ -191,8 +199,8 @@ struct kudcsplace {
 
 std::uint32_t kudcsread(const kudcssearch &search, std::uint16_t level, std::int32_t block)
 {
-    return read_block(search.acmp, block, search.index->lvrt_kudcidx[level].size_kudcidh,
-                      search.acmp->indx_kudcacc);
+    return visit_block(search.acmp, search.index->lvrt_kudcidx[level], block,
+                       search.acmp->indx_kudcacc);
 }
 
 // The entry behind a place, with its block in the working buffer, or KUDC_NOMORE.
@@ -250,16 +258,17 @@ std::uint32_t kudcsdescend(const kudcssearch &search, std::uint16_t level, std::
     if (status != 0 || *result != KUDC_POSITIONED) return status;
 
     unsigned char *block = search.acmp->indx_kudcacc;
-    std::uint32_t size = 0;
     if (moves)
         status =
-            kudckgt(search.acmp, block, static_cast<std::uint16_t>(place.entry),
-                    columns_of(&search.position->spos_kudcsips.ckey_kudcspos, level).first, &size);
+            load_key(search.acmp, search.index, block, static_cast<std::uint32_t>(place.entry),
+                     columns_of(&search.position->spos_kudcsips.ckey_kudcspos, level), nullptr);
     if (status != 0) return status;
 
     kudcinddef entry = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
-    if (last || search.fresh(level + 1u))
-        entry = entry_of(block, static_cast<std::uint32_t>(place.entry));
+    const bool wanted = last || search.fresh(level + 1u);
+    if (wanted && place.entry >= header_of(block).kyct_kudcidh)
+        return refuse(search.acmp, KUVAA_MISSING);
+    if (wanted) entry = entry_of(block, static_cast<std::uint32_t>(place.entry));
     if (last) {
         rewind_cursor(search.cursor);
         search.cursor->curleft_kudccur = entry.coun_kudcind;
@@ -305,7 +314,7 @@ std::uint32_t kudcslcur(kudcaccdef *acmp, kudcthddef *, kudcidxdef *index, std::
     const std::int32_t block = kudcstail(index).apos_kudcscl[level];
     *flag = block == KUDC_NONE ? -1 : 0;
     if (block == KUDC_NONE) return 0;
-    return read_block(acmp, block, index->lvrt_kudcidx[level].size_kudcidh, acmp->indx_kudcacc);
+    return visit_block(acmp, index->lvrt_kudcidx[level], block, acmp->indx_kudcacc);
 }
 
 std::uint32_t kudcslnew(kudcaccdef *acmp, kudcthddef *, kudcidxdef *index, std::uint16_t level)
@@ -333,9 +342,9 @@ std::uint32_t kudcslapp(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index,
     kudcslhemp(acmp, index, level, &first);
     kudcsidxdef &lists = index->tinf_kudcidx.sinf_kudcidx;
     if (first != 0)
-        if (const std::uint32_t status = kudcsmark(acmp, &lists.head_kudcsidx, level))
+        if (const std::uint32_t status = kudcsmark(acmp, index, &lists.head_kudcsidx, level))
             return status;
-    return kudcsmark(acmp, &lists.tail_kudcsidx, level);
+    return kudcsmark(acmp, index, &lists.tail_kudcsidx, level);
 }
 
 std::uint32_t kudcslemp(kudcaccdef *acmp, kudcthddef *, kudcidxdef *index, std::uint16_t level,

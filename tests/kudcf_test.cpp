@@ -461,10 +461,11 @@ TEST(Kudcf, NewCursorsBeginBeforeTheirFirstRow)
     leaf(1, below, "12", {7, 9, -1, 3, 0, 0});
     kudcidhdef head = index->lvrt_kudcidx[0];
     ku::cache::make_block(block, head, empty);
+    head.addr_kudcidh = empty;
     head.rsib_kudcidh = full;
     ku::cache::set_header(block, head);
     held.put(held.acmp->idxf_kudcacc, empty, {reinterpret_cast<char *>(block), 512});
-    head.leaf_kudcidh = 0;
+    head.addr_kudcidh = head.leaf_kudcidh = 0;
     head.less_kudcidh = empty;
     ku::cache::set_header(block, head);
     held.put(held.acmp->idxf_kudcacc, 0, {reinterpret_cast<char *>(block), 512});

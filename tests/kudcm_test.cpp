@@ -1,5 +1,6 @@
 // kudcm_test.cpp - the data cache at work, beside a model of rows, trees and groups in memory
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -940,4 +941,44 @@ TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)
         }
         return all && ctx.errors().empty();
     });
+}
+
+TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
+{
+    const thread_shape shape = {{{KUDC_CHARACTER, 60}, {KUDC_INTEGER, 4}, {KUDC_CHARACTER, 700}},
+                                {{KUDC_RANDOM, {{0, 0}, {1, 1}}}, {KUDC_SEQNTL, {{0, 0}}}}};
+    constexpr int stores = 60;
+    for (const char *const call : {"pwrite", "pread"}) {
+        int failures = 0;
+        for (bool failed = true; failed; failures += failed) {
+            SCOPED_TRACE(call + (" " + std::to_string(failures + 1)));
+            system_faults faults;
+            context ctx;
+            cache c(ctx, {shape}, 2);
+            c.whole = false;
+            faults.fail_from_now(call, failures + 1, ENOSPC);
+            for (int i = 0; i < stores; i++) {
+                c.store(0, {std::to_string(i * 7919 % 1009), integer(i), std::string(600, 'a')},
+                        {2, 1});
+                ctx.clear();
+            }
+            for (const int16_t index : {0, 1}) {
+                int read = 0;
+                int32_t state = KUDC_POSITIONED;
+                uint8_t found = KUDC_ROW;
+                kudccurdef *cursor = c.cursor(0, index);
+                for (int32_t way = KUDC_FIRST; cursor != nullptr && read <= stores;
+                     way = KUDC_NEXT) {
+                    if (kudcmksrch(c, cursor, 0, way, &state) != 0 || state != KUDC_POSITIONED
+                        || kudcmrnxt(c, cursor, 0, &found) != 0)
+                        break;
+                    read += found == KUDC_ROW ? 1 : 0;
+                }
+                EXPECT_TRUE(faults.failed() || read == stores) << read;
+                ctx.clear();
+            }
+            failed = faults.failed();
+        }
+        EXPECT_GT(failures, 20) << call;
+    }
 }

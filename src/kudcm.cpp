@@ -164,8 +164,12 @@ std::uint32_t kudcmstorable(kudcaccdef *acmp, kudcthddef *thread, const std::uin
     if (acmp->indx_kudcacc == nullptr || thread->acol_kudcthd == nullptr || levels == nullptr)
         return refuse(acmp, KUVAA_MISSING);
     if ((thread->idlc_kudcthd != 0 && thread->idxl_kudcthd == nullptr)
-        || (thread->idxc_kudcthd != 0 && thread->delp_kudcthd == nullptr))
+        || (thread->idxc_kudcthd != 0
+            && (thread->delp_kudcthd == nullptr || thread->idxs_kudcthd == nullptr)))
         return refuse(acmp, KUVAA_MISSING);
+    for (std::uint16_t i = 0; i < thread->idxc_kudcthd; i++)
+        if (thread->idxs_kudcthd[i].idxt_kudcidx == KUDC_RANDOM && acmp->copy_kudcacc == nullptr)
+            return refuse(acmp, KUVAA_MISSING);
     std::int64_t bytes = 0;
     const std::uint32_t status =
         store ? check_row(acmp, thread, &bytes) : check_room(acmp, thread, 0);
@@ -415,7 +419,8 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
                            &place->record, &found);
         if (found) place->entry = 0;
         if (found) kudcmstay(search, level, root);
-        if (!found && level <= search.target) kudcmset(search.cursor->keyp_kudccur, level, 0);
+        if (status == 0 && !found && level <= search.target)
+            kudcmset(search.cursor->keyp_kudccur, level, 0);
         *state = found || level > search.target ? KUDC_POSITIONED : KUDC_NOKEY;
         return status;
     }
@@ -740,6 +745,7 @@ std::uint32_t kudcmrnxt(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t level
     *found = KUDC_NOROW;
     if (cursor->currnum_kudccur < 0) return 0;
     std::int32_t row = KUDC_NONE;
+    const std::int32_t left = cursor->curleft_kudccur;
     std::uint32_t status = kudcmnext(acmp, cursor, level, &row);
     kudcthddef *thread = thread_of(acmp, cursor);
     row_reader reader(acmp, thread, row);
@@ -748,7 +754,10 @@ std::uint32_t kudcmrnxt(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t level
     if (status == 0 && row != KUDC_NONE)
         status = kudcmbelongs(acmp, cursor, level, reader, &belongs);
     if (status == 0 && belongs) status = load_row(acmp, &reader, thread);
-    if (status != 0) return status;
+    if (status != 0) {
+        cursor->curleft_kudccur = left;
+        return status;
+    }
     if (cursor->idx_kudccur >= 0) held_row(cursor) = KUDC_NONE;
     if (!belongs) return 0;
     kudcmadvance(acmp, cursor, row);
@@ -940,6 +949,7 @@ std::uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t coun
     if (acmp == nullptr) return KUVAA_MISSING;
     *block = nullptr;
     if (cursor == nullptr) return 0;
+    if (const std::uint32_t pending = kudcmpending(acmp)) return pending;
     std::uint32_t status = kudcmcursor(acmp, cursor);
     if (status == 0) status = kudcmattachable(acmp, index_of(acmp, cursor));
     std::int32_t row = KUDC_NONE;

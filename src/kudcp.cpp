@@ -364,6 +364,7 @@ std::uint32_t kudcpidx(kudcaccdef *acmp, std::int32_t limit, std::uint16_t threa
         return KUDCA_THREAD;
     }
     const kudcthddef &rows = acmp->thrd_kudcacc[thread];
+    if (rows.idxc_kudcthd != 0 && rows.idxs_kudcthd == nullptr) return refuse(acmp, KUVAA_MISSING);
     if (number < 0 || number >= rows.idxc_kudcthd) {
         kudcpput(acmp, stream, "Illegal index (%d) for thread (%d). Max indexthread #: %d\n",
                  number, thread, rows.idxc_kudcthd);

@@ -656,7 +656,9 @@ TEST(Kudcm, WhatCannotBeStoredChangesNothing)
         };
         missing(c->thrd_kudcacc->idxl_kudcthd);
         missing(c->thrd_kudcacc->delp_kudcthd);
+        missing(c->thrd_kudcacc->idxs_kudcthd);
         missing(c->indx_kudcacc);
+        missing(c->copy_kudcacc);
     }
     unsigned char *block = std::exchange(c->indx_kudcacc, nullptr);
     int32_t out = 0;
@@ -669,6 +671,25 @@ TEST(Kudcm, WhatCannotBeStoredChangesNothing)
     for (const uint32_t code : told) EXPECT_EQ(code, KUVAA_MISSING);
     ctx.clear();
     c->indx_kudcacc = block;
+
+    // With an older error on the stack nothing changes.
+    const values before = c.current(0);
+    cursor->curleft_kudccur = 77;
+    kudcbvadef &first = cursor->keyp_kudccur->arybva_kudckey[0];
+    first.set_kudcbva = 1;
+    kuxer0push(ctx, KUDCA_TYPE);
+    const int32_t integers[] = {55, 66};
+    kudcbvadef *given[] = {&first, &first + 1};
+    for (const uint32_t code :
+         {kudcmksrch(c, cursor, 0, KUDC_FIRST, &out), kudcmrnxt(c, cursor, 0, &outcome),
+          kudcmrblb(c, cursor, 2, given, integers, &read)})
+        EXPECT_EQ(code, KUDCA_TYPE);
+    EXPECT_EQ(cursor->curleft_kudccur, 77);
+    EXPECT_EQ(first.set_kudcbva, 1);
+    EXPECT_EQ(c.current(0), before);
+    first.set_kudcbva = 0;
+    cursor->curleft_kudccur = 0;
+    ctx.clear();
 
     uint8_t found = 9;
     EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);

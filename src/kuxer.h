@@ -127,7 +127,8 @@ KU_API uint32_t kuxerrestorestack(kux *ctx);
  *   length     in: most bytes wanted; out: bytes of the text, 0 when there is none
  *   truncated  out: 1 when the text was cut to *length, else 0; may be null
  * A found text is NUL-terminated. Pushes nothing that stays; but when a level
- * cannot be saved for want of memory, KUXER_NOLEVEL stays and no text is found.
+ * cannot be saved for want of memory, KUXER_NOLEVEL stays on the caller's level
+ * and no text is found. A full level then loses its oldest record to it.
  */
 KU_API void kuxergmsg(kux *ctx, uint32_t code, const char *type, char *buffer, uint32_t *length,
                       int32_t *truncated);
@@ -142,8 +143,11 @@ KU_API void kuxergmsg(kux *ctx, uint32_t code, const char *type, char *buffer, u
  *   truncated  out: 1 when a message text was longer than KUXER_TEXTMAX; may be
  *              null. A parameter cut for room does not set it.
  * Parameters are cut at a whole character; other text that does not fit makes
- * the attempt fail. Allocates for a level and
- * for the message only; without memory the text is the plain one.
+ * the attempt fail. Allocates for a level and for the message only; without
+ * memory for the message the text is the plain one. When a level cannot be saved,
+ * KUXER_NOLEVEL stays on the caller's level; a full level loses its oldest record
+ * to it, which may be `record`, so the plain text is then of its code alone,
+ * without parameters.
  */
 KU_API void kuxerfmtmsg(kux *ctx, kuxer *record, const char *type, char *buffer, uint32_t *length,
                         int32_t *truncated);

@@ -42,5 +42,8 @@
 #define KUQAA_PAIRS KUQAA(29)   // where= without a pattern for each column
 #define KUQAA_LONG KUQAA(30)    // not a number of characters; parameter: it
 #define KUQAA_WIDE KUQAA(31)    // more than can be; parameters: how many can be, of what
+#define KUQAA_PATTERN                                                                              \
+    KUQAA(32) // pattern that is wrong; parameters: it, at which character, what is wrong
+#define KUQAA_LARGE KUQAA(33) // pattern that is too large; parameter: it
 
 #endif

@@ -13,26 +13,17 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 #include "kudc_internal.h"
 #include "kudcb_internal.h"
 #include "kudcd.h"
 #include "kudck.h"
+#include "kudck_internal.h"
 
 using namespace ku::cache;
 
 namespace
 {
-
-void kudcbcopy(const kudcbvadef &source, kudcbvadef *destination)
-{
-    destination->valnul_kudcbva = source.valnul_kudcbva;
-    destination->len_kudcbva = source.len_kudcbva;
-    destination->val_kudcbva[0] = 0; // an empty number has no length in front of it
-    if (source.len_kudcbva > 0)
-        std::memcpy(destination->val_kudcbva, source.val_kudcbva, source.len_kudcbva);
-}
 
 // A row's columns are read once each: key columns over the same one get a copy.
 void kudcbrepeat(const kudcbidxdef &breaks)
@@ -43,7 +34,7 @@ void kudcbrepeat(const kudcbidxdef &breaks)
         for (std::uint32_t j = 0; j < i; j++)
             if (key->arybva_kudckey[j].col_kudcbva == column->col_kudcbva
                 && column->val_kudcbva != nullptr)
-                kudcbcopy(key->arybva_kudckey[j], column);
+                copy_value(key->arybva_kudckey[j], column);
     }
 }
 
@@ -208,10 +199,10 @@ std::uint32_t kudcbbv2bv(kudcaccdef *acmp, const kudcidxdef *index, const kudcke
             if (one.first[i].val_kudcbva == nullptr || other.first[i].val_kudcbva == nullptr)
                 return refuse(acmp, KUVAA_MISSING);
             const auto column = own.first - index->goal_kudcidx.arybva_kudckey + i;
-            if (one.first[i].len_kudcbva
-                > longest_key_value(index, static_cast<std::uint16_t>(column)) + 1)
+            if (value_bytes(one.first[i])
+                > longest_key_value(index, static_cast<std::uint16_t>(column)) + std::uint64_t{1})
                 return refuse(acmp, KUDCA_TOOLONG);
-            kudcbcopy(one.first[i], other.first + i);
+            copy_value(one.first[i], other.first + i);
         }
     }
     return 0;

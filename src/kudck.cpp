@@ -375,6 +375,20 @@ std::uint64_t value_bytes(const kudcbvadef &column)
     return static_cast<std::uint64_t>(shown.bytes - column.val_kudcbva) + shown.length;
 }
 
+void copy_value(const kudcbvadef &from, kudcbvadef *to)
+{
+    const kudckvalue shown = kudckshown(from);
+    const std::uint64_t bytes = value_bytes(from);
+    to->valnul_kudcbva = from.valnul_kudcbva;
+    to->len_kudcbva = from.len_kudcbva;
+    if (bytes != 0)
+        std::memmove(to->val_kudcbva, from.val_kudcbva, bytes);
+    else
+        to->val_kudcbva[0] = 0; // an empty number has no length in front of it
+    if (shown.bytes != from.val_kudcbva)
+        to->val_kudcbva[0] = static_cast<unsigned char>(shown.length);
+}
+
 void copy_key(const kudckeydef *key, kudckeydef *copy)
 {
     copy->numbva_kudckey = key->numbva_kudckey;
@@ -386,12 +400,9 @@ void copy_key(const kudckeydef *key, kudckeydef *copy)
     for (std::uint32_t i = 0; i < key->numbva_kudckey; i++) {
         const kudcbvadef &from = key->arybva_kudckey[i];
         kudcbvadef &to = copy->arybva_kudckey[i];
-        const kudckvalue shown = kudckshown(from);
         unsigned char *buffer = to.val_kudcbva;
         const std::uint16_t split = to.split_kudcbva;
-        std::memcpy(buffer, from.val_kudcbva, value_bytes(from));
-        // A length in front comes along, and says no more than was copied.
-        if (shown.bytes != from.val_kudcbva) buffer[0] = static_cast<unsigned char>(shown.length);
+        copy_value(from, &to);
         to = from;
         to.val_kudcbva = buffer;
         to.split_kudcbva = split;

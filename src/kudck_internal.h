@@ -37,6 +37,9 @@ std::uint32_t load_key(const kudcaccdef *acmp, const kudcidxdef *index, const un
 // Bytes that a value takes in its buffer, with the length in front of a number that has one.
 std::uint64_t value_bytes(const kudcbvadef &column);
 
+// Copies a value with its length and null indicator; a length in front comes along, and says no
+// more than was copied. The buffer takes it.
+void copy_value(const kudcbvadef &from, kudcbvadef *to);
 // Copies a key into another's arrays and buffers, which have room for it; split flags stay.
 void copy_key(const kudckeydef *key, kudckeydef *copy);
 

@@ -201,4 +201,11 @@ TEST(Kudcs, AnEmptyNumberOfARowIsEmptyWhateverItsBufferHolds)
     ASSERT_NE(at, nullptr);
     EXPECT_EQ(kudcbcbvcl(c, index, at->keyp_kudccur, 0, 0, &differs, &level), 0u);
     EXPECT_EQ(differs, 0) << "a goal as empty as the row";
+
+    // A number with its length in front comes along when a key is copied, and no more of it.
+    std::memcpy(buffer, "\x09\xC1\x20\x30\x40", 5);
+    EXPECT_EQ(kudcbbv2bv(c, index, &goal, at->keyp_kudccur, 0, 0), 0u);
+    EXPECT_EQ(at->keyp_kudccur->arybva_kudckey[0].len_kudcbva, 0u);
+    EXPECT_EQ(
+        std::memcmp(at->keyp_kudccur->arybva_kudckey[0].val_kudcbva, "\x04\xC1\x20\x30\x40", 5), 0);
 }

@@ -29,7 +29,8 @@ extern "C" {
  *   destination  an address that the heap's copy and pointer operations take
  *   length       bytes; 0: nothing is read
  * Returns 0, or a code with what was copied before left as it is:
- *   KUVAA_MISSING  no column in the source; no source or cache at all (not pushed)
+ *   KUVAA_MISSING  no column in the source, or a position that no file has; no source or
+ *                  cache at all (not pushed)
  *   SKUDC_NULL, SKUDC_RANGE
  *   SKUHM_INVALID  no heap
  *   what the heap's operations and the file's moves return; an older error on the

@@ -643,10 +643,13 @@ TEST(Skudcd, PartsOfLongValuesComeInChunksThroughTheHeap)
     }
     EXPECT_ERRORS(ctx, std::vector<std::string>(static_cast<size_t>(ctx->kuxersize), "kudca 10"));
     EXPECT_EQ(skudcdoleload(&source, nullptr, nullptr, 0, 1), SKUHM_INVALID);
+    ctx.clear();
+    source.filpos_kudccds = UINT32_MAX - 100; // a part of it would begin at the file's beginning
+    EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 101, 1), KUVAA_MISSING);
     source.curnul_kudccds = KUDC_NULL;
     EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 70000, 1), SKUDC_NULL);
     source.colh_kudccds = nullptr;
     EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 0, 1), KUVAA_MISSING);
-    EXPECT_ERRORS(ctx, {"skuhm 1", "skudc 1", "kuvaa 21"});
+    EXPECT_ERRORS(ctx, {"kuvaa 21", "skudc 1", "kuvaa 21"});
     EXPECT_EQ(skudcdoleload(nullptr, &heap.heap, heap.target.data(), 0, 1), KUVAA_MISSING);
 }

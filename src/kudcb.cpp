@@ -119,10 +119,10 @@ std::uint32_t kudcbtsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t lev
                          std::int32_t relop, std::int32_t *result)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
+    *result = KUDC_NOKEY;
     if (const std::uint32_t status = check_cursor(acmp, cursor)) return status;
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr || index->idxt_kudcidx != KUDC_DYNBRK) return refuse(acmp, KUDCA_TYPE);
-    *result = KUDC_NOKEY;
     if (relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
 
     std::int32_t row = KUDC_NONE;
@@ -137,7 +137,7 @@ std::uint32_t kudcbtsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t lev
     bool matches = false;
     std::uint32_t status = kudcbmatches(acmp, index, cursor->keyp_kudccur, rule, &matches);
     if (status != 0) return status;
-    *result = rule.otherwise;
+    if (!matches) *result = rule.otherwise;
     if (!matches) return 0;
 
     const auto last = static_cast<std::uint16_t>(index->lvct_kudcidx - 1);

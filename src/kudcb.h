@@ -27,7 +27,8 @@ extern "C" {
  *   result  out: KUDC_POSITIONED, with the row held for the next read and its key
  *           taken over from the level on (KUDC_CURRENT: below the level), curleft 0;
  *           KUDC_NOKEY, or for KUDC_NEXT KUDC_NOMORE, with the cursor unchanged,
- *           but no row held any more when there was no row to look at
+ *           but no row held any more when there was no row to look at;
+ *           KUDC_NOKEY also when the call fails
  */
 KU_API uint32_t kudcbtsrch(kudcaccdef *acmp, kudccurdef *cursor, uint16_t level, int32_t relop,
                            int32_t *result);

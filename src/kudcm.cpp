@@ -38,7 +38,6 @@ namespace
 
 constexpr std::uint32_t kudcm_length = 4;      // bytes of a calculation block's length
 constexpr std::uint16_t kudcm_blocklevels = 2; // levels that a calculation block is entered with
-constexpr std::int32_t kudcm_given = 2;        // set flag: given a key by the search under way
 
 // The code of an error left on the stack, where moves would stop: an operation that changes
 // something before its first move does not begin.
@@ -436,13 +435,14 @@ std::uint32_t kudcmlevel(const kudcmsearch &search, std::uint16_t level, std::in
     return kudcmload(search.acmp, search.cursor, search.acmp->indx_kudcacc, place->entry);
 }
 
-// Levels that held no key and have been given one are so marked, until the search has ended:
-// without success they are as they were.
-void kudcmend(kudckeydef *key, bool found)
+// The levels above one hold a key, those too that held none before.
+void kudcmhold(const kudcmsearch &search, std::uint16_t below)
 {
-    for (std::uint16_t i = 0; i < key->numbva_kudckey; i++)
-        if (key->arybva_kudckey[i].set_kudcbva == kudcm_given)
-            key->arybva_kudckey[i].set_kudcbva = found ? 1 : 0;
+    kudckeydef *key = search.cursor->keyp_kudccur;
+    for (std::uint16_t i = 0; search.taking && i < key->numbva_kudckey; i++) {
+        kudcbvadef &column = key->arybva_kudckey[i];
+        if (column.level_kudcbva < below && column.set_kudcbva == 0) column.set_kudcbva = 1;
+    }
 }
 
 // Finds a key at every level. Rows with fewer levels than the key end the way: they are found
@@ -461,12 +461,15 @@ std::uint32_t kudcmwalk(const kudcmsearch &search, std::uint16_t levels, kudcind
         if (status != 0 || *state != KUDC_POSITIONED) return status;
         if (place.entry < 0) {
             clear_levels(key, level);
+            kudcmhold(search, level);
             return 0;
         }
-        if (set == 0 && search.taking) kudcmset(key, level, kudcm_given);
+        // Not before the whole way is found.
+        if (set == 0 && search.taking) kudcmset(key, level, 0);
         root = place.record.root_kudcind;
     }
     *taken = place.record;
+    kudcmhold(search, levels);
     return 0;
 }
 
@@ -500,9 +503,7 @@ std::uint32_t kudcmrandom(kudcmsearch search, std::int32_t *state)
         taken = none;
     }
     status = kudcmwalk(search, levels, &taken, state);
-    const bool found = status == 0 && *state == KUDC_POSITIONED;
-    kudcmend(search.cursor->keyp_kudccur, found);
-    if (!found) return status;
+    if (status != 0 || *state != KUDC_POSITIONED) return status;
     rewind_cursor(search.cursor);
     search.cursor->curleft_kudccur = taken.coun_kudcind;
     held_row(search.cursor) = taken.frst_kudcind;
@@ -784,14 +785,17 @@ std::uint32_t kudcmrrd(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t level,
 std::uint32_t kudcmksrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t level,
                          std::int32_t relop, std::int32_t *state)
 {
-    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
+    if (acmp == nullptr) return KUVAA_MISSING;
     *state = KUDC_NOKEY;
+    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr || relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
     if (index->idxt_kudcidx == KUDC_SEQNTL)
         return kudcstsrch(acmp, cursor, level, 0, 1, relop, KUDC_NONE, state);
     if (index->idxt_kudcidx == KUDC_DYNBRK) return kudcbtsrch(acmp, cursor, level, relop, state);
-    return kudcmrandom({acmp, cursor, level, relop, true}, state);
+    const std::uint32_t status = kudcmrandom({acmp, cursor, level, relop, true}, state);
+    if (status != 0) *state = KUDC_NOKEY;
+    return status;
 }
 
 // A key with wildcards may match in leaves apart, so all are looked at, from the leftmost on.

@@ -66,7 +66,8 @@ KU_API uint32_t kudcmrrd(kudcaccdef *acmp, kudccurdef *cursor, uint8_t level, ui
  *          from the target on loaded and curleft the rows under the key (DYNBRK: 0);
  *          KUDC_NOKEY when the cursor's key is not there above the target (KUDC_NEXT and
  *          KUDC_CURRENT: down to it), no key is at the target, or in storage order; KUDC_NOMORE
- *          when there is no further key. The cursor is unchanged with the latter two
+ *          when there is no further key. The cursor is unchanged with the latter two. KUDC_NOKEY
+ *          also when the call fails; keys of a RANDOM index may have been loaded in part then
  * In a RANDOM index a level of the key above the target that is not set takes its first key.
  */
 KU_API uint32_t kudcmksrch(kudcaccdef *acmp, kudccurdef *cursor, uint16_t level, int32_t relop,

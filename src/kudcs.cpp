@@ -365,14 +365,16 @@ std::uint32_t kudcstsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t tar
                          std::int32_t firstblock, std::int32_t *result)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
+    *result = KUDC_NOKEY;
     if (const std::uint32_t status = check_cursor(acmp, cursor)) return status;
     kudcidxdef *index = index_of(acmp, cursor);
     if (const std::uint32_t status = kudcscheck(acmp, index, level)) return status;
-    *result = KUDC_NOKEY;
     if (relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
     const kudcssearch search = {
         acmp, cursor, index, static_cast<kudcsipsdef *>(cursor->ipsh_kudccur), target, relop};
-    return kudcsdescend(search, level, firstblock, result);
+    const std::uint32_t status = kudcsdescend(search, level, firstblock, result);
+    if (status != 0) *result = KUDC_NOKEY;
+    return status;
 }
 
 } // extern "C"

@@ -59,8 +59,8 @@ KU_API uint32_t kudcslhemp(kudcaccdef *acmp, kudcidxdef *index, uint16_t level, 
  *   relop       KUDC_FIRST, KUDC_NEXT or KUDC_CURRENT
  *   firstblock  first block of the chain to take when `level` is not 0, else not looked at
  *   result      out: KUDC_POSITIONED, with the group's first row held for the next read and
- *               curleft its rows; KUDC_NOKEY; or KUDC_NOMORE at the end of the chain.
- *               The cursor is unchanged with the latter two, and when the call fails.
+ *               curleft its rows; KUDC_NOKEY, also when the call fails; or KUDC_NOMORE at
+ *               the end of the chain. The cursor is unchanged but in the first case.
  */
 KU_API uint32_t kudcstsrch(kudcaccdef *acmp, kudccurdef *cursor, uint16_t target, uint16_t level,
                            int32_t prvlvlset, int32_t relop, int32_t firstblock, int32_t *result);

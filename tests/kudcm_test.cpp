@@ -787,9 +787,10 @@ TEST(Kudcm, ASearchThatFindsNothingKeepsTheKey)
 {
     const index_shape shape = {KUDC_RANDOM, {{0, 0}, {1, 1}}};
     context ctx;
-    cache c(ctx, {{{{KUDC_CHARACTER, 5}, {KUDC_CHARACTER, 5}}, {shape}}});
-    ASSERT_GE(c.store(0, {"A", "1"}, {1}), 0); // nothing below it
-    ASSERT_GE(c.store(0, {"B", "2"}, {2}), 0);
+    cache c(ctx, {{{{KUDC_CHARACTER, 5}, {KUDC_CHARACTER, 5}},
+                   {shape, {KUDC_SEQNTL, shape.keys}, {KUDC_DYNBRK, shape.keys}}}});
+    ASSERT_GE(c.store(0, {"A", "1"}, {1, 2, 2}), 0); // nothing below it
+    ASSERT_GE(c.store(0, {"B", "2"}, {2, 2, 2}), 0);
     for (const int32_t relop : {KUDC_FIRST, KUDC_NEXT, KUDC_CURRENT}) {
         const goal_key goal(c, 0, shape, {"B", "2"});
         kudccurdef *cursor = c.cursor(0, 0, &goal.key);
@@ -801,6 +802,20 @@ TEST(Kudcm, ASearchThatFindsNothingKeepsTheKey)
         EXPECT_EQ(key[0].val_kudcbva[0], 'B');
         EXPECT_EQ(key[1].val_kudcbva[0], '2');
         EXPECT_EQ(key[0].set_kudcbva, 0);
+        // A level that holds a key holds it, whatever the flag that says so.
+        key[0].set_kudcbva = 2;
+        key[0].val_kudcbva[0] = 'C';
+        EXPECT_EQ(kudcmksrch(c, cursor, 1, relop, &state), 0u);
+        EXPECT_EQ(state, KUDC_NOKEY);
+        EXPECT_EQ(key[0].set_kudcbva, 2);
+        for (const int16_t index : {0, 1, 2}) { // nor is anything found when it fails
+            cursor = c.cursor(0, index);
+            kuxer0push(ctx, KUDCA_TYPE);
+            state = 99;
+            EXPECT_EQ(kudcmksrch(c, cursor, 0, relop, &state), KUDCA_TYPE);
+            EXPECT_EQ(state, KUDC_NOKEY);
+            ctx.clear();
+        }
     }
 
     // Deleting a key that is not there forgets the row that was found before.

@@ -173,6 +173,8 @@ TEST_F(KuqReport, FailuresNameStatementLineAndColumn)
         {"report 'query=select 1' long=0", 2, "'0' is not a number of characters"},
         {"report 'query=select 1' 'where=(a)'", 2, "where= needs a pattern for each column"},
         {"report 'query=select a from t' 'where=(b,%)'", 1, "no column 'b'"},
+        {"dump 'query=select 1' 'match=(a,\"b(\")'", 2, "'b(' is wrong at character 3"},
+        {"dump 'query=select 1' 'like=(a,b)' escape=ab", 2, "'ab' cannot be the escape"},
         {"report 'query=select a from t' out=/", 1, "'/' cannot be opened: Is a directory"},
         {"report", 2, "'query' is missing"},
     };
@@ -218,6 +220,15 @@ TEST_F(KuqReport, DumpPrintsTheColumnsAndTheTreeOfTheCache)
     EXPECT_EQ(result.status, 0);
     for (const char *part : {"ColName:                    n ColType: 2", "s- x ", "s- y "})
         EXPECT_NE(result.output.find(part), std::string::npos) << result.output;
+    // Rows that a condition leaves are kept as if the query had left them.
+    sql("insert into t values(null, 7), ('z" + std::string(70000, 'z') + "', 8), ('z', 8);");
+    for (const std::string grouped : {" group=n", " group=n sorted=no"}) {
+        const outcome some = run("dump 'query=select * from t' 'match=(a,[yz]$)'" + grouped);
+        EXPECT_EQ(some.status, 0);
+        EXPECT_EQ(some.output,
+                  run("dump \"query=select * from t where a > 'x'\"" + grouped).output);
+        EXPECT_NE(some.output, run("dump 'query=select * from t'" + grouped).output);
+    }
 }
 
 TEST_F(KuqReport, GroupsInOrderOfArrivalHaveTheTotalsOfSortedOnes)
@@ -251,15 +262,22 @@ TEST_F(KuqReport, WhereKeepsTheRowsThatTheDatabaseWould)
 {
     sql("create table t(a text, n integer); insert into t values('abc',1),('abd',12),('ab',21),"
         "('',3),(null,4),('aäc',5),('a😀c',6),('100%',7);");
-    for (const char *pattern :
-         {"%", "a%", "%c", "a_c", "ab_", "___", "%b%d%", "a%c%", "_", "%%", "1__%", "abc%_"}) {
+    for (const char *pattern : {"%", "a%", "%c", "a_c", "ab_", "___", "%b%d%", "a%c%", "_", "%%",
+                                "1__%", "abc%_", "%0!%", "a!bc"}) {
         const outcome theirs =
             sql(".mode list\n.separator ,\npragma case_sensitive_like=1;\nselect 'row', case a "
                 "when '' then '\"\"' else a end, n from t where a like '"
-                + std::string(pattern) + "';");
+                + std::string(pattern) + "' escape '!';");
+        EXPECT_EQ(csv("select a, n from t",
+                      quoted("like=(a,'" + std::string(pattern) + "')") + " escape=!"),
+                  theirs.output);
+        if (std::string(pattern).find('!') != std::string::npos) continue;
         EXPECT_EQ(csv("select a, n from t", quoted("where=(a,'" + std::string(pattern) + "')")),
                   theirs.output);
     }
+    EXPECT_EQ(csv("select a, n from t", "\"match=(a,'^a.c|%',n,'^[1-5]\\$|7')\""),
+              "row,abc,1\nrow,aäc,5\nrow,100%,7\n");
+    EXPECT_EQ(csv("select a, n from t", "'match=(a,\"^(a\\w)*$\")' like='(n,_)'"), "row,\"\",3\n");
     EXPECT_EQ(csv("select a, n from t", "'where=(a,a%,n,%1)' group=a"),
               "row,ab,21,\ntotal a,ab,,1\nrow,abc,1,\ntotal a,abc,,1\ngrand total,,,2\n");
 }
@@ -276,6 +294,10 @@ TEST_F(KuqReport, LongValuesComeBackWhole)
     EXPECT_EQ(csv("select a from t", "long=4"), "row,😀éx...\nrow,shor...\nrow,\nrow,\"\"\n");
     EXPECT_EQ(csv("select k, a from t", "'where=(a,%x😀)' max=a long=3 top=0"),
               "grand total,,,1,😀é...\n");
+    EXPECT_EQ(csv("select k, a from t", "'match=(a,\"x😀é$|é😀\")' max=a long=3 top=0"),
+              "grand total,,,0,\n");
+    EXPECT_EQ(csv("select k, a from t", "'match=(a,\"^😀(.{3})*$\")' max=a long=3 top=0"),
+              "grand total,,,1,😀é...\n"); // 40000 characters: one and whole threes
     const std::string groups = csv("select b from t", "group=b top=0 sorted=no");
     for (const std::string &part :
          {"total b,,1\ntotal b," + zeros.substr(0, 2000) + ",1\ntotal b,00ff,1\ntotal b,\"\",1\n",

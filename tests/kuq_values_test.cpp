@@ -1,4 +1,4 @@
-// kuq's exact numbers, dates and wildcards, beside the library's own forms and plain models
+// kuq's exact numbers and dates, beside the library's own forms
 
 #include <gtest/gtest.h>
 
@@ -8,7 +8,6 @@
 #include "port/core/number.h"
 #include "support/random.h"
 #include "tools/kuq/values.h"
-#include "tools/kuq/wildcard.h"
 
 namespace
 {
@@ -103,40 +102,6 @@ TEST(KuqValues, DatesSortAsTheyFollowAndOnlyDatesAreDates)
     for (const char *text : {"", "2001-02-29", "0000-01-01", "2001-13-01", "2001-01-01x",
                              "2001-01-01 24:00:00", "2001-01-01 1:2", "soon"})
         EXPECT_EQ(kuq::encoded_date(text), "") << text;
-}
-
-bool matches_plainly(std::u16string_view pattern, std::u16string_view subject)
-{
-    if (pattern.empty()) return subject.empty();
-    if (pattern[0] == u'%')
-        return matches_plainly(pattern.substr(1), subject)
-               || (!subject.empty() && matches_plainly(pattern, subject.substr(1)));
-    return !subject.empty() && (pattern[0] == u'_' || pattern[0] == subject[0])
-           && matches_plainly(pattern.substr(1), subject.substr(1));
-}
-
-TEST(KuqValues, WildcardsMatchLikeAPlainModelAndNeverCrawl)
-{
-    ku::test::dice dice;
-    int matched = 0;
-    for (int step = 0; step < 20000; step++) {
-        std::u16string pattern;
-        std::u16string subject;
-        for (std::uint32_t left = dice.below(7); left > 0; left--)
-            pattern += u"ab_%%"[dice.below(5)];
-        for (std::uint32_t left = dice.below(9); left > 0; left--) subject += u"ab"[dice.below(2)];
-        const bool expected = matches_plainly(pattern, subject);
-        ASSERT_EQ(kuq::matches(pattern, subject), expected)
-            << std::string(pattern.begin(), pattern.end()) << " "
-            << std::string(subject.begin(), subject.end());
-        matched += expected;
-    }
-    EXPECT_GT(matched, 1000);
-    EXPECT_TRUE(kuq::matches(u"_é_", u"😀é😀"));
-    EXPECT_FALSE(kuq::matches(u"__", u"😀"));
-    std::u16string stubborn;
-    for (int times = 0; times < 30; times++) stubborn += u"%a";
-    EXPECT_FALSE(kuq::matches(stubborn + u"b", std::u16string(100000, u'a')));
 }
 
 } // namespace

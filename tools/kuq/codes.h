@@ -39,11 +39,12 @@
 #define KUQAA_LOST                                                                                 \
     KUQAA(27) // connection lost; parameters: statement, line, SQLSTATE, what was said
 #define KUQAA_TOOLONG KUQAA(28) // value longer than the cache's files can be
-#define KUQAA_PAIRS KUQAA(29)   // where= without a pattern for each column
+#define KUQAA_PAIRS KUQAA(29)   // not a pattern for each column; parameter: argument
 #define KUQAA_LONG KUQAA(30)    // not a number of characters; parameter: it
 #define KUQAA_WIDE KUQAA(31)    // more than can be; parameters: how many can be, of what
 #define KUQAA_PATTERN                                                                              \
     KUQAA(32) // pattern that is wrong; parameters: it, at which character, what is wrong
 #define KUQAA_LARGE KUQAA(33) // pattern that is too large; parameter: it
+#define KUQAA_ESCAPE KUQAA(34) // not one character; parameter: it
 
 #endif

@@ -16,6 +16,25 @@ namespace
 
 constexpr int32_t all_levels = 0x7FFF;
 
+bool dump_cache(const rows &from, const std::vector<group> &groups, void *stream)
+{
+    kudcpacmp(from.cache(), stream);
+    return groups.empty() || kudcpidx(from.cache(), all_levels, 0, 0, stream) == 0;
+}
+
+// The rows that are wanted, in a cache of their own.
+bool keep_wanted(const result &of, rows *kept)
+{
+    bool well = true;
+    const bool read = of.from.read([&](size_t) {
+        bool wanted = false;
+        well =
+            !interrupted() && of.wanted.wants(of.from, &wanted) && (!wanted || kept->add(of.from));
+        return well ? following::row : following::nothing;
+    });
+    return read && well;
+}
+
 } // namespace
 
 const std::vector<argument> &dump_arguments()
@@ -37,8 +56,9 @@ exit_status run_dump(application &app, arguments &given)
     bool done = run.run(order::revisited, [&](const result &each) {
         if (stream == nullptr) stream = skubopen(app.ctx(), name.c_str(), "w");
         if (stream == nullptr) return false;
-        kudcpacmp(each.from.cache(), stream);
-        return each.groups.empty() || kudcpidx(each.from.cache(), all_levels, 0, 0, stream) == 0;
+        if (each.wanted.everything()) return dump_cache(each.from, each.groups, stream);
+        rows kept(app, each.from.columns(), each.groups, each.from.kept_in());
+        return kept.create() && keep_wanted(each, &kept) && dump_cache(kept, each.groups, stream);
     });
     if (stream != nullptr) done = skubclose(app.ctx(), stream) == 0 && done;
     console out("never");

@@ -15,7 +15,6 @@
 #include "printer.h"
 #include "session.h"
 #include "values.h"
-#include "wildcard.h"
 
 namespace kuq
 {
@@ -47,14 +46,8 @@ struct totals {
     std::vector<total> values;
 };
 
-struct condition {
-    size_t column;
-    std::u16string pattern;
-};
-
 struct plan {
     std::vector<aggregate> aggregates;
-    std::vector<condition> conditions;
     uint64_t top = UINT64_MAX; // rows shown of each innermost group
     size_t most = everything;  // characters shown of a value
     std::string format;
@@ -112,7 +105,7 @@ class reporter
 {
 public:
     reporter(application &app, const plan &how, const result &of, printer &to)
-        : app_(app), how_(how), groups_(of.groups), from_(of.from), to_(to), charset_(app),
+        : app_(app), how_(how), groups_(of.groups), from_(of.from), wanted_(of.wanted), to_(to),
           open_(of.groups.size() + 1), names_(of.groups.size()), fresh_(of.groups.size())
     {
         for (totals &each : open_) each.values.resize(how.aggregates.size());
@@ -122,7 +115,10 @@ public:
     {
         fresh_ = std::min(fresh_, level); // rows may be passed over where groups begin
         bool wanted = false;
-        if (!meets(&wanted)) return following::nothing;
+        if (!wanted_.wants(from_, &wanted)) {
+            failed_ = true;
+            return following::nothing;
+        }
         if (!wanted) return following::row;
         const size_t begun = any_ ? fresh_ : 0;
         fresh_ = groups_.size();
@@ -140,19 +136,6 @@ public:
     bool totalled() const { return !groups_.empty() || !how_.aggregates.empty(); }
 
 private:
-    // Whether the row meets all conditions; NULL meets none. False when it cannot be read.
-    bool meets(bool *result)
-    {
-        *result = true;
-        for (const condition &each : how_.conditions) {
-            std::string text;
-            if (!from_.text(each.column, everything, &text)) return !(failed_ = true);
-            *result = *result && !from_.null(each.column)
-                      && matches(each.pattern, charset_.to_utf16(text));
-        }
-        return true;
-    }
-
     bool take(size_t begun)
     {
         failed_ = true; // unless all goes well
@@ -235,8 +218,8 @@ private:
     const plan &how_;
     const std::vector<group> &groups_;
     const rows &from_;
+    selection &wanted_;
     printer &to_;
-    charset charset_;
     std::vector<totals> open_; // grand total first, then a group of each level
     std::vector<field> names_; // of the groups that are open
     size_t fresh_;             // first level with another group than the last row taken
@@ -260,14 +243,6 @@ bool resolve(application &app, const arguments &given, const std::vector<column>
             if (!find_column(app, columns, name, &each.column)) return false;
             how->aggregates.push_back(each);
         }
-    how->conditions.clear();
-    const charset set(app);
-    const std::vector<std::string> pairs = given.values("where");
-    for (size_t at = 0; at + 1 < pairs.size(); at += 2) {
-        condition each = {0, set.to_utf16(pairs[at + 1])};
-        if (!find_column(app, columns, pairs[at], &each.column)) return false;
-        how->conditions.push_back(each);
-    }
     return true;
 }
 
@@ -325,20 +300,13 @@ bool read_plan(application &app, const arguments &given, plan *how)
         return false;
     }
     how->most = static_cast<size_t>(characters);
-    if (given.values("where").size() % 2 == 0) return true;
-    kuxer0push(app.ctx(), KUQAA_PAIRS);
-    return false;
+    return true;
 }
 
 std::vector<argument> all_arguments()
 {
     std::vector<argument> table = session_arguments();
     const std::vector<argument> own = {
-        {"where",
-         "(COLUMN,PATTERN,...): rows where all fit; % any characters, _ one",
-         {},
-         nullptr,
-         KUCL_LIST},
         {"count", "columns whose values are counted", {}, nullptr, KUCL_LIST},
         {"sum", "columns to add up", {}, nullptr, KUCL_LIST},
         {"avg", "columns whose average is shown", {}, nullptr, KUCL_LIST},
@@ -370,7 +338,7 @@ exit_status run_report(application &app, arguments &given)
     // Only a report that goes on to the next group before the last row of one needs
     // groups that are kept; comparing rows costs less.
     how.leaves = given.given("top");
-    for (const char *all : {"where", "count", "sum", "avg", "min", "max"})
+    for (const char *all : {"where", "like", "match", "count", "sum", "avg", "min", "max"})
         how.leaves = how.leaves && !given.given(all);
     console out("auto");
     const bool done =

@@ -53,6 +53,13 @@ struct reference {
     uint32_t length;
 };
 
+reference referred(const kudxcoldef &definition)
+{
+    reference where = {};
+    std::memcpy(&where, definition.curval_kudxcol, sizeof where);
+    return where;
+}
+
 fs::path scratch_directory() { return std::getenv("TMP"); } // the application has set it
 
 // In front of the digits.
@@ -301,14 +308,44 @@ bool rows::set_long(size_t at, const value &given)
     return stored;
 }
 
-bool rows::add(const std::vector<value> &row)
+bool rows::store()
 {
-    for (size_t at = 0; at < row.size(); at++)
-        if (!set(at, row[at])) return false;
     const auto levels = static_cast<uint16_t>(groups_.empty() ? 1 : groups_.size());
     int32_t position = 0;
     count_++;
     return kudcmrstr(cache_, row_thread, &levels, 1, &position) == 0;
+}
+
+bool rows::add(const std::vector<value> &row)
+{
+    for (size_t at = 0; at < row.size(); at++)
+        if (!set(at, row[at])) return false;
+    return store();
+}
+
+bool rows::add(const rows &from)
+{
+    for (size_t at = 0; at < columns_.size(); at++) {
+        kudxcoldef &definition = definitions_[at];
+        const kudxcoldef &given = from.definitions_[at];
+        if (from.is_long(at)) {
+            uint32_t offset = 0;
+            const piece_reader reader = [&](void *to, size_t length) {
+                const uint32_t start = offset;
+                offset += static_cast<uint32_t>(length);
+                return from.load(at, start, to, length);
+            };
+            value whole = {};
+            whole.pieces = &reader;
+            whole.length = referred(given).length;
+            if (!set_long(at, whole)) return false;
+            continue;
+        }
+        definition.curnul_kudxcol = given.curnul_kudxcol;
+        definition.curlen_kudxcol = from.null(at) ? 0 : given.curlen_kudxcol;
+        std::memcpy(definition.curval_kudxcol, given.curval_kudxcol, definition.curlen_kudxcol);
+    }
+    return store();
 }
 
 bool rows::read(const std::function<following(size_t level)> &visit)
@@ -392,25 +429,28 @@ bool rows::show(size_t column, size_t most, const piece_visitor &visit) const
     return visit(charset_.from_utf16(units) + "...");
 }
 
-bool rows::show_long(size_t column, size_t most, const piece_visitor &visit) const
+bool rows::load(size_t column, uint32_t offset, void *to, size_t length) const
 {
-    reference where = {};
-    std::memcpy(&where, definitions_[column].curval_kudxcol, sizeof where);
-    const bool binary = columns_[column].type == datatype::binary;
-    const uint64_t wanted = binary ? most / 2 : most > UINT32_MAX / 2 ? UINT32_MAX : most * 2;
-    const auto length = static_cast<uint32_t>(std::min<uint64_t>(where.length, wanted));
+    const reference where = referred(definitions_[column]);
     kudccdsdef source = {};
     source.cachep_kudccds = cache_;
     source.colh_kudccds = const_cast<kudxcoldef *>(&definitions_.back()); // it is not changed
     source.filpos_kudccds = where.position;
     source.curlen_kudccds = where.length;
     tag_skuhm heap = plain_heap(app_.ctx());
+    return skudcdoleload(&source, &heap, to, offset, static_cast<uint32_t>(length)) == 0;
+}
+
+bool rows::show_long(size_t column, size_t most, const piece_visitor &visit) const
+{
+    const reference where = referred(definitions_[column]);
+    const bool binary = columns_[column].type == datatype::binary;
+    const uint64_t wanted = binary ? most / 2 : most > UINT32_MAX / 2 ? UINT32_MAX : most * 2;
+    const auto length = static_cast<uint32_t>(std::min<uint64_t>(where.length, wanted));
     std::string piece;
     for (uint32_t offset = 0; offset < length; offset += static_cast<uint32_t>(piece.size())) {
         piece.resize(std::min<size_t>(piece_bytes, length - offset));
-        if (skudcdoleload(&source, &heap, piece.data(), offset, static_cast<uint32_t>(piece.size()))
-            != 0)
-            return false;
+        if (!load(column, offset, piece.data(), piece.size())) return false;
         if (binary) {
             if (!visit(digits(piece))) return false;
             continue;

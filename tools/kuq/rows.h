@@ -42,6 +42,8 @@ public:
 
     // Stores a row.
     bool add(const std::vector<value> &row);
+    // Stores the row that another cache with these columns and groups has just given.
+    bool add(const rows &from);
 
     // Gives rows, group by group. `visit` gets the first level whose group is a new one (the
     // number of groups: none is) and says which row is next. False with the reason pushed.
@@ -60,6 +62,7 @@ public:
     uint64_t group_rows() const;
 
     const std::vector<column> &columns() const { return columns_; }
+    order kept_in() const { return order_; }
     kudcaccdef *cache() const { return cache_; }
 
     // Removes the scratch files of runs that were killed, or of this process.
@@ -72,6 +75,8 @@ public:
 private:
     bool set(size_t at, const value &given);
     bool set_long(size_t at, const value &given);
+    bool store();
+    bool load(size_t column, uint32_t offset, void *to, size_t length) const;
     bool show_long(size_t column, size_t most, const piece_visitor &visit) const;
     std::string stored(size_t column) const;
 

@@ -16,7 +16,7 @@ namespace kuq
 
 std::vector<argument> session_arguments()
 {
-    return {
+    std::vector<argument> table = {
         {"query", "the statements"},
         {"file", "a file with the statements, instead; - for the standard input"},
         {"connect", "ODBC connection string, or the name of a data source"},
@@ -25,6 +25,9 @@ std::vector<argument> session_arguments()
         {"sorted", "groups in order, or as they arrive", {"yes", "no"}, "yes"},
         {"out", "the file to write; else the standard output"},
     };
+    const std::vector<argument> conditions = selection_arguments();
+    table.insert(table.end(), conditions.begin(), conditions.end());
+    return table;
 }
 
 bool find_column(application &app, const std::vector<column> &columns, const std::string &name,
@@ -50,6 +53,7 @@ bool session::prepare()
 {
     std::string sorted;
     if (!given_.choice("sorted", &sorted) || !given_.choice("dialect", &dialect_)) return false;
+    if (!wanted_.prepare(given_)) return false;
     order_ = sorted == "yes" ? order::sorted : order::arrival;
     if (!given_.given("connect")) {
         const std::optional<setting> found = app_.find_setting("connect", 0);
@@ -134,7 +138,7 @@ bool session::one(const statement &cut, const std::function<bool(const result &)
     if (!base_.execute(cut, &columns)) return false;
     if (columns.empty()) return true;
     results_++;
-    if (!resolve(&columns, &groups)) return false;
+    if (!resolve(&columns, &groups) || !wanted_.resolve(columns)) return false;
     rows store(app_, columns, groups, order_);
     if (!store.create()) return false;
     std::vector<size_t> widths(columns.size());
@@ -145,7 +149,7 @@ bool session::one(const statement &cut, const std::function<bool(const result &)
         well = !interrupted() && store.add(row);
         return well;
     });
-    return fetched && well && use({store, groups, widths, *shown_});
+    return fetched && well && use({store, groups, wanted_, widths, *shown_});
 }
 
 } // namespace kuq

@@ -10,6 +10,7 @@
 #include "database.h"
 #include "progress.h"
 #include "rows.h"
+#include "selection.h"
 
 namespace kuq
 {
@@ -21,6 +22,7 @@ std::vector<argument> session_arguments();
 struct result {
     rows &from;
     const std::vector<group> &groups;
+    selection &wanted;
     const std::vector<size_t> &widths; // of each column's longest value, about, in characters
     progress &shown;
 };
@@ -28,7 +30,10 @@ struct result {
 class session
 {
 public:
-    session(application &app, const arguments &given) : app_(app), given_(given), base_(app) {}
+    session(application &app, const arguments &given)
+        : app_(app), given_(given), wanted_(app), base_(app)
+    {
+    }
 
     // Looks at the arguments. When they are wrong the reason was pushed.
     bool prepare();
@@ -50,6 +55,7 @@ private:
     std::string where_;
     std::string dialect_;
     order order_ = order::sorted;
+    selection wanted_;
     database base_;
     progress *shown_ = nullptr; // while statements run
     uint64_t results_ = 0;

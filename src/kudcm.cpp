@@ -54,48 +54,52 @@ std::uint32_t kudcmcursor(const kudcaccdef *acmp, const kudccurdef *cursor)
 
 // ---- storing ----
 
-// The key columns of an index can be taken from their thread columns.
-std::uint32_t kudcmkeyable(const kudcaccdef *acmp, const kudcidxdef *index)
+// A key column of an index can be taken from its thread column.
+std::uint32_t kudcmkeyable(const kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t number)
 {
-    for (std::uint16_t i = 0; i < index->clct_kudcidx; i++) {
-        const kudcbvadef &key = index->goal_kudcidx.arybva_kudckey[i];
-        const kudxcoldef *column = key.col_kudcbva;
-        if (column == nullptr || key.val_kudcbva == nullptr) return refuse(acmp, KUVAA_MISSING);
-        if (column->curval_kudxcol == nullptr) return refuse(acmp, KUVAA_NOVALUE);
-        if (column->curlen_kudxcol > longest_key_value(index, i) + std::uint64_t{1})
-            return refuse(acmp, KUDCA_TOOLONG);
-    }
+    const kudcbvadef &key = index->goal_kudcidx.arybva_kudckey[number];
+    const kudxcoldef *column = key.col_kudcbva;
+    if (column == nullptr || key.val_kudcbva == nullptr) return refuse(acmp, KUVAA_MISSING);
+    if (column->curval_kudxcol == nullptr) return refuse(acmp, KUVAA_NOVALUE);
+    if (column->curlen_kudxcol > longest_key_value(index, number) + std::uint64_t{1})
+        return refuse(acmp, KUDCA_TOOLONG);
     return 0;
 }
 
-// A key's columns take the values of their thread columns.
-void kudcmtake(kudcbvadef *columns, std::uint16_t count)
+// A key's column takes the value of its thread column.
+void kudcmtake(kudcbvadef *key)
 {
-    for (std::uint16_t i = 0; i < count; i++) {
-        kudcbvadef &key = columns[i];
-        const kudxcoldef *column = key.col_kudcbva;
-        key.valnul_kudcbva = column->curnul_kudxcol;
-        key.len_kudcbva = column->curnul_kudxcol == KUDC_NULL ? 0 : column->curlen_kudxcol;
-        key.val_kudcbva[0] = 0; // an empty number has no length in front of it
-        std::memcpy(key.val_kudcbva, column->curval_kudxcol, key.len_kudcbva);
-    }
+    const kudxcoldef *column = key->col_kudcbva;
+    key->valnul_kudcbva = column->curnul_kudxcol;
+    key->len_kudcbva = column->curnul_kudxcol == KUDC_NULL ? 0 : column->curlen_kudxcol;
+    key->val_kudcbva[0] = 0; // an empty number has no length in front of it
+    std::memcpy(key->val_kudcbva, column->curval_kudxcol, key->len_kudcbva);
 }
 
-// Fills an index's keys from the row to store. No key of the levels may be too long for its block.
-std::uint32_t kudcmkeys(const kudcaccdef *acmp, kudcidxdef *index, std::uint16_t levels)
+// No goal key of the levels is too long for its block.
+std::uint32_t kudcmfits(const kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t levels)
 {
-    if (const std::uint32_t status = kudcmkeyable(acmp, index)) return status;
-    kudcmtake(index->cols_kudcidx, index->clct_kudcidx);
-    kudcmtake(index->goal_kudcidx.arybva_kudckey, index->clct_kudcidx);
-    if (index->idxt_kudcidx == KUDC_DYNBRK) return 0;
-    if (index->idxt_kudcidx == KUDC_SEQNTL) levels = index->lvct_kudcidx;
     for (std::uint16_t i = 0; i < std::min(levels, index->lvct_kudcidx); i++) {
         std::uint32_t size = 0;
         kudckpsflk(&index->goal_kudcidx, i, &size);
-        if (size + entry_bytes > index->lvrt_kudcidx[i].size_kudcidh - block_head)
+        if (std::uint64_t{size} + entry_bytes > index->lvrt_kudcidx[i].size_kudcidh - block_head)
             return refuse(acmp, KUDCA_KEYSIZE);
     }
     return 0;
+}
+
+// Fills an index's keys from the row to store.
+std::uint32_t kudcmkeys(const kudcaccdef *acmp, kudcidxdef *index, std::uint16_t levels)
+{
+    for (std::uint16_t i = 0; i < index->clct_kudcidx; i++)
+        if (const std::uint32_t status = kudcmkeyable(acmp, index, i)) return status;
+    for (std::uint16_t i = 0; i < index->clct_kudcidx; i++) {
+        kudcmtake(index->cols_kudcidx + i);
+        kudcmtake(index->goal_kudcidx.arybva_kudckey + i);
+    }
+    if (index->idxt_kudcidx == KUDC_DYNBRK) return 0;
+    return kudcmfits(acmp, index,
+                     index->idxt_kudcidx == KUDC_SEQNTL ? index->lvct_kudcidx : levels);
 }
 
 // A key that was added is counted in its tree's root.
@@ -680,14 +684,18 @@ std::uint32_t kudcmrelocate(kudcaccdef *acmp, const kudccurdef *cursor, std::int
     return write_block(acmp, header.addr_kudcidh, header.size_kudcidh, block);
 }
 
-// Attaches a block to a key that is not in the index yet.
+// Attaches a block to the cursor's key, which is not in the index yet.
 std::uint32_t kudcmattach(kudcaccdef *acmp, const kudccurdef *cursor, const void *block,
                           std::uint32_t length)
 {
     kudcthddef *thread = thread_of(acmp, cursor);
     kudcidxdef *index = index_of(acmp, cursor);
     std::uint32_t status = check_room(acmp, thread, std::int64_t{length} + kudcm_length);
-    if (status == 0) status = kudcmkeys(acmp, index, kudcm_blocklevels);
+    // What was looked up is what is entered.
+    if (status == 0)
+        status = kudcbbv2bv(acmp, index, cursor->keyp_kudccur, &index->goal_kudcidx, 0,
+                            static_cast<std::uint16_t>(index->lvct_kudcidx - 1));
+    if (status == 0) status = kudcmfits(acmp, index, kudcm_blocklevels);
     // The entry takes the end of the file for the position, so the block lies there first.
     const std::int32_t end = acmp->nxdo_kudcacc;
     if (status == 0) status = kudcmwrite(acmp, end, block, length);
@@ -702,11 +710,38 @@ struct kudcmkey {
     const std::int32_t *integers;
 };
 
+// Blocks are under whole keys: the cursor's has a column for each of its index's.
+std::uint32_t kudcmwhole(const kudcaccdef *acmp, const kudccurdef *cursor)
+{
+    const bool whole = cursor->keyp_kudccur->numbva_kudckey == index_of(acmp, cursor)->clct_kudcidx;
+    return whole ? 0 : refuse(acmp, KUVAA_NOVALUE);
+}
+
+// What a key leaves out a new cursor's takes from the thread's columns.
+std::uint32_t kudcmcomplete(const kudcaccdef *acmp, const kudccurdef *cursor, const kudcmkey &key)
+{
+    const kudcidxdef *index = index_of(acmp, cursor);
+    for (std::uint16_t i = 0; i < index->clct_kudcidx; i++) {
+        kudcbvadef *column = cursor->keyp_kudccur->arybva_kudckey + i;
+        bool given = false;
+        for (std::uint32_t k = 0; key.values != nullptr && k < key.count; k++)
+            given =
+                given
+                || (key.values[k] != nullptr && key.values[k]->col_kudcbva == column->col_kudcbva);
+        if (given) continue;
+        if (const std::uint32_t status = kudcmkeyable(acmp, index, i)) return status;
+        kudcmtake(column);
+        column->set_kudcbva = 1;
+    }
+    return 0;
+}
+
 std::uint32_t kudcmkeep(kudcaccdef *acmp, kudccurdef *cursor, const kudcmkey &key,
                         const void *block, std::uint32_t length)
 {
     std::int32_t row = KUDC_NONE;
-    std::uint32_t status = kudckfblb(acmp, cursor, key.count, key.values, key.integers, &row);
+    std::uint32_t status = kudcmwhole(acmp, cursor);
+    if (status == 0) status = kudckfblb(acmp, cursor, key.count, key.values, key.integers, &row);
     if (status != 0) return status;
     thread_of(acmp, cursor)->calc_kudcthd = 1;
     if (row == KUDC_NONE) return kudcmattach(acmp, cursor, block, length);
@@ -939,9 +974,11 @@ std::uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t thre
                                ? kudcmcursor(acmp, cursor)
                                : kudcfnwcurs(acmp, nullptr, thread, number, 0, KUDC_NONE, &used);
     if (status != 0) return status;
-    status = used->thread_kudccur == thread && used->idx_kudccur == number
-                 ? kudcmkeep(acmp, used, {count, values, integers}, block, length)
-                 : refuse(acmp, KUVAA_MISSING);
+    const kudcmkey key = {count, values, integers};
+    if (used->thread_kudccur != thread || used->idx_kudccur != number)
+        status = refuse(acmp, KUVAA_MISSING);
+    if (status == 0 && cursor == nullptr) status = kudcmcomplete(acmp, used, key);
+    if (status == 0) status = kudcmkeep(acmp, used, key, block, length);
     if (status != 0 && cursor == nullptr) kudcffrcurs(acmp, used);
     if (status == 0) *cursorp = used;
     return status;
@@ -956,6 +993,7 @@ std::uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t coun
     if (const std::uint32_t pending = kudcmpending(acmp)) return pending;
     std::uint32_t status = kudcmcursor(acmp, cursor);
     if (status == 0) status = kudcmattachable(acmp, index_of(acmp, cursor));
+    if (status == 0) status = kudcmwhole(acmp, cursor);
     std::int32_t row = KUDC_NONE;
     if (status == 0) status = kudckfblb(acmp, cursor, count, values, integers, &row);
     std::uint32_t length = 0;

@@ -120,23 +120,25 @@ KU_API uint32_t kudcmsrst(kudcaccdef *acmp, kudccurdef *cursor, uint16_t status)
  * file's end. From the first one on, rows of the thread with equal keys are no longer chained.
  * The key must be no row's: what is stored under it is taken for a block, so that the record of
  * a row would be written over, or be lost to its key. Nothing tells the two apart.
- *   cursor    of the index; null: one is made
- *   values    `count` key columns, whose columns take the key's values; all of the index's
- *             columns must be among them or hold their values
+ *   cursor    of the index, with a key of all its columns; null: one is made, whose key is that
+ *             of the thread's columns
+ *   values    `count` key columns, whose columns take the key's values, as those of the cursor's
+ *             key do; a column that is not among them keeps its value in that key
  *   integers  the key's values
  *   block     copied; may be null when the length is 0
  *   length    in bytes
  *   cursorp   out: the cursor, the caller's, who frees it with kudcffrcurs; unchanged on failure
- * KUVAA_NOVALUE for a column with less than 4 bytes, KUDCA_FULL when a file has no room.
+ * KUVAA_NOVALUE for a column with less than 4 bytes or a key with fewer columns, KUDCA_FULL when
+ * a file has no room.
  */
 KU_API uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t thread, int16_t index,
                           uint16_t count, kudcbvadef *const *values, const int32_t *integers,
                           const void *block, uint32_t length, kudccurdef **cursorp);
 
 /*
- * Reads the block of a key. *block: a copy, the caller's, released with the context's kuxnmfree;
- * null when there is none, when it is empty, or without a cursor. Its length is not told.
- * KUDCA_TYPE as above, KUDCA_POSITION when what is under the key is no block, KUVAA_NOMEM.
+ * Reads the block of a key, given as above. *block: a copy, the caller's, released with the
+ * context's kuxnmfree; null when there is none, when it is empty, or without a cursor. Its length
+ * is not told. KUDCA_TYPE and KUVAA_NOVALUE as above, KUDCA_POSITION when what is under the key is no block, KUVAA_NOMEM.
  */
 KU_API uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count,
                           kudcbvadef *const *values, const int32_t *integers, void **block);

@@ -914,6 +914,50 @@ TEST(Kudcm, CalculatedValuesAreKeptUnderTheirKeys)
     EXPECT_ERRORS(ctx, {"kudca 11"});
 }
 
+TEST(Kudcm, AKeyOfSomeColumnsIsStoredAsItIsLookedUp)
+{
+    context ctx;
+    cache c(ctx, {numbers});
+    kudcbvadef bind[2] = {};
+    kudcbvadef *const key[] = {bind, bind + 1};
+    for (std::size_t i = 0; i < 2; i++) bind[i].col_kudcbva = c.column(0, i);
+    kudccurdef *asking = c.cursor(0, 0);
+    const auto read = [&](kudccurdef *cursor, uint16_t count, int32_t first, int32_t second) {
+        const int32_t at[] = {first, second};
+        void *block = nullptr;
+        EXPECT_EQ(kudcmrblb(c, cursor, count, key, at, &block), 0u);
+        const std::string text = block == nullptr ? "" : std::string(static_cast<char *>(block), 1);
+        ctx->kuxnmfree(ctx, block);
+        return text;
+    };
+    const goal_key goal(c, 0, numbers.indexes[0], {integer(3), integer(4)});
+    kudccurdef *made = nullptr, *aimed = c.cursor(0, 0, &goal.key);
+    const struct {
+        kudccurdef *cursor;
+        const char *block;
+        int32_t column, second; // of the thread, and of the key: the cursor's if there is one
+    } rows[] = {{nullptr, "a", 7, 7}, {aimed, "b", 9, 4}, {nullptr, "c", 8, 8}};
+    for (const auto &row : rows) {
+        c.fill(0, {integer(1), integer(row.column)});
+        const int32_t first = 5;
+        ASSERT_EQ(kudcmsblb(c, row.cursor, 0, 0, 1, key, &first, row.block, 1, &made), 0u);
+        c.fill(0, {integer(0), integer(0)});
+        EXPECT_EQ(read(made, 1, 5, 0), row.block);
+        EXPECT_EQ(read(asking, 2, 5, row.second), row.block);
+    }
+    EXPECT_EQ(read(asking, 2, 5, 9), "");
+
+    // A key that lacks a column is none that a block is under.
+    const goal_key half(c, 0, numbers.indexes[0], {integer(5)});
+    kudccurdef *lacking = c.cursor(0, 0, &half.key);
+    const int32_t first = 5;
+    void *block = nullptr;
+    EXPECT_EQ(kudcmsblb(c, lacking, 0, 0, 1, key, &first, "d", 1, &made), KUVAA_NOVALUE);
+    ctx.clear();
+    EXPECT_EQ(kudcmrblb(c, lacking, 1, key, &first, &block), KUVAA_NOVALUE);
+    EXPECT_ERRORS(ctx, {"kuvaa 22"});
+}
+
 TEST(Kudcm, BlocksAtPositionsAreWrittenOverOrMoved)
 {
     context ctx;

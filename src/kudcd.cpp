@@ -7,7 +7,9 @@
 // positions. A new record is written behind the end of the file, then its
 // predecessor is linked to it, then the thread and the end of the file take
 // notice: until that last step nothing knows the record, and the next store
-// overwrites what a failed one has written.
+// overwrites what a failed one has written. A row's keys are entered when its
+// record is there; when that fails half-way the record stays where it is, for
+// keys that lead to it must not lead to the next row.
 //
 // Records of threads whose rows are short (useb) are put together in the row
 // buffer and moved at once; it has room for the head in front of the columns.
@@ -353,27 +355,53 @@ static uint32_t kudcdlink(kudcaccdef *acmp, const kudcthddef *thread, int32_t po
     return cache::write_data(acmp, static_cast<int32_t>(next), sizeof position, &position);
 }
 
+uint32_t cache::put_row(kudcaccdef *acmp, const kudcthddef *thread, kudcrchdef *header)
+{
+    uint32_t bytes = fixed_bytes(thread);
+    for (uint16_t i = 0; i < thread->clct_kudcthd; i++)
+        bytes += thread->acol_kudcthd[i]->curlen_kudxcol;
+    *header = thread->trch_kudcthd;
+    header->leng_kudcrch = bytes;
+    header->prev_kudcrch = thread->last_kudcthd;
+    header->next_kudcrch = KUDC_NONE;
+    return kudcdrecord(acmp, thread, *header, acmp->nxdo_kudcacc, false);
+}
+
+uint32_t cache::join_row(kudcaccdef *acmp, kudcthddef *thread, const kudcrchdef &header)
+{
+    const int32_t position = acmp->nxdo_kudcacc;
+    if (const uint32_t status = kudcdlink(acmp, thread, position)) return status;
+    kudcdplace(thread, position, false);
+    thread->trch_kudcthd = header;
+    thread->tpln_kudcthd = header.leng_kudcrch - fixed_bytes(thread);
+    if (thread->frst_kudcthd == KUDC_NONE) thread->frst_kudcthd = position;
+    thread->last_kudcthd = position;
+    acmp->nxdo_kudcacc = static_cast<int32_t>(int64_t{position} + header.leng_kudcrch);
+    return 0;
+}
+
+void cache::give_up_row(kudcaccdef *acmp, const kudcthddef *thread, const kudcrchdef &header)
+{
+    if (thread->idxc_kudcthd == 0) return; // no keys lead to it
+    const int32_t position = acmp->nxdo_kudcacc;
+    acmp->nxdo_kudcacc = static_cast<int32_t>(int64_t{position} + header.leng_kudcrch);
+    const ku::aside apart(acmp->kuxp_kudcacc); // nothing moves on a level with an error
+    if (!apart.saved()) return;
+    const auto lives = static_cast<int32_t>(position + int64_t{row_head} + kudcdlinks(thread));
+    const uint16_t none = 0;
+    for (uint16_t i = 0; i < thread->idxc_kudcthd; i++)
+        if (write_data(acmp, lives + static_cast<int32_t>(live_bytes * i), sizeof none, &none) != 0)
+            return;
+}
+
 uint32_t kudcdstr(kudcaccdef *acmp, kudcthddef *thread)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     int64_t bytes;
     if (const uint32_t status = cache::check_row(acmp, thread, &bytes)) return status;
-
-    const int32_t position = acmp->nxdo_kudcacc;
-    kudcrchdef header = thread->trch_kudcthd;
-    header.leng_kudcrch = static_cast<uint32_t>(bytes);
-    header.prev_kudcrch = thread->last_kudcthd;
-    header.next_kudcrch = KUDC_NONE;
-    if (const uint32_t status = kudcdrecord(acmp, thread, header, position, false)) return status;
-    if (const uint32_t status = kudcdlink(acmp, thread, position)) return status;
-
-    kudcdplace(thread, position, false);
-    thread->trch_kudcthd = header;
-    thread->tpln_kudcthd = header.leng_kudcrch - cache::fixed_bytes(thread);
-    if (thread->frst_kudcthd == KUDC_NONE) thread->frst_kudcthd = position;
-    thread->last_kudcthd = position;
-    acmp->nxdo_kudcacc = static_cast<int32_t>(position + bytes);
-    return 0;
+    kudcrchdef header;
+    if (const uint32_t status = cache::put_row(acmp, thread, &header)) return status;
+    return cache::join_row(acmp, thread, header);
 }
 
 uint32_t kudcdupd(kudcaccdef *acmp, kudcthddef *thread, int32_t position)

@@ -49,6 +49,15 @@ private:
     const unsigned char *bytes_ = nullptr; // of the record, in the row buffer; or null
 };
 
+// Storing a row in steps, between which its keys are entered. The record is written at the end of
+// the file, where nothing knows it yet; then it is made the thread's last row and the file ends
+// behind it. A row that is not made so, to which keys may lead, is given up: its record stays,
+// no other row comes to lie there, and if that can still be written it is seen through no index.
+//   header  out: the record's header. The row was checked
+std::uint32_t put_row(kudcaccdef *acmp, const kudcthddef *thread, kudcrchdef *header);
+std::uint32_t join_row(kudcaccdef *acmp, kudcthddef *thread, const kudcrchdef &header);
+void give_up_row(kudcaccdef *acmp, const kudcthddef *thread, const kudcrchdef &header);
+
 // Opens a row and loads header, links and live counts into the thread; the columns come next.
 // A thread without arrays: a code pushed.
 std::uint32_t open_row(kudcaccdef *acmp, row_reader *row, kudcthddef *thread);

@@ -699,8 +699,10 @@ std::uint32_t kudcmattach(kudcaccdef *acmp, const kudccurdef *cursor, const void
     // The entry takes the end of the file for the position, so the block lies there first.
     const std::int32_t end = acmp->nxdo_kudcacc;
     if (status == 0) status = kudcmwrite(acmp, end, block, length);
-    if (status == 0) status = kudcminsert(acmp, thread, index, kudcm_blocklevels);
-    if (status == 0) acmp->nxdo_kudcacc = end + static_cast<std::int32_t>(length + kudcm_length);
+    if (status != 0) return status;
+    status = kudcminsert(acmp, thread, index, kudcm_blocklevels);
+    // Also when that fails: an entry may have been made by then.
+    acmp->nxdo_kudcacc = end + static_cast<std::int32_t>(length + kudcm_length);
     return status;
 }
 
@@ -766,9 +768,15 @@ std::uint32_t kudcmrstr(kudcaccdef *acmp, std::uint16_t number, const std::uint1
 
     kudcmmark(thread, levels);
     const std::int32_t row = acmp->nxdo_kudcacc;
-    status = kudcmenter(acmp, thread, levels);
-    if (status == 0 && store != 0) status = kudcdstr(acmp, thread);
+    kudcrchdef header;
+    if (store != 0) status = put_row(acmp, thread, &header);
     if (status != 0) return status;
+    status = kudcmenter(acmp, thread, levels);
+    if (status == 0 && store != 0) status = join_row(acmp, thread, header);
+    if (status != 0) {
+        if (store != 0) give_up_row(acmp, thread, header);
+        return status;
+    }
     thread->coun_kudcthd++;
     *position = row;
     return 0;

@@ -35,8 +35,9 @@ extern "C" {
  * KUVAA_MISSING for a key column without definition or buffer, KUVAA_NOVALUE for a column
  * without a current value, KUDCA_TOOLONG for a value longer than its column, KUDCA_KEYSIZE for
  * a key that does not fit a block, KUDCA_NOAPP for a long value without application handle,
- * KUDCA_FULL when a file has no room: nothing is changed then. A move that fails later leaves
- * the keys entered so far, and no row.
+ * KUDCA_FULL when a file has no room: nothing is changed then, nor when the record or a long value
+ * cannot be written. A move that fails later leaves the keys entered so far, which lead to a
+ * record that readers pass over, and no row.
  */
 KU_API uint32_t kudcmrstr(kudcaccdef *acmp, uint16_t thread, const uint16_t *levels, int32_t store,
                           int32_t *position);
@@ -138,7 +139,8 @@ KU_API uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t thread,
 /*
  * Reads the block of a key, given as above. *block: a copy, the caller's, released with the
  * context's kuxnmfree; null when there is none, when it is empty, or without a cursor. Its length
- * is not told. KUDCA_TYPE and KUVAA_NOVALUE as above, KUDCA_POSITION when what is under the key is no block, KUVAA_NOMEM.
+ * is not told. KUDCA_TYPE and KUVAA_NOVALUE as above, KUDCA_POSITION when what is under the key
+ * is no block, KUVAA_NOMEM.
  */
 KU_API uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count,
                           kudcbvadef *const *values, const int32_t *integers, void **block);

@@ -1052,7 +1052,11 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
                     if (kudcmksrch(c, cursor, 0, way, &state) != 0 || state != KUDC_POSITIONED
                         || kudcmrnxt(c, cursor, 0, &found) != 0)
                         break;
-                    read += found == KUDC_ROW ? 1 : 0;
+                    if (found != KUDC_ROW) continue;
+                    read++;
+                    const kudcbvadef &key = cursor->keyp_kudccur->arybva_kudckey[0];
+                    EXPECT_EQ(c.current(0)[0],
+                              std::string(key.val_kudcbva, key.val_kudcbva + key.len_kudcbva));
                 }
                 EXPECT_TRUE(faults.failed() || read == stores) << read;
                 ctx.clear();

@@ -1132,12 +1132,31 @@ void kukpunmark(const kul &list)
     }
 }
 
-// Hangs a hint that has left the list on its keyword.
+// Hangs a hint that leaves the list on its keyword.
 void kukpattach(kux *ctx, const kukpobject *object, kukn &keyword, kukn &hint)
 {
     if (keyword.hint_kukn != nullptr) kukpfree(ctx, object, keyword.hint_kukn);
     keyword.hint_kukn = &hint;
     keyword.length_kukn = hint.offset_kukn + hint.length_kukn - keyword.offset_kukn;
+}
+
+// Takes the marked hints out of the list, which is not locked; each hangs on the token
+// before it then. The others close the gaps in one walk. The cursor stays on its token.
+void kukptakeout(kux *ctx, const kukpobject *object, kul &list)
+{
+    std::int32_t kept = 0;
+    std::int32_t cursor = -1;
+    for (std::int32_t i = 0; i < list.nitems_kul; i++) {
+        auto *token = static_cast<kukn *>(list.items_kul[i]);
+        if (token->hint_kukn == token) {
+            kukpattach(ctx, object, *static_cast<kukn *>(list.items_kul[kept - 1]), *token);
+            continue;
+        }
+        if (i == list.current_kul) cursor = kept;
+        list.items_kul[kept++] = token;
+    }
+    list.nitems_kul = kept;
+    list.current_kul = cursor;
 }
 
 } // namespace
@@ -1148,21 +1167,22 @@ std::uint32_t kukphint(kux *ctx, void *kukh)
     auto *list = static_cast<kul *>(static_cast<kuk *>(kukh)->origtklh_kuk);
     if (list == nullptr) return 0;
     kukpmark(*list);
+    bool marked = false;
     for (std::int32_t i = list->nitems_kul - 1; i >= 0; i--) {
         auto *token = static_cast<kukn *>(list->items_kul[i]);
         if (token->hint_kukn == token) {
-            const std::uint32_t status = kulpdelete(ctx, list, i);
-            if (status != 0) { // still in the list: no keyword may own it, nor any before it
+            const std::uint32_t status = marked ? 0 : kulpreplace(ctx, list, i, token);
+            if (status != 0) { // locked: no keyword may own what stays in the list
                 kukpunmark(*list);
                 return status;
             }
-            kukpattach(ctx, static_cast<kukpobject *>(kukh),
-                       *static_cast<kukn *>(list->items_kul[i - 1]), *token);
+            marked = true;
         } else if (token->type_kukn == KUKP_T_HINT) {
             token->type_kukn = KUKP_T_COMMENT;
         } else if (token->type_kukn == KUKP_T_LINEHINT) {
             token->type_kukn = KUKP_T_LINE;
         }
     }
+    if (marked) kukptakeout(ctx, static_cast<kukpobject *>(kukh), *list);
     return 0;
 }

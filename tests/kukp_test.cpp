@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <map>
@@ -563,6 +564,17 @@ TEST(Kukp, LongTextsTakeLinearTime)
         EXPECT_EQ(comment->length_kukn, 65535u); // a length like any other
         kukpdestroy(ctx, object);
     }
+    text.clear();
+    for (int i = 0; i < many; i++) text += "delete/*+*/";
+    void *object = kukpcreate(ctx, text.c_str(), 1, 0, nullptr, nullptr, 0);
+    void *tokens = static_cast<kuk *>(object)->origtklh_kuk;
+    const void *last = kulpitem(ctx, tokens, 2 * many - 2); // the cursor stays on it
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(kukphint(ctx, object), 0u);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_EQ(kulpnitems(ctx, tokens), many);
+    EXPECT_EQ(kulpcurrent(ctx, tokens, 0), last);
+    kukpdestroy(ctx, object);
     kuxdestroy(ctx);
 }
 

@@ -211,6 +211,48 @@ TEST_F(Kuq, ShiftedTextStaysWhole)
     }
 }
 
+TEST_F(Kuq, GrepSaysWhereLinesMatchAndByItsStatusWhetherAnyDoes)
+{
+    home.write("a.sql", "select ä, b(c)\r\nFROM t\n\nä c.c -- select (c)");
+    const struct {
+        std::string arguments;
+        int status;
+        std::string output;
+    } rows[] = {
+        {"'ä|t$'", 0, "1:8:select ä, b(c)\n2:6:FROM t\n4:1:ä c.c -- select (c)\n"},
+        {"pattern='(c)'", 0, "1:5:select ä, b(c)\n4:3:ä c.c -- select (c)\n"},
+        {"'(c)' fixed=yes", 0, "1:12:select ä, b(c)\n4:17:ä c.c -- select (c)\n"},
+        {"from", 1, ""},
+        {"from icase=yes", 0, "2:1:FROM t\n"},
+        {"'Ä C.' icase=yes fixed=yes", 0, "4:1:ä c.c -- select (c)\n"},
+        {"'^$' count=yes", 0, "1\n"},
+        {"x count=yes", 1, "0\n"},
+        {"c format=json count=yes", 0, "{\"lines\": 2, \"matches\": 6}\n"},
+        {"x format=json", 1, "[]\n"},
+        {"'c[t)]' colour=always", 0,
+         "\033[2m1:5:\033[0msele\033[1;31mct\033[0m ä, b(\033[1;31mc)\033[0m\n"
+         "\033[2m4:14:\033[0mä c.c -- sele\033[1;31mct\033[0m (\033[1;31mc)\033[0m\n"},
+        {"'^s.*\\)$' count=yes", 0, "1\n"}, // a carriage return is part of the line's end
+    };
+    for (const auto &row : rows)
+        expect("grep " + row.arguments + " file=" + home.path("a.sql"), row.status, row.output);
+    expect("grep '\"|\\w' - format=json", 0,
+           "[\n  {\"line\": 2, \"matches\": [{\"column\": 2, \"text\": \"\\\"\"}, "
+           "{\"column\": 3, \"text\": \"é\"}], \"text\": \" \\\"é\"},\n"
+           "  {\"line\": 3, \"matches\": [{\"column\": 1, \"text\": \"a\"}], \"text\": \"a\"}\n]\n",
+           "printf ' \\n \"é\\na' | ");
+    for (const char *fixed : {"yes", "no"}) {
+        const std::string how = std::string("grep ab - fixed=") + fixed;
+        expect(how, 0, std::string("1:3:b\0ab\n2:1:ab\n", 16), "printf 'b\\0ab\\nab\\n\\0' | ");
+        const outcome longest =
+            run(how + " | cut -c1-20", "head -c 10000000 /dev/zero | tr '\\0' a | sed 's/$/b/' | ");
+        EXPECT_EQ(longest.output, "1:10000000:aaaaaaaaa\n");
+    }
+    expect_part("grep 'a(' file=/no/such/file", 2, "is wrong at character 3: nothing where");
+    expect_part("grep a file=/no/such/file", 2, "cannot be opened");
+    expect_part("grep c " + home.path("a.sql") + " >/dev/full", 2, "cannot be written");
+}
+
 TEST_F(Kuq, AFullDiskIsSaidAndLeavesTheOldSettings)
 {
     home.write("a.sql", "select 1;");

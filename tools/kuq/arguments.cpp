@@ -110,18 +110,22 @@ void arguments::release(kucla &definition)
 
 // The parser takes quotes inside a value for its own, and a = in a value by position for
 // a keyword's. It never sees such a value: it gets another word in its place.
-std::string arguments::shielded(const std::string &word)
+// position: of the word among those without a keyword
+std::string arguments::shielded(const std::string &word, size_t position)
 {
     const size_t equals = word.find('=');
     const bool keyword = equals != std::string::npos && is_keyword(word.substr(0, equals));
     const size_t start = keyword ? equals + 1 : 0;
     const std::string value = word.substr(start);
+    const argument *entry = keyword                    ? find(word.substr(0, equals))
+                            : position < table_.size() ? &table_[position]
+                                                       : nullptr;
+    const bool verbatim = entry != nullptr && entry->verbatim && !value.empty();
     const char first = value.empty() ? '\0' : value.front();
     const bool quoted = (first == '\'' || first == '"') && value.find(first, 1) == value.size() - 1;
-    if (first == '(' || quoted
-        || (value.find_first_of("'\"") == std::string::npos
-            && (keyword || equals == std::string::npos)))
-        return word;
+    const bool plain =
+        value.find_first_of("'\"") == std::string::npos && (keyword || equals == std::string::npos);
+    if (!verbatim && (first == '(' || quoted || plain)) return word;
     shielded_.push_back(value);
     return word.substr(0, start) + "\x01" + std::to_string(shielded_.size() - 1);
 }
@@ -137,8 +141,9 @@ arguments::outcome arguments::parse(int count, char **words)
 {
     std::vector<std::string> copies(words, words + count);
     std::vector<char *> safe;
+    size_t position = 0;
     for (std::string &word : copies) {
-        if (!safe.empty()) word = shielded(word);
+        if (!safe.empty()) word = shielded(word, position++);
         safe.push_back(word.data());
     }
     kucle *error = kuclpa(ctx_, count, safe.data(), list_, 0);

@@ -16,7 +16,8 @@ struct argument {
     const char *help;
     std::vector<const char *> allowed = {}; // the values it can have; empty: any
     const char *default_value = nullptr;
-    uint16_t flags = 0; // KUCL_LIST and the like, besides those that `allowed` implies
+    uint16_t flags = 0;    // KUCL_LIST and the like, besides those that `allowed` implies
+    bool verbatim = false; // parentheses and quotes in its value are no list and no quotes
 };
 
 // The values given on a command line. They live as long as this object.
@@ -45,7 +46,7 @@ public:
 private:
     const argument *find(const std::string &keyword) const;
     void explain(const kucle &error);
-    std::string shielded(const std::string &word);
+    std::string shielded(const std::string &word, size_t position);
     std::string unshielded(const char *value) const;
     void release(kucla &definition);
 

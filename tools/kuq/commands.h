@@ -33,6 +33,9 @@ exit_status run_highlight(application &app, arguments &given);
 const std::vector<argument> &split_arguments();
 exit_status run_split(application &app, arguments &given);
 
+const std::vector<argument> &grep_arguments();
+exit_status run_grep(application &app, arguments &given);
+
 const std::vector<argument> &report_arguments(); // these two where the build found ODBC
 exit_status run_report(application &app, arguments &given);
 

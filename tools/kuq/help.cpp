@@ -19,6 +19,7 @@ const std::vector<command> &commands()
          run_tokens},
         {"highlight", "show a SQL script in colours", highlight_arguments, run_highlight},
         {"split", "cut a SQL script into its statements", split_arguments, run_split},
+        {"grep", "find lines by a regular expression or a fixed text", grep_arguments, run_grep},
 #if KUQ_ODBC
         {"report", "query a database: rows in groups, with exact subtotals", report_arguments,
          run_report},

@@ -177,6 +177,7 @@ TEST_F(KuqReport, FailuresNameStatementLineAndColumn)
         {"dump 'query=select 1' 'like=(a,b)' escape=ab", 2, "'ab' cannot be the escape"},
         {"report 'query=select a from t' out=/", 1, "'/' cannot be opened: Is a directory"},
         {"report", 2, "'query' is missing"},
+        {"report 'query=select 1' file=two", 2, "'file' and 'query' cannot both be given"},
     };
     for (const auto &row : rows) expect_part(row.arguments, row.status, row.part);
     const std::string word = connect;

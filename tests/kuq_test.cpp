@@ -253,6 +253,48 @@ TEST_F(Kuq, GrepSaysWhereLinesMatchAndByItsStatusWhetherAnyDoes)
     expect_part("grep c " + home.path("a.sql") + " >/dev/full", 2, "cannot be written");
 }
 
+TEST_F(Kuq, FilesAreFoundThroughPlacesAndTypes)
+{
+    for (const char *directory : {"here", "here/month", "one", "one/deep", "two"})
+        std::filesystem::create_directory(home.path(directory));
+    for (const char *file : {"here/near.sql", "one/month.sql", "one/deep/far.qry", "two/month.sql",
+                             "two/month.qry", "two/plain", "two/a b.c.qry"})
+        home.write(file, std::string(file) + ";");
+    const std::string in = "cd " + home.path("here") + "; KU_PATH=" + home.path("none")
+                           + "::" + home.path("one") + " HOME=" + home.path("") + " ";
+    expect("prefs set path '(\"~/two\")'", 0, "");
+    const auto found = [&](const std::string &name) {
+        const outcome result = run("highlight '" + name + "'", in);
+        return result.status == 0 ? result.output : "";
+    };
+    const struct {
+        const char *name, *file; // with sql, then with .qry and sql as types
+        const char *other;
+    } rows[] = {
+        {"near", "here/near.sql;", "here/near.sql;"},
+        {"month", "one/month.sql;", "one/month.sql;"}, // the environment's places come first
+        {"month.qry", "two/month.qry;", "two/month.qry;"},
+        {"a b.c", "", ""}, // it has a type
+        {"plain", "", ""}, // without a type it is tried with each
+        {"far", "", ""},
+        {"deep/far", "", ""}, // with a directory it is in no other one
+        {"../one/deep/far", "", "one/deep/far.qry;"},
+        {"deep\\far.qry", "", ""},
+    };
+    for (const auto &row : rows) EXPECT_EQ(found(row.name), row.file) << row.name;
+    expect("prefs set types '(\".qry\",sql)'", 0, "");
+    for (const auto &row : rows) EXPECT_EQ(found(row.name), row.other) << row.name;
+    const outcome nowhere = run("grep a nothing", in);
+    EXPECT_EQ(nowhere.status, 2);
+    EXPECT_EQ(nowhere.output.substr(0, nowhere.output.find('\n')),
+              "kuq: File 'nothing' was not found in ., " + home.path("none") + ", "
+                  + home.path("one") + ", " + home.path("")
+                  + "/two, as it is or with type qry, sql.");
+    const outcome much = run("split nothing", "KU_PATH=/" + std::string(300, 'x') + " ");
+    EXPECT_EQ(much.status, 1);
+    EXPECT_NE(much.output.find("'nothing' was not found"), std::string::npos) << much.output;
+}
+
 TEST_F(Kuq, AFullDiskIsSaidAndLeavesTheOldSettings)
 {
     home.write("a.sql", "select 1;");

@@ -44,7 +44,9 @@
 #define KUQAA_WIDE KUQAA(31)    // more than can be; parameters: how many can be, of what
 #define KUQAA_PATTERN                                                                              \
     KUQAA(32) // pattern that is wrong; parameters: it, at which character, what is wrong
-#define KUQAA_LARGE KUQAA(33)  // pattern that is too large; parameter: it
-#define KUQAA_ESCAPE KUQAA(34) // not one character; parameter: it
+#define KUQAA_LARGE KUQAA(33)   // pattern that is too large; parameter: it
+#define KUQAA_ESCAPE KUQAA(34)  // not one character; parameter: it
+#define KUQAA_NOWHERE KUQAA(35) // no such file; parameters: it, directories looked in, types tried
+#define KUQAA_BOTH KUQAA(36)    // two arguments exclude each other; parameters: one, the other
 
 #endif

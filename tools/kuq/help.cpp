@@ -99,7 +99,9 @@ exit_status run_help(application &app, arguments &given)
         out.write(line);
     }
     out.write("\nkuq COMMAND ? shows the arguments of a command. Arguments that are not given\n"
-              "come from the settings of the same name (kuq prefs), then from the defaults.\n");
+              "come from the settings of the same name (kuq prefs), then from the defaults.\n"
+              "Files are looked for in the directories of KU_PATH and of the setting path, too,\n"
+              "with the types of the setting types (sql) where a name has none.\n");
     return finish(app, out, succeeded);
 }
 

@@ -14,6 +14,7 @@
 #include "codes.h"
 #include "commands.h"
 #include "console.h"
+#include "places.h"
 
 namespace fs = std::filesystem;
 
@@ -286,7 +287,10 @@ exit_status run_prefs(application &app, arguments &given)
     if (is("check")) {
         // The file may stand where the name of a setting does: prefs check FILE.
         const std::string file = given.given("file") ? given.value("file") : given.value("name");
-        if (!file.empty()) return check_file(app, file);
+        if (!file.empty()) {
+            const std::string found = find_file(app, file);
+            return found.empty() ? app.report(failed) : check_file(app, found);
+        }
         kuxer1push(app.ctx(), KUQAA_MISSING, "file");
         return app.report(wrong_usage);
     }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "codes.h"
+#include "places.h"
 
 namespace kuq
 {
@@ -33,15 +34,17 @@ uint64_t characters(kux *ctx, const char *from, uint32_t bytes)
 } // namespace
 
 source::source(application &app, const std::string &name)
-    : app_(app), name_(name), file_(name == "-" ? stdin : std::fopen(name.c_str(), "re"))
+    : app_(app), name_(find_file(app, name)),
+      file_(name_ == "-" ? stdin : std::fopen(name_.c_str(), "re"))
 {
+    if (name_.empty()) return; // the reason was pushed
     // A directory opens, and its first read fails: said here rather than there.
     if (file_ != nullptr) {
         const int first = std::getc(file_);
         if (first != EOF) std::ungetc(first, file_);
         if (std::ferror(file_) != 0) close(errno);
     }
-    if (file_ == nullptr) kuxer2push(app.ctx(), KUQAA_OPEN, name.c_str(), std::strerror(errno));
+    if (file_ == nullptr) kuxer2push(app.ctx(), KUQAA_OPEN, name_.c_str(), std::strerror(errno));
 }
 
 source::~source()

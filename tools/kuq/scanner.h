@@ -12,7 +12,8 @@
 namespace kuq
 {
 
-// The lines of a file, or of the standard input for "-", with their line ends.
+// The lines of a file, found as find_file says, or of the standard input for "-", with
+// their line ends.
 class source
 {
 public:

@@ -53,6 +53,10 @@ bool session::prepare()
 {
     std::string sorted;
     if (!given_.choice("sorted", &sorted) || !given_.choice("dialect", &dialect_)) return false;
+    if (given_.given("file") && given_.given("query")) {
+        kuxer2push(app_.ctx(), KUQAA_BOTH, "file", "query");
+        return false;
+    }
     if (!wanted_.prepare(given_)) return false;
     order_ = sorted == "yes" ? order::sorted : order::arrival;
     if (!given_.given("connect")) {

@@ -60,11 +60,27 @@ static uint32_t kudcdget(kudcaccdef *acmp, void *file, int32_t end, int32_t posi
     return kudcdmove(acmp, file, position, buffer, bytes, SKUFV_GET);
 }
 
+// Has the block cache hold both of two pages that bytes lie in, so that what is written over them
+// is not cut short between the two. Of more pages it may not hold the first ones any more.
+static uint32_t kudcdready(const kudcaccdef *acmp, void *file, uint32_t position, uint32_t bytes)
+{
+    const uint32_t last = position + std::max(bytes, 1u) - 1;
+    if (position / SKUF_BLOCK + 1 != last / SKUF_BLOCK) return 0;
+    const unsigned char *seen = nullptr;
+    for (const uint32_t at : {last, position})
+        if (const uint32_t status =
+                skufvlook(acmp->kuxp_kudcacc, acmp->skufh_kudcacc, file, at, 1, &seen))
+            return status;
+    return 0;
+}
+
 static uint32_t kudcdput(kudcaccdef *acmp, void *file, int32_t position, uint32_t bytes,
                          const void *buffer)
 {
     if (position < 0) return refuse(acmp, KUVAA_MISSING);
     if (int64_t{position} + bytes > cache::file_limit) return refuse(acmp, KUDCA_FULL);
+    if (const uint32_t status = kudcdready(acmp, file, static_cast<uint32_t>(position), bytes))
+        return status;
     // The move only reads what it puts.
     return kudcdmove(acmp, file, position, const_cast<void *>(buffer), bytes, SKUFV_PUT);
 }

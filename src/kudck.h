@@ -149,8 +149,8 @@ KU_API uint32_t kudckfnd(kudcaccdef *acmp, const kudckeydef *key, int32_t root, 
  *   outcome   out: 0: the key was there; -1: it was added; -2: it was added and the root split
  * When the outcome is not 0 the root is in indx_kudcacc again, for the caller to count
  * the key in it. Pushes KUDCA_KEYSIZE (the key cannot fit in a block) and KUDCA_FULL (end of
- * the index file), KUVAA_NOVALUE and KUVAA_MISSING for missing buffers. A failure
- * leaves what was written by then.
+ * the index file), KUVAA_NOVALUE and KUVAA_MISSING for missing buffers, KUVAA_NOMEM without
+ * memory for a split. A failure leaves what was written by then, and all keys that were there.
  */
 KU_API uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidxdef *index,
                          int32_t *child, int32_t *nextroot, int32_t *outcome);

@@ -21,12 +21,13 @@
 //
 // Blocks are searched where they lie in the block cache, when one page of it has them whole.
 // The block being worked on is in indx_kudcacc, while it is split its old content
-// in copy_kudcacc. Keys have any length: a block is full when the next key does
+// in copy_kudcacc. A left half takes the place of the old block when the parent knows
+// the right one: an insertion that is cut short loses no key that was there. Keys have any length: a block is full when the next key does
 // not fit, and room is counted in bytes.
 //
 // A look-up costs one move a block on the way down, an insertion one more for the
 // leaf; a split, one for each half, one for the right neighbour's link and one for
-// the parent.
+// the parent, and memory for a block.
 #include <algorithm>
 #include <cassert>
 #include <cstddef>
@@ -404,6 +405,15 @@ uint32_t kudckzdrc(kudcaccdef *acmp, kudcthddef *thread, unsigned char *block, u
 namespace
 {
 
+// The left half of a block that was split, which takes the block's place when all else is written:
+// until then the block has all of its keys. The half's bytes lie behind this.
+struct kudckpending {
+    kudckpending *below;    // the one that was split before
+    std::int32_t neighbour; // block to the right of the two halves, or KUDC_NONE
+
+    unsigned char *block() { return reinterpret_cast<unsigned char *>(this + 1); }
+};
+
 // One insertion of one level of a key into one tree.
 struct kudckinsertion {
     kudcaccdef *acmp;
@@ -415,6 +425,7 @@ struct kudckinsertion {
     std::int32_t nextroot; // the next level's tree under the key
     std::int32_t newroot;  // that tree's root when it has to be made yet, else KUDC_NONE
     std::int32_t outcome;
+    kudckpending *pending; // what is left to write, from the root down
 };
 
 // Takes a block at the end of the index file.
@@ -495,12 +506,12 @@ bool kudckpart(const unsigned char *block, std::uint32_t place, std::uint32_t ne
     return kudckfits(block, need, *parting);
 }
 
-// A half of the block in copy_kudcacc, made in indx_kudcacc; the new entry joins it at
-// `place`, if it does.
-std::uint32_t kudckhalf(kudckinsertion &in, const kudcidhdef &header, std::uint32_t first,
-                        std::uint32_t end, const kudcinddef *record, std::uint32_t place)
+// A half of the block in copy_kudcacc, made in another; the new entry joins it at `place`, if it
+// does.
+std::uint32_t kudckhalf(kudckinsertion &in, unsigned char *block, const kudcidhdef &header,
+                        std::uint32_t first, std::uint32_t end, const kudcinddef *record,
+                        std::uint32_t place)
 {
-    unsigned char *block = in.acmp->indx_kudcacc;
     kudckempty(block, header);
     kudckappend(block, in.acmp->copy_kudcacc, first, end);
     const std::uint32_t status =
@@ -520,6 +531,36 @@ std::uint32_t kudckright(kudcaccdef *acmp)
     header.less_kudcidh = entry_of(half, 0).frst_kudcind;
     set_header(acmp->copy_kudcacc, header);
     return kudckwrite(acmp, acmp->copy_kudcacc);
+}
+
+// Writes the left halves, the one nearest to the root first, now that every right one can be
+// found, and tells the blocks to the right of their new neighbours. After a failure the blocks
+// stay as they were.
+//   status  of the insertion by now
+std::uint32_t kudcksettle(kudckinsertion &in, std::uint32_t status)
+{
+    while (kudckpending *left = in.pending) {
+        const std::int32_t right = header_of(left->block()).rsib_kudcidh;
+        if (status == 0) status = kudckwrite(in.acmp, left->block());
+        if (status == 0 && left->neighbour != KUDC_NONE)
+            status = write_block(in.acmp, left->neighbour + static_cast<std::int32_t>(kudck_lsib),
+                                 sizeof right, &right);
+        in.pending = left->below;
+        in.acmp->kuxp_kudcacc->kuxnmfree(in.acmp->kuxp_kudcacc, left);
+    }
+    return status;
+}
+
+// Where the left half of a block is made: the block itself stays as it is for now.
+unsigned char *kudckdefer(kudckinsertion &in, const kudcidhdef &header)
+{
+    auto *left = static_cast<kudckpending *>(
+        obtain(in.acmp->kuxp_kudcacc, sizeof(kudckpending) + header.size_kudcidh, 1));
+    if (left == nullptr) return nullptr;
+    left->below = in.pending;
+    left->neighbour = header.rsib_kudcidh;
+    in.pending = left;
+    return left->block();
 }
 
 // Makes a root the parent of its two halves, where it stands.
@@ -551,6 +592,8 @@ std::uint32_t kudcksplit(kudckinsertion &in, std::uint32_t place, std::uint32_t 
     if (!kudckpart(acmp->indx_kudcacc, place, need, &parting)) return refuse(acmp, KUDCA_KEYSIZE);
 
     kudcidhdef left = old, right = old;
+    unsigned char *half = isroot ? acmp->indx_kudcacc : kudckdefer(in, old);
+    if (half == nullptr) return KUVAA_NOMEM;
     std::uint32_t status = 0;
     if (isroot) status = kudcktake(acmp, old.size_kudcidh, &left.addr_kudcidh);
     if (status == 0) status = kudcktake(acmp, old.size_kudcidh, &right.addr_kudcidh);
@@ -566,19 +609,15 @@ std::uint32_t kudcksplit(kudckinsertion &in, std::uint32_t place, std::uint32_t 
 
     std::memcpy(acmp->copy_kudcacc, acmp->indx_kudcacc, old.size_kudcidh);
     const std::uint32_t middle = parting.middle;
-    status = kudckhalf(in, left, 0, middle, parting.left ? &record : nullptr, place);
-    if (status == 0) status = kudckwrite(acmp, acmp->indx_kudcacc);
+    status = kudckhalf(in, half, left, 0, middle, parting.left ? &record : nullptr, place);
+    if (status == 0 && isroot) status = kudckwrite(acmp, half);
     if (status == 0) {
-        status = kudckhalf(in, right, middle, old.kyct_kudcidh, parting.left ? nullptr : &record,
-                           parting.left ? 0 : place - middle);
+        status = kudckhalf(in, acmp->indx_kudcacc, right, middle, old.kyct_kudcidh,
+                           parting.left ? nullptr : &record, parting.left ? 0 : place - middle);
     }
     if (status == 0) status = load_key(acmp, in.index, acmp->indx_kudcacc, 0, in.columns, nullptr);
     if (status == 0) status = kudckright(acmp);
-    if (status != 0) return status;
-    if (isroot) return kudckregrow(in, old, left.addr_kudcidh);
-    if (old.rsib_kudcidh == KUDC_NONE) return 0;
-    return write_block(acmp, old.rsib_kudcidh + static_cast<std::int32_t>(kudck_lsib),
-                       sizeof right.addr_kudcidh, &right.addr_kudcidh);
+    return status == 0 && isroot ? kudckregrow(in, old, left.addr_kudcidh) : status;
 }
 
 // Adds an entry for the key to the block in the working buffer, at `place`.
@@ -652,8 +691,8 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     if (acmp->indx_kudcacc == nullptr) return refuse(acmp, KUVAA_NOVALUE);
     const kudcidhdef root = header_of(acmp->indx_kudcacc);
     kudckinsertion in = {
-        acmp,   key,       thread,    index,        columns_of(key, root.levl_kudcidh),
-        *child, *nextroot, KUDC_NONE, kudck_present};
+        acmp,   key,       thread,    index,         columns_of(key, root.levl_kudcidh),
+        *child, *nextroot, KUDC_NONE, kudck_present, nullptr};
     std::uint32_t status = check_buffers(acmp, in.columns);
     if (status != 0) return status;
     std::uint32_t size = 0;
@@ -663,6 +702,7 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     }
     status = kudckenter(in, acmp->indx_kudcacc);
     if (status == 0) status = kudckplant(in, root.levl_kudcidh);
+    status = kudcksettle(in, status);
     // The caller counts an added key in the root.
     if (status == 0 && in.outcome != kudck_present
         && header_of(acmp->indx_kudcacc).addr_kudcidh != root.addr_kudcidh) {

@@ -1027,7 +1027,7 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
 {
     const thread_shape shape = {{{KUDC_CHARACTER, 60}, {KUDC_INTEGER, 4}, {KUDC_CHARACTER, 700}},
                                 {{KUDC_RANDOM, {{0, 0}, {1, 1}}}, {KUDC_SEQNTL, {{0, 0}}}}};
-    constexpr int stores = 60;
+    constexpr int stores = 90;
     for (const char *const call : {"pwrite", "pread"}) {
         int failures = 0;
         for (bool failed = true; failed; failures += failed) {
@@ -1037,9 +1037,23 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
             cache c(ctx, {shape}, 2);
             c.whole = false;
             faults.fail_from_now(call, failures + 1, ENOSPC);
+            std::vector<values> rows;
             for (int i = 0; i < stores; i++) {
-                c.store(0, {std::to_string(i * 7919 % 1009), integer(i), std::string(600, 'a')},
-                        {2, 1});
+                const std::string name = std::to_string(i * 7919 % 1009);
+                const values row = {name + std::string(55, 'k'), integer(i), std::string(600, 'a')};
+                if (c.store(0, row, {2, 1}) >= 0) rows.push_back(row);
+                ctx.clear();
+            }
+            for (const values &row : rows) { // what was there is not lost
+                const goal_key goal(c, 0, shape.indexes[0], {row[0], row[1]});
+                kudccurdef *cursor = c.cursor(0, 0, &goal.key);
+                uint8_t found = KUDC_NOROW;
+                const bool over = faults.failed();
+                if (kudcmrnxt(c, cursor, 0, &found) == 0 || over) {
+                    EXPECT_EQ(found, KUDC_ROW);
+                    EXPECT_EQ(c.current(0), row);
+                }
+                EXPECT_EQ(kudcffrcurs(c, cursor), 0u);
                 ctx.clear();
             }
             for (const int16_t index : {0, 1}) {

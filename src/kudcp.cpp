@@ -88,6 +88,14 @@ std::uint64_t kudcpblanks(std::int32_t depth)
     return static_cast<std::uint64_t>(std::max(depth, 0)) * kudcp_step;
 }
 
+// Numbers a node; a client may begin anywhere.
+std::int32_t kudcpcount(const kudcpdump &dump)
+{
+    const std::int32_t number = *dump.counter;
+    *dump.counter = static_cast<std::int32_t>(static_cast<std::uint32_t>(number) + 1);
+    return number;
+}
+
 std::uint32_t kudcpempty(const kudcpdump &dump, const kudcpnode &node)
 {
     const std::uint64_t blanks = kudcpblanks(node.depth);
@@ -99,29 +107,20 @@ std::uint32_t kudcpempty(const kudcpdump &dump, const kudcpnode &node)
     std::uint32_t status = kudcpindented(dump, blanks, text);
     if (status == 0) status = kudcpindented(dump, blanks + kudcp_inset, "# Subtree empty #");
     if (status != 0) return status;
-    ++*dump.counter;
+    kudcpcount(dump);
     return KUDCA_NOTREE;
-}
-
-// The key of an entry lies in its block.
-bool kudcpsoundkey(const unsigned char *block, std::uint32_t bytes, std::uint32_t entry)
-{
-    const std::uint32_t count = header_of(block).clct_kudcidh;
-    const std::uint32_t from = entry_of(block, entry).offs_kudcind;
-    std::uint64_t end = std::uint64_t{from} + key_head * count;
-    for (std::uint32_t i = 0; i < count && from + key_head * (i + 1) <= bytes; i++)
-        end += load<kudcflkchdef>(block + from + key_head * i).len_kudcflkch;
-    return end <= bytes;
 }
 
 // What was read at a position is a block: it names that position, and all of it is there.
 bool kudcpsound(const unsigned char *block, std::uint32_t bytes, std::int32_t position)
 {
-    if (bytes < block_head || header_of(block).addr_kudcidh != position) return false;
-    const std::uint32_t count = header_of(block).kyct_kudcidh;
-    if (block_head + entry_bytes * count > bytes) return false;
-    for (std::uint32_t i = 0; i < count; i++)
-        if (!kudcpsoundkey(block, bytes, i)) return false;
+    if (bytes < block_head) return false;
+    const kudcidhdef header = header_of(block);
+    if (header.size_kudcidh > bytes
+        || !is_block(block, position, header.size_kudcidh, header.levl_kudcidh))
+        return false;
+    for (std::uint32_t i = 0; i < header.kyct_kudcidh; i++)
+        if (entry_size(block, i) == 0) return false;
     return true;
 }
 
@@ -224,7 +223,7 @@ std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &first)
             return refuse(acmp, KUVAA_MISSING);
         status = kudcpprint(dump, node, block.get());
         if (status != 0) return status;
-        const std::int32_t number = (*dump.counter)++;
+        const std::int32_t number = kudcpcount(dump);
         if (dump.type != KUDC_RANDOM && dump.type != KUDC_SEQNTL) return 0;
         status = kudcpchildren(dump, node, number, block.get());
         if (status != 0 || dump.type == KUDC_RANDOM) return status;

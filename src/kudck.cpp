@@ -43,7 +43,12 @@ struct kudckvalue {
 
 constexpr std::uint32_t kudck_integer = 4; // bytes of a binary integer
 
-std::uint64_t kudckround(std::uint64_t bytes) { return (bytes + 3) & ~std::uint64_t{3}; }
+// Bytes of a flat key with what fills it up; at most UINT32_MAX.
+std::uint32_t kudckrounded(std::uint64_t bytes)
+{
+    bytes = (bytes + 3) & ~std::uint64_t{3};
+    return bytes > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(bytes);
+}
 
 bool kudckisnull(const kudcbvadef &column) { return column.valnul_kudcbva == KUDC_NULL; }
 
@@ -188,20 +193,19 @@ uint32_t kudckpsflk(const kudckeydef *key, uint16_t level, uint32_t *size)
     std::uint64_t bytes = 0;
     for (std::uint32_t i = 0; i < columns.count; i++) {
         const kudcbvadef &column = columns.first[i];
-        bytes += key_head + (kudckisnull(column) ? 0 : column.len_kudcbva);
+        bytes += std::uint64_t{key_head} + (kudckisnull(column) ? 0 : column.len_kudcbva);
     }
-    bytes = kudckround(bytes);
-    *size = bytes > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(bytes);
+    *size = kudckrounded(bytes);
     return 0;
 }
 
 uint32_t kudckszflk(const unsigned char *flatkey, uint16_t count, uint32_t *size)
 {
-    std::uint32_t bytes = key_head * count;
+    std::uint64_t bytes = key_head * count;
     for (std::uint32_t i = 0; i < count; i++) {
         bytes += load<kudcflkchdef>(flatkey + key_head * i).len_kudcflkch;
     }
-    *size = static_cast<std::uint32_t>(kudckround(bytes));
+    *size = kudckrounded(bytes);
     return 0;
 }
 

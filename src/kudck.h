@@ -51,7 +51,7 @@ KU_API uint32_t kudckcflkval(kudcaccdef *acmp, const kudckeydef *key, uint16_t l
 /* Bytes of the flat key of one level of a key; at most UINT32_MAX. Returns 0. */
 KU_API uint32_t kudckpsflk(const kudckeydef *key, uint16_t level, uint32_t *size);
 
-/* Bytes of a flat key of `count` columns. Returns 0. */
+/* Bytes of a flat key of `count` columns; at most UINT32_MAX. Returns 0. */
 KU_API uint32_t kudckszflk(const unsigned char *flatkey, uint16_t count, uint32_t *size);
 
 /*
@@ -134,7 +134,8 @@ KU_API uint32_t kudcksrc(kudcaccdef *acmp, const kudckeydef *key, int16_t *posit
  *            has, else it is not
  *   count    out: rows under the key, 0 without one
  *   row      out: the first row, or KUDC_NONE
- * Pushes KUVAA_NOVALUE for a missing buffer or array or an impossible block size.
+ * Pushes KUVAA_NOVALUE for a missing buffer or array or an impossible block size, KUVAA_MISSING
+ * for a root that is none of the key's levels and columns.
  */
 KU_API uint32_t kudckfnd(kudcaccdef *acmp, const kudckeydef *key, int32_t root, int32_t allkeys,
                          int32_t *count, int32_t *row);

@@ -55,11 +55,11 @@ constexpr std::uint32_t kudck_lsib = offsetof(kudcidhdef, lsib_kudcidh); // in a
 std::uint32_t kudckcapacity(const kudcidhdef &header) { return header.size_kudcidh - block_head; }
 
 // Bytes that a stored key takes in a block, with its entry.
-std::uint32_t kudckused(const unsigned char *block, std::uint32_t entry, std::uint16_t columns)
+std::uint64_t kudckused(const unsigned char *block, std::uint32_t entry, std::uint16_t columns)
 {
     std::uint32_t size = 0;
     kudckszflk(key_at(block, entry), columns, &size);
-    return size + entry_bytes;
+    return std::uint64_t{size} + entry_bytes;
 }
 
 // ---- searching ----
@@ -94,9 +94,10 @@ void kudckfetch(const unsigned char *block, std::uint32_t bytes)
 }
 
 // Goes to a block on the way down. *block: it, until the next move: where it is, if it can be
-// seen there, else in the working buffer.
+// seen there, else in the working buffer. Its keys have the columns of the one looked for, at
+// least: it is no other index's.
 std::uint32_t kudckvisit(kudcaccdef *acmp, std::uint16_t level, std::int32_t position,
-                         std::uint32_t bytes, const unsigned char **block)
+                         std::uint32_t bytes, std::uint32_t columns, const unsigned char **block)
 {
     if (!kudckreadable(acmp, bytes)) return refuse(acmp, KUVAA_NOVALUE);
     const unsigned char *seen = nullptr;
@@ -104,9 +105,11 @@ std::uint32_t kudckvisit(kudcaccdef *acmp, std::uint16_t level, std::int32_t pos
     if (status != 0) return status;
     *block = seen;
     if (seen != nullptr) kudckfetch(seen, bytes);
-    if (seen != nullptr && is_block(seen, position, bytes, level)) return 0;
-    *block = acmp->indx_kudcacc;
-    return kudckread(acmp, level, position, bytes);
+    if (seen == nullptr || !is_block(seen, position, bytes, level)) {
+        *block = acmp->indx_kudcacc;
+        if (const std::uint32_t code = kudckread(acmp, level, position, bytes)) return code;
+    }
+    return columns <= header_of(*block).clct_kudcidh ? 0 : refuse(acmp, KUVAA_MISSING);
 }
 
 // Brings a block that was visited into the working buffer.
@@ -172,14 +175,14 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
     const level_columns columns = columns_of(key, level);
     const unsigned char *block = nullptr;
     std::uint32_t status = check_buffers(acmp, columns);
-    if (status == 0) status = kudckvisit(acmp, level, root, bytes, &block);
+    if (status == 0) status = kudckvisit(acmp, level, root, bytes, columns.count, &block);
     if (status != 0) return status;
 
     if (inserted != nullptr) *inserted = header_of(block).coun_kudcidh;
     *position = kudcksearch(acmp, columns, block);
     while (*position != kudck_unsound && header_of(block).leaf_kudcidh == 0) {
         status = kudckvisit(acmp, level, kudckchild(block, kudckbranch(*position)),
-                            header_of(block).size_kudcidh, &block);
+                            header_of(block).size_kudcidh, columns.count, &block);
         if (status != 0) return status;
         *position = kudcksearch(acmp, columns, block);
     }
@@ -327,14 +330,15 @@ uint32_t kudckcpy(unsigned char *destination, const unsigned char *source, uint1
 {
     const kudcidhdef from = header_of(source), to = header_of(destination);
     if (fromentry >= from.kyct_kudcidh || toentry > to.kyct_kudcidh) return KUVAA_MISSING;
-    const std::uint32_t used = kudckused(source, fromentry, from.clct_kudcidh);
+    const std::uint64_t used = kudckused(source, fromentry, from.clct_kudcidh);
     if (used > to.free_kudcidh) return KUDCA_KEYSIZE;
+    const auto size = static_cast<std::uint32_t>(used - entry_bytes);
 
     kudcinddef record = entry_of(source, fromentry);
     const unsigned char *flatkey = source + record.offs_kudcind;
-    kudckopen(destination, toentry, used - entry_bytes, &record.offs_kudcind);
+    kudckopen(destination, toentry, size, &record.offs_kudcind);
     set_entry(destination, toentry, record);
-    std::memcpy(destination + record.offs_kudcind, flatkey, used - entry_bytes);
+    std::memcpy(destination + record.offs_kudcind, flatkey, size);
     return 0;
 }
 
@@ -478,11 +482,11 @@ bool kudckfits(const unsigned char *block, std::uint32_t need, kudckparting part
 {
     const kudcidhdef header = header_of(block);
     const std::uint32_t room = kudckcapacity(header);
-    std::uint32_t left = 0;
+    std::uint64_t left = 0;
     for (std::uint32_t i = 0; i < parting.middle; i++) {
         left += kudckused(block, i, header.clct_kudcidh);
     }
-    const std::uint32_t right = room - header.free_kudcidh - left;
+    const std::uint64_t right = room - header.free_kudcidh - left;
     return parting.left ? left + need <= room : right + need <= room;
 }
 
@@ -664,8 +668,8 @@ std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
     }
     const std::int32_t branch = kudckbranch(position);
     const std::uint16_t level = header.levl_kudcidh;
-    std::uint32_t status =
-        kudckvisit(acmp, level, kudckchild(block, branch), header.size_kudcidh, &block);
+    std::uint32_t status = kudckvisit(acmp, level, kudckchild(block, branch), header.size_kudcidh,
+                                      in.columns.count, &block);
     if (status == 0) status = kudckenter(in, block);
     if (status != 0 || in.outcome != kudck_split) return status;
     status = kudckread(acmp, level, header.addr_kudcidh, header.size_kudcidh);

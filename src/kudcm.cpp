@@ -302,7 +302,7 @@ void kudcmadvance(const kudcaccdef *acmp, kudccurdef *cursor, std::int32_t row)
     const kudcidxdef *index = index_of(acmp, cursor);
     cursor->curradr_kudccur = cursor->nxtradr_kudccur;
     cursor->nxtradr_kudccur = kudcmlink(acmp, cursor);
-    cursor->currnum_kudccur++;
+    if (cursor->currnum_kudccur < INT32_MAX) cursor->currnum_kudccur++; // a client may begin there
     cursor->currpos_kudccur = row;
     if (index == nullptr || index->idxt_kudcidx != KUDC_DYNBRK) return;
     auto *position = static_cast<kudcbipsdef *>(cursor->ipsh_kudccur);

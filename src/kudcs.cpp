@@ -53,11 +53,11 @@ std::uint32_t kudcswrite(kudcaccdef *acmp)
 }
 
 // Bytes that the goal key of a level takes in a block, its entry included.
-std::uint32_t kudcsneeded(const kudcidxdef *index, std::uint16_t level)
+std::uint64_t kudcsneeded(const kudcidxdef *index, std::uint16_t level)
 {
     std::uint32_t size = 0;
     kudckpsflk(&index->goal_kudcidx, level, &size);
-    return size + entry_bytes;
+    return std::uint64_t{size} + entry_bytes;
 }
 
 bool kudcsfits(const kudcidxdef *index, std::uint16_t level)

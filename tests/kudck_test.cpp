@@ -241,6 +241,12 @@ TEST(Kudck, FlatKeysAreTheseBytesAndLoadBack)
     EXPECT_EQ(at - raw(flat), 27);
     key.set({"~", "abc", null}); // 8 + 3 + 8 = 19 bytes
     EXPECT_EQ((memory_key{over, {of[1], of[2]}, {"abc", null}}.flat(&only.cache, 1).size()), 20u);
+    key.columns[0].len_kudcbva = UINT32_MAX - 3; // lengths do not wrap round
+    EXPECT_EQ(kudckpsflk(&key.key, 0, &size), 0u);
+    EXPECT_EQ(size, UINT32_MAX);
+    const std::string vast = "\xFC\xFF\xFF\xFF\0\0\0\0"s + flat.substr(0, 8);
+    EXPECT_EQ(kudckszflk(raw(vast), 2, &size), 0u);
+    EXPECT_EQ(size, UINT32_MAX);
 
     std::string block(256, 0);
     kudcidhdef header = {};

@@ -10,6 +10,7 @@
 
 #include "kudc_internal.h"
 #include "kudcd.h"
+#include "kudck.h"
 #include "kudcp.h"
 #include "support/cache.h"
 #include "support/random.h"
@@ -781,6 +782,20 @@ TEST(Kudcm, AKeyWithSomeColumnsOfALevelStandsForAllThatBeginWithThem)
     int32_t previous = 99;
     EXPECT_EQ(kudcmkdel(c, cursor, 0, &previous), 0u);
     EXPECT_EQ(previous, 1);
+
+    // With more columns than the level has it stands for none.
+    goal_key more(c, 0, random, {"B", "s", "1"});
+    more.columns[2].level_kudcbva = 0;
+    const kudcidxdef &index = c->thrd_kudcacc->idxs_kudcthd[0];
+    uint16_t size = index.lvrt_kudcidx[0].size_kudcidh;
+    more.key.arylevsize_kudckey = &size;
+    more.key.numlevsize_kudckey = 1;
+    int32_t count = 99, row = 99;
+    EXPECT_EQ(
+        kudckfnd(c, &more.key, index.tinf_kudcidx.rinf_kudcidx.root_kudcridx, 1, &count, &row),
+        KUVAA_MISSING);
+    EXPECT_EQ(row, KUDC_NONE);
+    EXPECT_ERRORS(ctx, {"kuvaa 21"});
 }
 
 TEST(Kudcm, ASearchThatFindsNothingKeepsTheKey)
@@ -845,6 +860,10 @@ TEST(Kudcm, StatusWordsComeBackWithTheirRows)
         EXPECT_EQ(kudcmgrst(c, cursor, &status), 0u);
         EXPECT_EQ(status, i * 1000);
     }
+    kudccurdef *late = nullptr; // the number of a row is not counted further than it goes
+    EXPECT_EQ(kudcfnwcurs(c, nullptr, 0, -1, INT32_MAX, 0, &late), 0u);
+    EXPECT_EQ(kudcmrnxt(c, late, 0, &found), 0u);
+    EXPECT_EQ(late->currnum_kudccur, INT32_MAX);
     EXPECT_EQ(kudcmsrst(c, nullptr, 1), KUVAA_MISSING);
     EXPECT_ERRORS(ctx, {"kuvaa 21"});
     cursor->currpos_kudccur = -1;

@@ -58,6 +58,7 @@ public:
             start_ = at_;
             kuussearch(ctx_, search_, found, this);
         }
+        visit_ = nullptr;
     }
 
 private:

@@ -19,8 +19,8 @@
 // that finds nothing changes nothing.
 #include "kudcs.h"
 
+#include <algorithm>
 #include <cassert>
-
 #include <cstdint>
 
 #include "kudc_internal.h"
@@ -155,6 +155,54 @@ std::uint32_t kudcsarrive(const kudcsstore &store, std::uint16_t level, bool *ne
     return status != 0 ? status : kudcslapp(store.acmp, store.thread, store.index, level);
 }
 
+// Where a level begins and ends.
+struct kudcsends {
+    std::int32_t headblock, headentry, tailblock;
+
+    kudcsends(kudcidxdef *index, std::uint16_t level)
+    {
+        const kudcscldef &head = index->tinf_kudcidx.sinf_kudcidx.head_kudcsidx.cloc_kudcspos;
+        headblock = head.apos_kudcscl[level];
+        headentry = head.kpos_kudcscl[level];
+        tailblock = kudcstail(index).apos_kudcscl[level];
+    }
+    // The key that came last could not be written. Whatever the next row's key is, it is entered
+    // behind those that were there before.
+    void restore(kudcidxdef *index, std::uint16_t level) const
+    {
+        const kudcscldef &head = index->tinf_kudcidx.sinf_kudcidx.head_kudcsidx.cloc_kudcspos;
+        head.apos_kudcscl[level] = headblock;
+        head.kpos_kudcscl[level] = headentry;
+        kudcstail(index).apos_kudcscl[level] = tailblock;
+        kudcstail(index).kpos_kudcscl[level] = KUDC_NONE;
+    }
+};
+
+// The first level whose last key could not be written; past the last one: there is none.
+std::uint16_t kudcslacking(kudcidxdef *index)
+{
+    const kudcscldef &tail = kudcstail(index);
+    for (std::uint16_t level = 0; level < index->lvct_kudcidx; level++)
+        if (tail.apos_kudcscl[level] != KUDC_NONE && tail.kpos_kudcscl[level] == KUDC_NONE)
+            return level;
+    return static_cast<std::uint16_t>(index->lvct_kudcidx + 1);
+}
+
+// Enters a level when those below it are.
+std::uint32_t kudcslast(const kudcsstore &store, std::uint16_t level, const kudcsbelow &below,
+                        kudcsbelow *told)
+{
+    if (const std::uint32_t status = kudcsarrive(store, level, &told->newchain)) return status;
+    if (below.newchain) kudcsown(store.acmp, below.block);
+
+    unsigned char *block = store.acmp->indx_kudcacc;
+    told->block = header_of(block).addr_kudcidh;
+    if (level + 1 != store.index->lvct_kudcidx) return kudcswrite(store.acmp);
+    return kudckzdrc(store.acmp, store.thread, block,
+                     static_cast<std::uint16_t>(header_of(block).kyct_kudcidh - 1),
+                     static_cast<std::uint16_t>(store.index->lvst_kudcidx + level));
+}
+
 std::uint32_t kudcsenter(const kudcsstore &store, std::uint16_t level, kudcsbelow *told)
 {
     const bool last = level + 1 == store.index->lvct_kudcidx;
@@ -164,15 +212,10 @@ std::uint32_t kudcsenter(const kudcsstore &store, std::uint16_t level, kudcsbelo
             kudcsenter(store, static_cast<std::uint16_t>(level + 1), &below);
         if (status != 0) return status;
     }
-    if (const std::uint32_t status = kudcsarrive(store, level, &told->newchain)) return status;
-    if (below.newchain) kudcsown(store.acmp, below.block);
-
-    unsigned char *block = store.acmp->indx_kudcacc;
-    told->block = header_of(block).addr_kudcidh;
-    if (!last) return kudcswrite(store.acmp);
-    return kudckzdrc(store.acmp, store.thread, block,
-                     static_cast<std::uint16_t>(header_of(block).kyct_kudcidh - 1),
-                     static_cast<std::uint16_t>(store.index->lvst_kudcidx + level));
+    const kudcsends before(store.index, level);
+    const std::uint32_t status = kudcslast(store, level, below, told);
+    if (status != 0 && level >= store.breaks) before.restore(store.index, level);
+    return status;
 }
 
 // ---- searching ----
@@ -302,6 +345,7 @@ std::uint32_t kudcsikys(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index)
                       &differs, &store.breaks);
         if (status != 0) return status;
         if (differs == 0) store.breaks = static_cast<std::uint16_t>(index->lvct_kudcidx + 1);
+        store.breaks = std::min(store.breaks, kudcslacking(index));
     }
     kudcsbelow told;
     return kudcsenter(store, 0, &told);

@@ -23,7 +23,7 @@ extern "C" {
  * else one key a level from the first level that differs.
  * KUDCA_KEYSIZE when a level's key does not fit its block; nothing is entered then.
  * KUDCA_NOABOVE when a level above the break has no key; that, and a move that fails
- * half-way, leaves the levels below entered.
+ * half-way, leaves the levels below entered, and the next row's key is entered anew.
  */
 KU_API uint32_t kudcsikys(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index);
 

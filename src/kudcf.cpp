@@ -435,7 +435,7 @@ static uint32_t kudcflevels(kudcaccdef *acmp, kudcidxdef *index, const kudciddtd
     index->lvwd_kudcidx = obtain<uint16_t>(ctx, levels);
     index->lvcl_kudcidx = obtain<uint16_t>(ctx, levels);
     index->lvrt_kudcidx = static_cast<kudcidhdef *>(
-        cache::obtain(ctx, levels, sizeof(kudcidhdef) + sizeof(cache::nearby)));
+        cache::obtain(ctx, levels, sizeof(kudcidhdef) + sizeof(cache::level_notes)));
     if (index->lvwd_kudcidx == nullptr || index->lvcl_kudcidx == nullptr
         || index->lvrt_kudcidx == nullptr)
         return KUVAA_NOMEM;
@@ -805,6 +805,7 @@ static void kudcfindexend(kudcaccdef *acmp, kudcidxdef *index)
     }
     kudcfrbv(cache::releaser(acmp), acmp->kuxp_kudcacc, index->cols_kudcidx, index->clct_kudcidx);
     kudcfrky(acmp, &index->goal_kudcidx, 0);
+    cache::drop_unsettled(acmp, index);
     release(acmp, index->lvwd_kudcidx);
     release(acmp, index->lvcl_kudcidx);
     release(acmp, index->lvrt_kudcidx);

@@ -60,11 +60,25 @@ struct nearby {
     std::int32_t leaf;
     std::int32_t again; // 1: the leaf to be looked at before the root
 };
-// Of a level of an index; they lie behind its templates.
+// What is known of a level of an index besides its template; these lie behind the templates.
+struct level_notes {
+    nearby last;
+    void *unsettled; // left halves of split blocks that could not be written yet
+};
+static_assert(sizeof(kudcidhdef) % alignof(level_notes) == 0);
+inline level_notes *notes_of(const kudcidxdef *index, std::uint16_t level)
+{
+    return reinterpret_cast<level_notes *>(index->lvrt_kudcidx + index->lvct_kudcidx) + level;
+}
 inline nearby *nearby_of(const kudcidxdef *index, std::uint16_t level)
 {
-    return reinterpret_cast<nearby *>(index->lvrt_kudcidx + index->lvct_kudcidx) + level;
+    return &notes_of(index, level)->last;
 }
+// Writes what an insertion could not write of the split blocks of an index's levels; what changes
+// the trees of a level does this first. drop_unsettled only releases it.
+std::uint32_t settle_level(kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t level);
+std::uint32_t settle_levels(kudcaccdef *acmp, const kudcidxdef *index);
+void drop_unsettled(const kudcaccdef *acmp, const kudcidxdef *index);
 
 // find_in_tree for keys that follow each other: two look-ups that end in one leaf make the next
 // begin there.

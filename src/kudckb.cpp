@@ -21,9 +21,14 @@
 //
 // Blocks are searched where they lie in the block cache, when one page of it has them whole.
 // The block being worked on is in indx_kudcacc, while it is split its old content
-// in copy_kudcacc. A left half takes the place of the old block when the parent knows
-// the right one: an insertion that is cut short loses no key that was there. Keys have any length: a block is full when the next key does
+// in copy_kudcacc. Keys have any length: a block is full when the next key does
 // not fit, and room is counted in bytes.
+//
+// A left half takes the place of the old block when the parent knows the right one:
+// an insertion that is cut short loses no key that was there. When it cannot be
+// written then, it waits for the next change of the level's trees; until then both
+// ways of looking, down and to the right, find the same keys. The root of the next
+// level's tree is written before the entry that leads to it.
 //
 // A look-up costs one move a block on the way down, an insertion one more for the
 // leaf; a split, one for each half, one for the right neighbour's link and one for
@@ -448,7 +453,7 @@ std::uint32_t kudckwrite(kudcaccdef *acmp, const unsigned char *block)
 }
 
 // The entry to be made for the key in a block of this header. One in a leaf that is not of
-// the last level gets the position of its tree's root; the root is written when all else is.
+// the last level gets the position of its tree's root, which is written before the entry.
 std::uint32_t kudckfresh(kudckinsertion &in, const kudcidhdef &header, kudcinddef *record)
 {
     *record = {};
@@ -468,6 +473,16 @@ std::uint32_t kudckfresh(kudckinsertion &in, const kudcidhdef &header, kudcindde
     }
     in.nextroot = in.newroot = record->root_kudcind;
     return 0;
+}
+
+// Writes the root of the next level's tree that an added key is promised, before the key can be
+// found. copy_kudcacc is not needed any more.
+std::uint32_t kudckplant(kudckinsertion &in, std::uint16_t level)
+{
+    if (in.newroot == KUDC_NONE) return 0;
+    make_block(in.acmp->copy_kudcacc, in.index->lvrt_kudcidx[level + 1], in.newroot);
+    in.newroot = KUDC_NONE;
+    return kudckwrite(in.acmp, in.acmp->copy_kudcacc);
 }
 
 // How a full block is parted: entries before `middle` go left, the others right, and the new
@@ -537,22 +552,28 @@ std::uint32_t kudckright(kudcaccdef *acmp)
     return kudckwrite(acmp, acmp->copy_kudcacc);
 }
 
-// Writes the left halves, the one nearest to the root first, now that every right one can be
-// found, and tells the blocks to the right of their new neighbours. After a failure the blocks
-// stay as they were.
-//   status  of the insertion by now
-std::uint32_t kudcksettle(kudckinsertion &in, std::uint32_t status)
+// Releases the first of left halves.
+void kudckforget(const kudcaccdef *acmp, kudckpending **pending)
 {
-    while (kudckpending *left = in.pending) {
+    kudckpending *left = *pending;
+    *pending = left->below;
+    release(acmp, left);
+}
+
+// Writes the left halves, the one nearest to the root first, now that every right one can be
+// found, and tells the blocks to the right of their new neighbours.
+std::uint32_t kudcksettle(kudcaccdef *acmp, kudckpending **pending)
+{
+    while (kudckpending *left = *pending) {
         const std::int32_t right = header_of(left->block()).rsib_kudcidh;
-        if (status == 0) status = kudckwrite(in.acmp, left->block());
+        std::uint32_t status = kudckwrite(acmp, left->block());
         if (status == 0 && left->neighbour != KUDC_NONE)
-            status = write_block(in.acmp, left->neighbour + static_cast<std::int32_t>(kudck_lsib),
+            status = write_block(acmp, left->neighbour + static_cast<std::int32_t>(kudck_lsib),
                                  sizeof right, &right);
-        in.pending = left->below;
-        in.acmp->kuxp_kudcacc->kuxnmfree(in.acmp->kuxp_kudcacc, left);
+        if (status != 0) return status;
+        kudckforget(acmp, pending);
     }
-    return status;
+    return 0;
 }
 
 // Where the left half of a block is made: the block itself stays as it is for now.
@@ -620,6 +641,7 @@ std::uint32_t kudcksplit(kudckinsertion &in, std::uint32_t place, std::uint32_t 
                            parting.left ? nullptr : &record, parting.left ? 0 : place - middle);
     }
     if (status == 0) status = load_key(acmp, in.index, acmp->indx_kudcacc, 0, in.columns, nullptr);
+    if (status == 0) status = kudckplant(in, old.levl_kudcidh);
     if (status == 0) status = kudckright(acmp);
     return status == 0 && isroot ? kudckregrow(in, old, left.addr_kudcidh) : status;
 }
@@ -636,6 +658,7 @@ std::uint32_t kudckadd(kudckinsertion &in, std::uint32_t place)
     kudcinddef record = {};
     std::uint32_t status = kudckfresh(in, header, &record);
     if (status == 0) status = kudckput(in.acmp, block, place, in.key, record);
+    if (status == 0) status = kudckplant(in, header.levl_kudcidh);
     if (status == 0) status = kudckwrite(in.acmp, block);
     in.outcome = kudck_added;
     return status;
@@ -678,15 +701,38 @@ std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
     return status != 0 ? status : kudckadd(in, static_cast<std::uint32_t>(branch + 1));
 }
 
-// Writes the root of the next level's tree that an added key was promised.
-std::uint32_t kudckplant(kudckinsertion &in, std::uint16_t level)
+} // namespace
+
+namespace ku::cache
 {
-    if (in.newroot == KUDC_NONE) return 0;
-    make_block(in.acmp->copy_kudcacc, in.index->lvrt_kudcidx[level + 1], in.newroot);
-    return kudckwrite(in.acmp, in.acmp->copy_kudcacc);
+
+std::uint32_t settle_level(kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t level)
+{
+    level_notes *notes = notes_of(index, level);
+    auto *pending = static_cast<kudckpending *>(notes->unsettled);
+    const std::uint32_t status = kudcksettle(acmp, &pending);
+    notes->unsettled = pending;
+    return status;
 }
 
-} // namespace
+std::uint32_t settle_levels(kudcaccdef *acmp, const kudcidxdef *index)
+{
+    for (std::uint16_t level = 0; level < index->lvct_kudcidx; level++)
+        if (const std::uint32_t status = settle_level(acmp, index, level)) return status;
+    return 0;
+}
+
+void drop_unsettled(const kudcaccdef *acmp, const kudcidxdef *index)
+{
+    for (std::uint16_t level = 0; index->lvrt_kudcidx != nullptr && level < index->lvct_kudcidx;
+         level++) {
+        auto *pending = static_cast<kudckpending *>(notes_of(index, level)->unsettled);
+        while (pending != nullptr) kudckforget(acmp, &pending);
+        notes_of(index, level)->unsettled = nullptr;
+    }
+}
+
+} // namespace ku::cache
 
 uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidxdef *index,
                   int32_t *child, int32_t *nextroot, int32_t *outcome)
@@ -704,9 +750,14 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     if (std::uint64_t{size} + entry_bytes > kudckcapacity(root)) {
         return refuse(acmp, KUDCA_KEYSIZE);
     }
-    status = kudckenter(in, acmp->indx_kudcacc);
-    if (status == 0) status = kudckplant(in, root.levl_kudcidh);
-    status = kudcksettle(in, status);
+    status = settle_level(acmp, index, root.levl_kudcidh);
+    if (status == 0) status = kudckenter(in, acmp->indx_kudcacc);
+    // Cut short before, the blocks stay as they were; later, the halves wait for the next one.
+    while (status != 0 && in.pending != nullptr) kudckforget(acmp, &in.pending);
+    if (status == 0) {
+        notes_of(index, root.levl_kudcidh)->unsettled = in.pending;
+        status = settle_level(acmp, index, root.levl_kudcidh);
+    }
     // The caller counts an added key in the root.
     if (status == 0 && in.outcome != kudck_present
         && header_of(acmp->indx_kudcacc).addr_kudcidh != root.addr_kudcidh) {

@@ -673,8 +673,9 @@ std::uint32_t kudcmrelocate(kudcaccdef *acmp, const kudccurdef *cursor, std::int
 {
     kudcmplace place;
     std::int32_t missing = KUDC_NONE;
-    const std::uint32_t status =
-        kudcmdescend(acmp, cursor, levels_of(cursor->keyp_kudccur) - 1, &place, &missing);
+    std::uint32_t status = settle_levels(acmp, index_of(acmp, cursor));
+    if (status == 0)
+        status = kudcmdescend(acmp, cursor, levels_of(cursor->keyp_kudccur) - 1, &place, &missing);
     if (status != 0) return status;
     if (place.entry < 0) return refuse(acmp, KUVAA_MISSING);
     unsigned char *block = acmp->indx_kudcacc;
@@ -929,7 +930,8 @@ std::uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t level
     if (acmp->copy_kudcacc == nullptr) return refuse(acmp, KUVAA_MISSING);
     kudcmplace place;
     std::int32_t missing = KUDC_NONE;
-    std::uint32_t status = kudcmdescend(acmp, cursor, level, &place, &missing);
+    std::uint32_t status = settle_levels(acmp, index);
+    if (status == 0) status = kudcmdescend(acmp, cursor, level, &place, &missing);
     if (status != 0) return status;
     if (place.entry < 0)
         return missing == level && level >= 0 ? kudcmreset(acmp, cursor, KUDC_NONE) : 0;

@@ -1045,7 +1045,7 @@ TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)
 TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
 {
     const thread_shape shape = {{{KUDC_CHARACTER, 60}, {KUDC_INTEGER, 4}, {KUDC_CHARACTER, 700}},
-                                {{KUDC_RANDOM, {{0, 0}, {1, 1}}}, {KUDC_SEQNTL, {{0, 0}}}}};
+                                {{KUDC_RANDOM, {{0, 0}, {1, 1}}}, {KUDC_SEQNTL, {{0, 0}, {1, 1}}}}};
     constexpr int stores = 90;
     for (const char *const call : {"pwrite", "pread"}) {
         int failures = 0;
@@ -1060,9 +1060,15 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
             for (int i = 0; i < stores; i++) {
                 const std::string name = std::to_string(i * 7919 % 1009);
                 const values row = {name + std::string(55, 'k'), integer(i), std::string(600, 'a')};
-                if (c.store(0, row, {2, 1}) >= 0) rows.push_back(row);
-                ctx.clear();
+                for (int again = 0; again < 2; again++) { // one failure is not for ever
+                    if (c.store(0, row, {2, 1}) >= 0) {
+                        rows.push_back(row);
+                        break;
+                    }
+                    ctx.clear();
+                }
             }
+            EXPECT_EQ(rows.size(), std::size_t{stores}) << spelled(c.status);
             for (const values &row : rows) { // what was there is not lost
                 const goal_key goal(c, 0, shape.indexes[0], {row[0], row[1]});
                 kudccurdef *cursor = c.cursor(0, 0, &goal.key);
@@ -1076,6 +1082,7 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
                 ctx.clear();
             }
             for (const int16_t index : {0, 1}) {
+                const bool over = faults.failed();
                 int read = 0;
                 int32_t state = KUDC_POSITIONED;
                 uint8_t found = KUDC_ROW;
@@ -1091,7 +1098,9 @@ TEST(Kudcm, BlocksThatAFailedStoreLeftBehindAreNotBelieved)
                     EXPECT_EQ(c.current(0)[0],
                               std::string(key.val_kudcbva, key.val_kudcbva + key.len_kudcbva));
                 }
-                EXPECT_TRUE(faults.failed() || read == stores) << read;
+                if (over || !faults.failed()) {
+                    EXPECT_EQ(read, stores) << index;
+                }
                 ctx.clear();
             }
             failed = faults.failed();

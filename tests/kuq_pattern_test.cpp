@@ -212,6 +212,39 @@ TEST_F(KuqPattern, WildcardsMatchLikeAPlainModelAndNeverCrawl)
     EXPECT_FALSE(like(stubborn + "b", std::string(100000, 'a')));
 }
 
+TEST_F(KuqPattern, MatchesOfAnyPatternAreInOrderAndFoundFromAnyPlace)
+{
+    static constexpr char letters[] = "ab()[]|*+?{}12,^$.\\-:é";
+    ku::test::dice dice;
+    int compiled = 0;
+    for (int step = 0; step < 20000; step++) {
+        in(step % 2 == 0 ? "C.UTF-8" : "ja_JP.SJIS");
+        std::string what;
+        for (std::uint32_t left = 1 + dice.below(10); left > 0; left--)
+            what += letters[dice.below(sizeof letters - 1)]; // halves of characters, too
+        pattern ours(*app);
+        if (!ours.compile(what, pattern_kind::regular, dice.one_in(2))) {
+            EXPECT_EQ(kuxernerrors(app->ctx()), 1) << what;
+            kuxerclear(app->ctx());
+            continue;
+        }
+        compiled++;
+        const std::string text = random_text(dice, 8);
+        std::optional<size_t> last_end;
+        ours.each(text, [&](const kuq::match &found) {
+            EXPECT_TRUE(!last_end || found.start + (found.length > 0 ? 1 : 0) > *last_end) << what;
+            last_end = found.start + found.length;
+            EXPECT_LE(*last_end, text.size());
+            kuq::match again = {};
+            EXPECT_TRUE(ours.find(text, found.start, &again)) << what;
+            EXPECT_EQ(again.start, found.start) << what << " in " << text;
+            EXPECT_EQ(again.length, found.length) << what << " in " << text;
+            return true;
+        });
+    }
+    EXPECT_GT(compiled, 1000);
+}
+
 TEST_F(KuqPattern, WhatIsWrongIsSaidWithItsPlace)
 {
     const struct {

@@ -32,6 +32,9 @@ show tokens file="$here/orders.sql" hints=yes
 show split file="$here/orders.sql" blocks=yes
 show tokens file="$here/orders.sql" dialekt=db2
 show highlight file="$here/orders.sql" colour=always
+export KU_PATH="$here" # from here on orders stands for this directory's orders.sql
+show grep pattern="([a-z]+)\.[a-z]+ +(=|>)" file=orders colour=always
+show grep pattern=UPDATE file=orders icase=yes fixed=yes format=json
 
 # The catalogue scripts of the server package: thousands of lines that nobody wrote for us.
 scripts=$(find /usr/share/postgresql -maxdepth 2 -name '*.sql' 2>/dev/null | sort)
@@ -65,6 +68,8 @@ if command -v sqlite3 >/dev/null 2>&1 && odbcinst -q -d -n SQLite3 >/dev/null 2>
     show report query="select section, name, description from packages" group=section top=2 \
         where="(name,'lib%-dev',description,'%header%')" long=30 format=csv \
         connect="Driver=SQLite3;Database=$work/packages.db"
+    show report query="select name, size from packages" match="(name,'^lib[a-z]+[0-9]-dev$')" top=5 \
+        sum=size connect="Driver=SQLite3;Database=$work/packages.db"
     show dump query="select priority, name from packages limit 20" group=priority sorted=no \
         connect="Driver=SQLite3;Database=$work/packages.db"
 else

@@ -127,9 +127,10 @@ public:
         characters place(app_, line);
         size_t written = 0; // bytes of the line
         uint64_t column = 1;
+        const bool all = json_ || (out_.colours() && !counted_); // else one says what is wanted
         what.each(line, [&](const match &found) {
             matches_++;
-            if (counted_) return json_; // without matches to count one is enough
+            if (counted_) return all;
             for (uint32_t value = 0; place.at() < found.start && place.next(&value);) column++;
             const std::string_view text = line.substr(found.start, found.length);
             const bool first = matches_ == before + 1;
@@ -142,7 +143,7 @@ public:
             out_.write(line.substr(written, found.start - written));
             out_.write_in("1;31", text);
             written = found.start + found.length;
-            return !out_.failed();
+            return all && !out_.failed();
         });
         if (matches_ == before) return;
         lines_++;

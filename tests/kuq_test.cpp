@@ -299,8 +299,25 @@ TEST_F(Kuq, AFullDiskIsSaidAndLeavesTheOldSettings)
 {
     home.write("a.sql", "select 1;");
     expect_part("split file=" + home.path("a.sql") + " >/dev/full", 1, "cannot be written");
+    for (const char *command : {"tokens", "highlight", "split"}) // what has no end is not read on
+        EXPECT_EQ(run(std::string(command) + " - >/dev/full", "yes 'a;' | timeout 20 env ").status,
+                  1);
     home.write("user", "a file where a directory is wanted");
     expect_part("prefs set width 1", 1, "cannot be written");
+}
+
+TEST_F(Kuq, ALineWithoutRoomIsSaid)
+{
+    if (run("version", "ulimit -v 50000; ").status != 0) GTEST_SKIP() << "a sanitizer needs more";
+    for (const char *limit : {"50000", "110000"}) // of what is read, of its copy
+        for (const char *command : {"tokens", "highlight", "split"}) {
+            const outcome result = run(std::string(command) + " -",
+                                       std::string("ulimit -v ") + limit
+                                           + "; head -c 50000000 /dev/zero | tr '\\0' a | ");
+            EXPECT_EQ(result.status, 1) << limit << command;
+            EXPECT_NE(result.output.find("Memory is exhausted"), std::string::npos)
+                << result.output;
+        }
 }
 
 } // namespace

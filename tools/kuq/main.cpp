@@ -3,6 +3,7 @@
 // Exit status: 0 done, 1 the run failed, 2 the command line was wrong.
 
 #include <cstdio>
+#include <new>
 #include <string>
 
 #include "application.h"
@@ -49,5 +50,11 @@ int main(int argc, char **argv)
         std::fputs("kuq: no memory for a context\n", stderr);
         return failed;
     }
-    return run(app, argc - 1, argv + 1);
+    try {
+        return run(app, argc - 1, argv + 1);
+    } catch (const std::bad_alloc &) { // what was large is released by now
+        kuxerclear(app.ctx());
+        kuxer0push(app.ctx(), KUQAA_MEMORY);
+        return app.report(failed);
+    }
 }

@@ -70,6 +70,9 @@ bool source::next(std::string *line)
     if (std::ferror(file_) != 0) {
         failed_ = true;
         kuxer2push(app_.ctx(), KUQAA_READ, name_.c_str(), std::strerror(errno));
+    } else if (std::feof(file_) == 0) { // no room for the line
+        failed_ = true;
+        kuxer0push(app_.ctx(), KUQAA_MEMORY);
     }
     return false;
 }

@@ -229,8 +229,8 @@ exit_status run_split(application &app, arguments &given)
         as_json ? write_json(out, cut, utf8) : write_text(out, cut);
     };
     const bool well = each_statement(
-        app, [&](std::string *line) { return input.next(line); }, server_of(dialect),
-        blocks == "yes", write);
+        app, [&](std::string *line) { return !out.failed() && input.next(line); },
+        server_of(dialect), blocks == "yes", write);
     if (as_json) out.write(count == 0 ? "]\n" : "\n]\n");
     return finish(app, out, well && !input.failed() ? succeeded : failed);
 }

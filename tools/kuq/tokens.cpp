@@ -116,7 +116,7 @@ exit_status run_tokens(application &app, arguments &given)
     if (as_json) out.write("[\n");
     std::string line;
     bool well = true;
-    while (well && input.next(&line)) well = lexer.scan(line, show);
+    while (well && !out.failed() && input.next(&line)) well = lexer.scan(line, show);
     if (as_json) out.write(first ? "]\n" : "\n]\n");
     return finish(app, out, well && !input.failed() ? succeeded : failed);
 }
@@ -142,7 +142,7 @@ exit_status run_highlight(application &app, arguments &given)
     scanner lexer(app, server_of(dialect), false);
     std::string line;
     bool well = true;
-    while (well && input.next(&line)) {
+    while (well && !out.failed() && input.next(&line)) {
         size_t written = 0; // bytes of the line
         well = lexer.scan(line, [&](const token &seen) {
             out.write(std::string_view(line).substr(written, seen.start - written));

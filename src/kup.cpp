@@ -133,11 +133,13 @@ bool kupappend(kux *ctx, void *list, void *item)
     return kulpinsert(ctx, list, KUL_APPEND, item) == 0;
 }
 
-// The record of an entry; empty without access.
-kuppf kupentry(kux *ctx, kuxhandle entry)
+// The record of an entry, which stays empty without access: then false.
+bool kupentry(kux *ctx, kuxhandle entry, kuppf *fields)
 {
     const ku::access record(ctx, entry);
-    return record.address() == nullptr ? kuppf{} : *static_cast<kuppf *>(record.address());
+    if (record.address() == nullptr) return false;
+    *fields = *static_cast<kuppf *>(record.address());
+    return true;
 }
 
 bool kupstoreentry(kux *ctx, kuxhandle entry, const kuppf &fields)
@@ -150,7 +152,8 @@ bool kupstoreentry(kux *ctx, kuxhandle entry, const kuppf &fields)
 
 void kupfreeentry(kux *ctx, kuxhandle entry)
 {
-    kuppf fields = kupentry(ctx, entry);
+    kuppf fields = {};
+    kupentry(ctx, entry, &fields);
     kupfreevalues(ctx, fields.kuppfval);
     kupfree(ctx, fields.kuppfprd);
     kupfree(ctx, fields.kuppfprf);
@@ -187,17 +190,21 @@ public:
                          : static_cast<kuppf *>(record_.address())->kuppfprf)
     {
     }
-    std::string_view text() const { return name_.text() == nullptr ? "" : name_.text(); }
+    bool read() const { return name_.text() != nullptr; }
+    std::string_view text() const { return read() ? name_.text() : ""; }
 
 private:
     ku::access record_;
     ku::access name_;
 };
 
-// Order of a name (a NUL-terminated text) and an entry, for searching.
-int32_t kupcomparekey(kux *ctx, void *key, void *entry, void *)
+// Order of a name (a NUL-terminated text) and an entry, for searching; *unread becomes true
+// without access to the entry.
+int32_t kupcomparekey(kux *ctx, void *key, void *entry, void *unread)
 {
-    return kupcomparenames(ctx, static_cast<const char *>(key), kupname(ctx, entry).text());
+    const kupname name(ctx, entry);
+    if (!name.read()) *static_cast<bool *>(unread) = true;
+    return kupcomparenames(ctx, static_cast<const char *>(key), name.text());
 }
 
 // Order of two values.
@@ -210,12 +217,16 @@ int32_t kupcomparevalues(kux *ctx, void *a, void *b, void *)
                                     second.text(), strlen(second.text()));
 }
 
-// Index of a name's entry in a list, or -1; `place`: where it is or belongs.
-bool kupfind(kux *ctx, void *list, const char *name, int32_t *place)
+enum class kupsought { found, absent, unread };
+
+// Looks for a name's entry; `place`: where it is or belongs. `unread` without access to an entry.
+kupsought kupfind(kux *ctx, void *list, const char *name, int32_t *place)
 {
-    return kulpsearch(ctx, list, const_cast<char *>(name == nullptr ? "" : name), kupcomparekey,
-                      nullptr, 0, place)
-           != 0;
+    bool unread = false;
+    const int32_t found = kulpsearch(ctx, list, const_cast<char *>(name == nullptr ? "" : name),
+                                     kupcomparekey, &unread, 0, place);
+    if (unread) return kupsought::unread;
+    return found != 0 ? kupsought::found : kupsought::absent;
 }
 
 // ---- sorting what was read ----
@@ -857,8 +868,13 @@ uint16_t kuppfl(kupct *prefs, uint16_t which)
 uint16_t kupgmv(kux *ctx, void *list, const char *name, void *result, bool sort)
 {
     int32_t place = 0;
-    if (!kupfind(ctx, list, name, &place)) return KUP_NOTFOUND;
-    void *values = kupentry(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, place))).kuppfval;
+    const kupsought sought = kupfind(ctx, list, name, &place);
+    if (sought == kupsought::absent) return KUP_NOTFOUND;
+    kuppf fields = {};
+    if (sought == kupsought::unread
+        || !kupentry(ctx, static_cast<kuxhandle>(kulpitem(ctx, list, place)), &fields))
+        return KUP_NOMEM;
+    void *values = fields.kuppfval;
     if (values == nullptr) return 0;
     if (!sort) return kulpconcat(ctx, result, values) == 0 ? 0 : KUP_NOMEM;
     if (kulpnitems(ctx, values) <= kup_fewvalues)
@@ -899,7 +915,7 @@ uint16_t kupgather(kupct *prefs, const char *name, uint16_t flag, void *result)
 
 // ---- setting ----
 
-// An entry whose values are about to change: all that can fail has been done.
+// An entry whose values are about to change.
 struct kupchange {
     void *list;
     int32_t place;   // the entry's index in the list
@@ -932,10 +948,12 @@ void *kupvalues(kux *ctx, void *values, bool copy)
     const kul *record = kulplock(ctx, values);
     bool complete = true;
     for (int32_t i = 0; i < record->nitems_kul && complete; i++) {
-        const ku::access value(ctx, kuphandle(record, i));
-        const char *text = value.text() == nullptr ? "" : value.text();
+        kuxhandle original = kuphandle(record, i);
+        const ku::access value(ctx, original);
+        const char *text = original == nullptr ? "" : value.text();
         kuxhandle twin = nullptr;
-        complete = kupapp(ctx, twin, 0, text, static_cast<uint32_t>(strlen(text)))
+        complete = text != nullptr
+                   && kupapp(ctx, twin, 0, text, static_cast<uint32_t>(strlen(text)))
                    && kulpinsert(ctx, result, KUL_APPEND, twin) == 0;
         if (!complete) kupfree(ctx, twin);
     }
@@ -961,12 +979,19 @@ bool kupsls(kux *ctx, void *list, const char *name, void *values, bool copy, kup
 {
     change = {list, 0, false, nullptr, kupvalues(ctx, values, copy), copy};
     if (change.values == nullptr) return false;
-    if (kupfind(ctx, list, name, &change.place)) {
+    const kupsought sought = kupfind(ctx, list, name, &change.place);
+    if (sought == kupsought::unread) {
+        kupcancel(ctx, change);
+        return false;
+    }
+    if (sought == kupsought::found) {
         change.entry = static_cast<kuxhandle>(kulpitem(ctx, list, change.place));
+        kuppf fields = {};
+        const bool known = kupentry(ctx, change.entry, &fields);
         // Its own list given back is what it has already.
-        if (!copy && values != nullptr && kupentry(ctx, change.entry).kuppfval == values)
+        if (!known || (!copy && values != nullptr && fields.kuppfval == values))
             kupcancel(ctx, change);
-        return true;
+        return known;
     }
     change.entry = kupnewentry(ctx, name);
     if (change.entry != nullptr && kulpinsert(ctx, list, change.place, change.entry) == 0) {
@@ -978,15 +1003,20 @@ bool kupsls(kux *ctx, void *list, const char *name, void *values, bool copy, kup
     return false;
 }
 
-// Gives the entry its new values. Old ones that the client gave back live on.
-void kupcommit(kux *ctx, kupchange &change, kuphandles given)
+// Gives the entries their new values. Old ones that the client gave back live on. False
+// without access to an entry, with nothing changed.
+bool kupcommit(kux *ctx, const kupchange (&changes)[2], kuphandles given)
 {
-    if (change.entry == nullptr) return;
-    kuppf fields = kupentry(ctx, change.entry);
-    void *old = fields.kuppfval;
-    fields.kuppfval = change.values;
-    kupstoreentry(ctx, change.entry, fields);
-    kupfreevalues(ctx, old, given);
+    const ku::access entries[] = {{ctx, changes[0].entry}, {ctx, changes[1].entry}};
+    for (int i = 0; i < 2; i++)
+        if (changes[i].entry != nullptr && entries[i].address() == nullptr) return false;
+    for (int i = 0; i < 2; i++) {
+        if (changes[i].entry == nullptr) continue;
+        auto *fields = static_cast<kuppf *>(entries[i].address());
+        void *old = std::exchange(fields->kuppfval, changes[i].values);
+        kupfreevalues(ctx, old, given);
+    }
+    return true;
 }
 
 // ---- writing ----
@@ -1289,12 +1319,12 @@ uint16_t kupset(kupct *prfctx, const char *prfnam, void *values, uint16_t flags)
     kupchange changes[2] = {};
     if (specific && !kupsls(ctx, prfctx->kupctusp, name, values, false, changes[0]))
         return KUP_NOMEM;
-    if (general && !kupsls(ctx, prfctx->kupctugn, name, values, specific, changes[1])) {
-        kupcancel(ctx, changes[0]);
-        return KUP_NOMEM;
-    }
-    for (kupchange &change : changes) kupcommit(ctx, change, {given.get(), slots});
-    return 0;
+    if ((!general || kupsls(ctx, prfctx->kupctugn, name, values, specific, changes[1]))
+        && kupcommit(ctx, changes, {given.get(), slots}))
+        return 0;
+    kupcancel(ctx, changes[1]);
+    kupcancel(ctx, changes[0]);
+    return KUP_NOMEM;
 }
 
 uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag)
@@ -1310,7 +1340,7 @@ uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag)
     else
         return 1;
     int32_t place = 0;
-    if (!kupfind(ctx, list, prfnam, &place)) return 0;
+    if (kupfind(ctx, list, prfnam, &place) != kupsought::found) return 0;
     auto entry = static_cast<kuxhandle>(kulpitem(ctx, list, place));
     if (kulpdelete(ctx, list, place) == 0) kupfreeentry(ctx, entry);
     return 0;

@@ -55,12 +55,15 @@ bool kuupisprime(std::int64_t odd)
     return true;
 }
 
+// A list that ends has no buckets any more: nothing is found in it, and nothing can be put.
+bool kuupends(const kuupl &list) { return list.number_kuupl == 0; }
+
 // The bucket that a name belongs to; null, with the code pushed, when it belongs to none. A
-// list that ends has no buckets any more, and then no hash function may divide by their number.
+// hash function may divide by the number of buckets: it is not asked when there are none.
 void *kuupbucket(kux *ctx, const kuupl &list, const char *name)
 {
     std::int32_t bucket = kuup_nobucket;
-    if (list.number_kuupl > 0) bucket = list.hashfun_kuupl(ctx, name, list.number_kuupl);
+    if (!kuupends(list)) bucket = list.hashfun_kuupl(ctx, name, list.number_kuupl);
     if (bucket >= 0 && bucket < list.number_kuupl) return list.buckets_kuupl[bucket];
     kuxer0push(ctx, KUUPA_NOHASH);
     return nullptr;
@@ -70,6 +73,10 @@ kuupe *kuupitem(kux *ctx, void *bucket, std::int32_t index)
 {
     return static_cast<kuupe *>(kulpitem(ctx, bucket, index));
 }
+
+// Stands in an entry for its release callback while that runs, so that it is called once; a
+// removal of the same name that it makes leaves the entry to the one that called it.
+void kuupreleasing(kux *, const char *, void *, void *) {}
 
 // The arguments are those of kuupecreate. False, with the list as it was, on any failure:
 // the value is still the caller's then, so no release callback is called.
@@ -213,7 +220,8 @@ void *kuupldestroy(kux *ctx, void *kuuplh)
     list.refcount_kuupl--;
     if (list.refcount_kuupl > 0) return nullptr;
     const std::int32_t number = list.number_kuupl;
-    list.number_kuupl = 0; // a release callback that looks something up finds nothing released
+    list.number_kuupl = 0;   // a release callback that looks something up finds nothing released
+    list.refcount_kuupl = 1; // and a holder that it adds and takes away does not end the list again
     for (std::int32_t i = 0; i < number; i++) {
         kulpitrate(ctx, list.buckets_kuupl[i], kuupedestroy, nullptr, 1);
         kulpdestroy(ctx, list.buckets_kuupl[i]);
@@ -251,6 +259,7 @@ std::uint32_t kuuplxget(kux *ctx, void *kuuplh, const char *name, std::uint32_t 
 std::uint32_t kuuplsremove(kux *ctx, void *kuuplh, const char *name)
 {
     kuupl &list = kuuplof(kuuplh);
+    if (kuupends(list)) return 0;
     void *bucket = kuupbucket(ctx, list, name);
     if (bucket == nullptr) return ku::failure(ctx);
     const std::int32_t index = kuupzentry(ctx, bucket, name);
@@ -258,15 +267,17 @@ std::uint32_t kuuplsremove(kux *ctx, void *kuuplh, const char *name)
 
     kuupe *entry = kuupitem(ctx, bucket, index);
     const kuupfreefn release = entry->freefun_kuupe;
-    if (entry->isscal_kuupe == 0 && release != nullptr) {
-        entry->freefun_kuupe = nullptr; // once: the callback may remove its own name
+    const bool outermost = release != kuupreleasing;
+    if (entry->isscal_kuupe == 0 && release != nullptr && outermost) {
+        entry->freefun_kuupe = kuupreleasing;
         release(ctx, entry->name_kuupe, entry->value_kuupe.ptrval, entry->cctxp_kuupe);
     }
     const std::int32_t place = kulpfind(ctx, bucket, entry);
-    if (place < 0) return 0; // it did
-    if (kulpdelete(ctx, bucket, place) != 0) return ku::failure(ctx);
-    list.numprops_kuupl--;
-    ctx->kuxnmfree(ctx, entry);
+    if (place >= 0) { // the callback did not remove it
+        if (kulpdelete(ctx, bucket, place) != 0) return ku::failure(ctx);
+        list.numprops_kuupl--;
+    }
+    if (outermost) ctx->kuxnmfree(ctx, entry);
     return 0;
 }
 
@@ -426,7 +437,8 @@ std::int32_t kuupzprime(kux *, std::int32_t seed)
 
 kuupe *kuupzsearch(kux *ctx, void *kuuplh, const char *name)
 {
-    void *bucket = kuupbucket(ctx, kuuplof(kuuplh), name);
+    const kuupl &list = kuuplof(kuuplh);
+    void *bucket = kuupends(list) ? nullptr : kuupbucket(ctx, list, name);
     if (bucket == nullptr) return nullptr;
     const std::int32_t index = kuupzentry(ctx, bucket, name);
     return index >= 0 ? kuupitem(ctx, bucket, index) : nullptr;

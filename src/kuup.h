@@ -45,8 +45,9 @@ typedef int32_t (*kuuphashfn)(kux *ctx, const char *name, int32_t number);
 /*
  * Release callback of an entry: gives back what the value stands for. `name` and
  * a scalar's address are valid during the call. It may use the list when it was
- * called by a removal; while the list ends, no name can be hashed any more and
- * entries cannot be put. It never ends the list itself.
+ * called by a removal, and remove the same name from it. While the list ends,
+ * no name is found any more and a put fails with KUUPA_NOHASH. It never ends
+ * the list itself.
  */
 typedef void (*kuupfreefn)(kux *ctx, const char *name, void *value, void *cctxp);
 

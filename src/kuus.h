@@ -30,8 +30,9 @@ typedef unsigned char (*kuusgncfn)(kux *ctx, void *cctxp);
 
 /*
  * Character match: not 0 when `first`, of the input, is as good as `second`, of the pattern. It
- * may differ from equality by letter case, with KUUSAT_NOCASE; a match that rests on any
- * other difference may be stepped over.
+ * may differ from equality by letter case, with KUUSAT_NOCASE: that of the letters that are one
+ * byte, in a multibyte set those of ASCII. A match that rests on any other difference may be
+ * stepped over.
  */
 typedef int32_t (*kuuscmfn)(kux *ctx, void *cctxp, unsigned char first, unsigned char second);
 

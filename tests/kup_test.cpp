@@ -590,4 +590,32 @@ TEST(Kup, AnAllocationThatFailsChangesNothing)
             language);
 }
 
+TEST(Kup, AnAccessThatFailsChangesNothing)
+{
+    const home files;
+    files.dir.write(userfile, "name = old\nprod.name = old\n");
+    for (const char *name : {"name", "new"}) {
+        bool failed = true;
+        for (int n = 1; failed; n++) {
+            SCOPED_TRACE(std::string(name) + ", access " + std::to_string(n));
+            context ctx;
+            opened file(ctx);
+            const std::string before = file.user();
+            void *item = relocatable(ctx, "value");
+            void *list = kulpcreate(ctx, 1, &item);
+            ctx.fail_access_from_now(n);
+            const uint16_t set = kupset(file.prefs, name, list, KUP_SPECIFIC | KUP_GENERAL);
+            failed = ctx.failed();
+            ctx.fail_access_from_now(0);
+            EXPECT_TRUE(set == 0 || file.user() == before);
+            EXPECT_EQ(set == KUP_NOMEM, failed);
+            if (set != 0) ctx->kuxrmfree(ctx, static_cast<kuxhandle>(item));
+            if (set == 0) {
+                EXPECT_EQ(file.get(name, KUP_GENERAL), values{"value"});
+            }
+            kulpdestroy(ctx, list);
+        }
+    }
+}
+
 } // namespace

@@ -9,7 +9,7 @@ for purpose in "$@"; do
     case $purpose in
         build) wanted="$wanted g++ cmake ninja-build" ;;
         test) wanted="$wanted googletest postgresql-15 odbc-postgresql odbcinst" ;;
-        demo) wanted="$wanted postgresql-15 unixodbc-dev libsqliteodbc sqlite3" ;;
+        demo) wanted="$wanted postgresql-15 unixodbc-dev libreadline-dev libsqliteodbc sqlite3" ;;
         bench) wanted="$wanted libbenchmark-dev postgresql-15 pkg-config libglib2.0-dev libicu-dev libsqlite3-dev liblmdb-dev
                        libpq-dev postgresql-server-dev-15 libre2-dev" ;;
         m32) wanted="$wanted g++-multilib" ;;

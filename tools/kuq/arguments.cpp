@@ -7,6 +7,7 @@
 #include "arguments.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstdlib>
 #include <numeric>
 
@@ -45,6 +46,12 @@ bool is_keyword(const std::string &word)
 }
 
 } // namespace
+
+bool whole_number(const std::string &text, uint64_t least, uint64_t *result)
+{
+    const auto [at, error] = std::from_chars(text.data(), text.data() + text.size(), *result);
+    return error == std::errc() && at == text.data() + text.size() && *result >= least;
+}
 
 std::string alternatives(const std::vector<const char *> &words)
 {

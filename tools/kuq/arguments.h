@@ -58,6 +58,9 @@ private:
     void *list_ = nullptr;
 };
 
+// The whole text as a number; false when it is none, or one below `least`.
+bool whole_number(const std::string &text, uint64_t least, uint64_t *result);
+
 // "a, b or c"
 std::string alternatives(const std::vector<const char *> &words);
 

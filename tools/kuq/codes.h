@@ -44,9 +44,18 @@
 #define KUQAA_WIDE KUQAA(31)    // more than can be; parameters: how many can be, of what
 #define KUQAA_PATTERN                                                                              \
     KUQAA(32) // pattern that is wrong; parameters: it, at which character, what is wrong
-#define KUQAA_LARGE KUQAA(33)   // pattern that is too large; parameter: it
-#define KUQAA_ESCAPE KUQAA(34)  // not one character; parameter: it
-#define KUQAA_NOWHERE KUQAA(35) // no such file; parameters: it, directories looked in, types tried
-#define KUQAA_BOTH KUQAA(36)    // two arguments exclude each other; parameters: one, the other
+#define KUQAA_LARGE KUQAA(33)    // pattern that is too large; parameter: it
+#define KUQAA_ESCAPE KUQAA(34)   // not one character; parameter: it
+#define KUQAA_NOWHERE KUQAA(35)  // no such file; parameters: it, directories looked in, types tried
+#define KUQAA_BOTH KUQAA(36)     // two arguments exclude each other; parameters: one, the other
+#define KUQAA_ACTION KUQAA(40)   // no such command of a session; parameters: it, the nearest one
+#define KUQAA_USAGE KUQAA(41)    // command written wrong; parameters: it, how it is written
+#define KUQAA_ROW KUQAA(42)      // no such row; parameters: it, how many there are
+#define KUQAA_LEVEL KUQAA(43)    // no such level; parameters: it, how many there are
+#define KUQAA_KEY KUQAA(44)      // not a value of the column; parameters: it, column
+#define KUQAA_NOTFOUND KUQAA(45) // no row has it; parameters: it, the row where the search began
+#define KUQAA_NOMORE KUQAA(46)   // nothing there; parameter: what was asked for
+#define KUQAA_STDIN KUQAA(47)    // statements where the commands come from
+#define KUQAA_HISTORY KUQAA(48)  // lines cannot be remembered; parameters: file, why
 
 #endif

@@ -36,8 +36,11 @@ exit_status run_split(application &app, arguments &given);
 const std::vector<argument> &grep_arguments();
 exit_status run_grep(application &app, arguments &given);
 
-const std::vector<argument> &report_arguments(); // these two where the build found ODBC
+const std::vector<argument> &report_arguments(); // these three where the build found ODBC
 exit_status run_report(application &app, arguments &given);
+
+const std::vector<argument> &browse_arguments();
+exit_status run_browse(application &app, arguments &given);
 
 const std::vector<argument> &dump_arguments();
 exit_status run_dump(application &app, arguments &given);

@@ -55,6 +55,8 @@ console::console(const std::string &colour)
     if (terminal) start_pager();
 }
 
+console::console(std::FILE *to) : to_(to) {}
+
 console::~console()
 {
     std::string why;
@@ -87,7 +89,7 @@ void console::start_pager()
 
 void console::write(std::string_view text)
 {
-    if (failed_ || std::fwrite(text.data(), 1, text.size(), stdout) == text.size()) return;
+    if (failed_ || std::fwrite(text.data(), 1, text.size(), to_) == text.size()) return;
     failed_ = true;
     error_ = errno;
 }
@@ -104,7 +106,7 @@ void console::write_in(const char *colour, std::string_view text)
 
 bool console::finish(std::string *why)
 {
-    if (std::fflush(stdout) != 0 && !failed_) {
+    if (std::fflush(to_) != 0 && !failed_) {
         failed_ = true;
         error_ = errno;
     }

@@ -2,6 +2,7 @@
 #ifndef KUQ_CONSOLE_H
 #define KUQ_CONSOLE_H
 
+#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,7 @@ public:
     // `colour` is "always", "never" or "auto": on a terminal unless NO_COLOR is set.
     // A terminal is paged: PAGER, else less where it is installed; "cat" for none.
     explicit console(const std::string &colour = "never");
+    explicit console(std::FILE *to); // without colours or pager; the caller closes it
     ~console();
     console(const console &) = delete;
     console &operator=(const console &) = delete;
@@ -32,6 +34,7 @@ public:
 private:
     void start_pager();
 
+    std::FILE *to_ = stdout;
     bool colours_ = false;
     bool failed_ = false;
     int error_ = 0;

@@ -53,7 +53,7 @@ exit_status run_dump(application &app, arguments &given)
     // of arrival are kept, or there would be no tree to print.
     const std::string name = rows::scratch_file();
     void *stream = nullptr;
-    bool done = run.run(order::revisited, [&](const result &each) {
+    bool done = run.run(run.sorted() ? order::sorted : order::revisited, [&](const result &each) {
         if (stream == nullptr) stream = skubopen(app.ctx(), name.c_str(), "w");
         if (stream == nullptr) return false;
         if (each.wanted.everything()) return dump_cache(each.from, each.groups, stream);

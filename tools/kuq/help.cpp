@@ -23,6 +23,8 @@ const std::vector<command> &commands()
 #if KUQ_ODBC
         {"report", "query a database: rows in groups, with exact subtotals", report_arguments,
          run_report},
+        {"browse", "look through a query's rows: pages, groups, searches, marks", browse_arguments,
+         run_browse},
         {"dump", "show how the data cache keeps a query's rows", dump_arguments, run_dump},
 #endif
         {"help", "show the commands, or the arguments of one", help_arguments, run_help},

@@ -27,18 +27,25 @@ constexpr int signals[] = {SIGINT, SIGTERM, SIGHUP};
 
 volatile sig_atomic_t signalled = 0;
 
-void note(int) { signalled = 1; }
+void note(int number) { signalled = number; }
+
+// flags: SA_RESETHAND, and the next one ends the process.
+void await_signals(int flags)
+{
+    struct sigaction action = {};
+    action.sa_handler = note;
+    action.sa_flags = flags;
+    for (const int number : signals) sigaction(number, &action, nullptr);
+}
 
 } // namespace
 
 bool interrupted() { return signalled != 0; }
+int interrupt() { return signalled; }
 
 progress::progress() : terminal_(isatty(STDERR_FILENO) == 1)
 {
-    struct sigaction action = {};
-    action.sa_handler = note;
-    action.sa_flags = SA_RESETHAND;
-    for (const int number : signals) sigaction(number, &action, nullptr);
+    await_signals(SA_RESETHAND);
     std::signal(SIGPIPE, SIG_IGN);
     watcher_ = std::thread([this] { watch(); });
 }
@@ -60,6 +67,19 @@ void progress::begin(const char *what)
     const std::lock_guard<std::mutex> lock(mutex_);
     what_ = what;
     rows_ = 0;
+    start_ = std::chrono::steady_clock::now();
+}
+
+void progress::stay(bool stays)
+{
+    stays_ = stays;
+    await_signals(stays ? 0 : SA_RESETHAND);
+}
+
+void progress::forget_interrupt()
+{
+    signalled = 0;
+    await_signals(stays_ ? 0 : SA_RESETHAND);
 }
 
 void progress::end()
@@ -78,7 +98,9 @@ void progress::watch()
     std::unique_lock<std::mutex> lock(mutex_);
     while (!change_.wait_for(lock, tick, [this] { return ending_; })) {
         const auto now = std::chrono::steady_clock::now();
-        if (interrupted() && patient_until == std::chrono::steady_clock::time_point::max())
+        if (!interrupted() || stays_)
+            patient_until = std::chrono::steady_clock::time_point::max();
+        else if (patient_until == std::chrono::steady_clock::time_point::max())
             patient_until = now + patience;
         if (now >= patient_until) give_up();
         if (terminal_ && what_ != nullptr && now - start_ >= quiet) show();

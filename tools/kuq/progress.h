@@ -15,6 +15,7 @@ namespace kuq
 
 // Whether the user wants the run to end. One who asks twice ends it at once.
 bool interrupted();
+int interrupt(); // the signal that said it; 0 for none
 
 // While it lives an interrupt is noted, a closed pipe is an error like any other, and a
 // terminal on standard error shows what goes on, from half a second on.
@@ -32,6 +33,12 @@ public:
     // Nothing more is shown: the terminal belongs to the output.
     void end();
 
+    // While it stays an interrupt ends one piece of work only: not the process, however long
+    // that takes or however often the user asks.
+    void stay(bool stays);
+    // The interrupt has been obeyed; the next one is awaited.
+    void forget_interrupt();
+
 private:
     void watch();
     void show();
@@ -40,8 +47,9 @@ private:
 
     std::atomic<uint64_t> rows_ = 0;
     const bool terminal_;
-    const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    std::atomic<bool> stays_ = false;
     const char *what_ = nullptr; // null: nothing is shown. This one and the next ones under mutex_
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     bool shown_ = false;
     bool ending_ = false;
     std::mutex mutex_;

@@ -6,7 +6,6 @@
 
 #include <unistd.h>
 
-#include <charconv>
 #include <cstring>
 
 #include "codes.h"
@@ -177,19 +176,9 @@ private:
         return following::group;
     }
 
-    // A long value stays in the cache until it is printed.
     bool shown_value(size_t column, field *shown)
     {
-        *shown = {};
-        if (from_.null(column)) return true;
-        if (from_.is_long(column) && how_.most == everything) {
-            shown->pieces = [this, column](const field::visitor &visit) {
-                return from_.show(column, everything, visit);
-            };
-            return true;
-        }
-        shown->text.emplace();
-        return from_.text(column, how_.most, &*shown->text);
+        return field_of(from_, column, how_.most, shown);
     }
 
     // Prints the totals of the groups of this level and below, and begins them anew.
@@ -276,31 +265,16 @@ bool print_report(application &app, const plan &how, const result &of, console &
     return true;
 }
 
-// A whole number of an argument. False when it is none, or below `least`.
-bool number(const std::string &text, uint64_t least, uint64_t *result)
-{
-    const auto [at, error] = std::from_chars(text.data(), text.data() + text.size(), *result);
-    return error == std::errc() && at == text.data() + text.size() && *result >= least;
-}
-
 // What the arguments say before there are columns; when they are wrong the reason was pushed.
 bool read_plan(application &app, const arguments &given, plan *how)
 {
     if (!given.choice("format", &how->format)) return false;
-    if (given.given("top") && !number(given.value("top"), 0, &how->top)) {
+    if (given.given("top") && !whole_number(given.value("top"), 0, &how->top)) {
         kuxer1push(app.ctx(), KUQAA_TOP, given.value("top").c_str());
         return false;
     }
-    const std::string most = given.value("long");
-    uint64_t characters = how->format == "text" ? long_in_text : everything;
-    if (most == "all") {
-        characters = everything;
-    } else if (!most.empty() && !number(most, 1, &characters)) {
-        kuxer1push(app.ctx(), KUQAA_LONG, most.c_str());
-        return false;
-    }
-    how->most = static_cast<size_t>(characters);
-    return true;
+    how->most = how->format == "text" ? long_in_text : everything;
+    return read_long(app, given, &how->most);
 }
 
 std::vector<argument> all_arguments()
@@ -340,12 +314,13 @@ exit_status run_report(application &app, arguments &given)
     how.leaves = given.given("top");
     for (const char *all : {"where", "like", "match", "count", "sum", "avg", "min", "max"})
         how.leaves = how.leaves && !given.given(all);
+    const order how_kept = run.sorted() ? order::sorted
+                           : how.leaves ? order::revisited
+                                        : order::arrival;
     console out("auto");
-    const bool done =
-        run.run(how.leaves ? order::revisited : order::arrival, [&](const result &each) {
-            return resolve(app, given, each.from.columns(), &how)
-                   && print_report(app, how, each, out);
-        });
+    const bool done = run.run(how_kept, [&](const result &each) {
+        return resolve(app, given, each.from.columns(), &how) && print_report(app, how, each, out);
+    });
     run.tell_cut();
     return finish(app, out, done ? succeeded : failed);
 }

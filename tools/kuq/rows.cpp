@@ -12,6 +12,7 @@
 #include "rows.h"
 
 #include <kudcf.h>
+#include <kudck.h>
 #include <kudcm.h>
 #include <signal.h>
 #include <skudcd.h>
@@ -46,6 +47,8 @@ constexpr size_t most_columns = 30000; // the cache counts them in 16 bits
 constexpr size_t most_groups = 255;    // and levels in 8
 constexpr int8_t long_mark = 1;        // null indicator of a reference in a long value's place
 constexpr size_t piece_bytes = 30000;  // of a long value read back; even
+constexpr size_t key_units = 480;      // UTF-16 units of a long text's key: at most short_bytes
+constexpr std::string_view cut_mark = "..."; // behind what is not the whole value
 
 // Where a long value lies.
 struct reference {
@@ -198,9 +201,11 @@ void rows::remove_own()
 // No file of the library has this name: its last five digits are below 65536.
 std::string rows::scratch_file() { return scratch_start() + std::string(scratch_digits, '9'); }
 
-rows::rows(application &app, std::vector<column> columns, std::vector<group> groups, order how)
+rows::rows(application &app, std::vector<column> columns, std::vector<group> groups, order how,
+           const rows *beside)
     : app_(app), charset_(app), columns_(std::move(columns)), groups_(std::move(groups)),
-      order_(how), definitions_(columns_.size() + 1), buffers_(columns_.size())
+      order_(how), definitions_(columns_.size() + 1), buffers_(columns_.size()), beside_(beside),
+      positions_(&cache_)
 {
     for (size_t at = 0; at < columns_.size(); at++) {
         kudxcoldef &definition = definitions_[at];
@@ -223,7 +228,7 @@ rows::rows(application &app, std::vector<column> columns, std::vector<group> gro
 rows::~rows()
 {
     kudcfdestroy(cache_);
-    if (blocks_ != nullptr) skufdestroy(app_.ctx(), blocks_);
+    if (blocks_ != nullptr && beside_ == nullptr) skufdestroy(app_.ctx(), blocks_);
 }
 
 bool rows::create()
@@ -235,6 +240,7 @@ bool rows::create()
                    wide ? "columns" : "groups");
         return false;
     }
+    if (order_ == order::numbered) groups_.clear();
     std::vector<kudcbvadef> keys;
     for (const group &each : groups_) {
         kudcbvadef key = {};
@@ -261,7 +267,7 @@ bool rows::create()
     const bool longs = std::any_of(columns_.begin(), columns_.end(),
                                    [](const column &each) { return each.may_be_long(); });
 
-    blocks_ = skufcreate(app_.ctx(), cache_buffers);
+    blocks_ = beside_ != nullptr ? beside_->blocks_ : skufcreate(app_.ctx(), cache_buffers);
     if (blocks_ == nullptr) {
         kuxer0push(app_.ctx(), KUQAA_MEMORY);
         return false;
@@ -313,7 +319,8 @@ bool rows::store()
     const auto levels = static_cast<uint16_t>(groups_.empty() ? 1 : groups_.size());
     int32_t position = 0;
     count_++;
-    return kudcmrstr(cache_, row_thread, &levels, 1, &position) == 0;
+    return kudcmrstr(cache_, row_thread, &levels, 1, &position) == 0
+           && (order_ != order::numbered || positions_.append(position));
 }
 
 bool rows::add(const std::vector<value> &row)
@@ -346,6 +353,31 @@ bool rows::add(const rows &from)
         std::memcpy(definition.curval_kudxcol, given.curval_kudxcol, definition.curlen_kudxcol);
     }
     return store();
+}
+
+bool rows::add_key(const rows &from, size_t column, int32_t number)
+{
+    const key_value key = from.key(column);
+    const std::string_view values[] = {key.bytes,
+                                       {reinterpret_cast<const char *>(&number), sizeof number}};
+    for (size_t at = 0; at < std::size(values); at++) {
+        std::memcpy(definitions_[at].curval_kudxcol, values[at].data(), values[at].size());
+        definitions_[at].curlen_kudxcol = static_cast<uint32_t>(values[at].size());
+    }
+    definitions_[0].curnul_kudxcol = key.null ? KUDC_NULL : 0;
+    return store();
+}
+
+bool rows::load(uint64_t number)
+{
+    int32_t position = 0;
+    kudccurdef *cursor = nullptr;
+    uint8_t found = KUDC_NOROW;
+    const bool read = positions_.at(number, &position)
+                      && kudcfnwcurs(cache_, nullptr, row_thread, -1, 1, position, &cursor) == 0
+                      && kudcmrnxt(cache_, cursor, 0, &found) == 0;
+    kudcffrcurs(cache_, cursor);
+    return read && found == KUDC_ROW;
 }
 
 bool rows::read(const std::function<following(size_t level)> &visit)
@@ -384,6 +416,61 @@ std::string rows::stored(size_t column) const
     const kudxcoldef &definition = definitions_[column];
     return std::string(static_cast<const char *>(definition.curval_kudxcol),
                        definition.curlen_kudxcol);
+}
+
+int32_t rows::number(size_t column) const
+{
+    int32_t number = 0;
+    std::memcpy(&number, definitions_[column].curval_kudxcol, sizeof number);
+    return number;
+}
+
+key_value rows::key(size_t column) const
+{
+    const bool binary = columns_[column].type == datatype::binary;
+    if (null(column)) return {};
+    if (!binary && !is_long(column)) return {false, stored(column)};
+    key_value result = {false};
+    text(column, binary ? size_t{short_bytes} : key_units, &result.bytes);
+    if (is_long(column)) result.bytes.resize(result.bytes.size() - cut_mark.size());
+    return result;
+}
+
+bool rows::typed_key(size_t column, const std::string &text, key_value *result) const
+{
+    result->null = false;
+    if (columns_[column].type == datatype::binary) { // typed as it is shown
+        result->bytes = text;
+        return true;
+    }
+    return encode(columns_[column], text, &result->bytes);
+}
+
+int rows::compare(const group &by, const key_value &a, const key_value &b) const
+{
+    const datatype type = columns_[by.column].type;
+    kudcbvadef value = {};
+    value.col_kudcbva = pointers_[by.column];
+    value.sort_kudcbva = by.descending ? 0 : KUDC_ASCENDING;
+    value.xdbtyp_kudcbva = type == datatype::binary ? KUDC_CHARACTER : native(columns_[by.column]);
+    kudckeydef key = {};
+    key.numbva_kudckey = key.numlevsize_kudckey = 1;
+    key.arybva_kudckey = &value;
+    const auto take = [&value](const key_value &from) {
+        value.val_kudcbva =
+            reinterpret_cast<unsigned char *>(const_cast<char *>(from.bytes.c_str()));
+        value.len_kudcbva = static_cast<uint32_t>(from.bytes.size());
+        value.valnul_kudcbva = from.null ? KUDC_NULL : 0;
+    };
+    take(b);
+    uint32_t size = 0;
+    kudckpsflk(&key, 0, &size);
+    std::vector<unsigned char> flat(size);
+    kudckcflkval(cache_, &key, 0, flat.data());
+    take(a);
+    int16_t condition = 0;
+    kudckcmp(cache_, &key, 0, 1, flat.data(), &condition);
+    return condition;
 }
 
 std::string rows::bytes(size_t column) const
@@ -426,7 +513,7 @@ bool rows::show(size_t column, size_t most, const piece_visitor &visit) const
     std::u16string units = charset_.to_utf16(shown);
     if (units.size() <= most) return visit(shown);
     units.resize(most - (is_high(units[most - 1]) ? 1 : 0));
-    return visit(charset_.from_utf16(units) + "...");
+    return visit(charset_.from_utf16(units).append(cut_mark));
 }
 
 bool rows::load(size_t column, uint32_t offset, void *to, size_t length) const
@@ -465,7 +552,7 @@ bool rows::show_long(size_t column, size_t most, const piece_visitor &visit) con
         }
         if (!visit(charset_.from_utf16(units))) return false;
     }
-    return length == where.length || visit("...");
+    return length == where.length || visit(cut_mark);
 }
 
 } // namespace kuq

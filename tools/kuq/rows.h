@@ -11,6 +11,7 @@
 
 #include "charset.h"
 #include "database.h"
+#include "numbers.h"
 
 namespace kuq
 {
@@ -24,6 +25,13 @@ enum class order {
     sorted,    // groups in key order
     arrival,   // a group ends where the next row differs
     revisited, // the same, kept so that a group can be left before its last row
+    numbered,  // no groups: each row is read by its number
+};
+
+// A value as an index has it: at most short_bytes of it, binary ones as digits.
+struct key_value {
+    bool null = true;
+    std::string bytes = {};
 };
 
 // What follows a row that was given.
@@ -32,8 +40,9 @@ enum class following { row, group, nothing };
 class rows
 {
 public:
-    // One key level a group.
-    rows(application &app, std::vector<column> columns, std::vector<group> groups, order how);
+    // One key level a group. beside: rows that live longer, with which memory is shared.
+    rows(application &app, std::vector<column> columns, std::vector<group> groups, order how,
+         const rows *beside = nullptr);
     ~rows();
     rows(const rows &) = delete;
     rows &operator=(const rows &) = delete;
@@ -48,6 +57,21 @@ public:
     // Gives rows, group by group. `visit` gets the first level whose group is a new one (the
     // number of groups: none is) and says which row is next. False with the reason pushed.
     bool read(const std::function<following(size_t level)> &visit);
+
+    // Reads a numbered row, from 0 in order of arrival. False with the reason pushed.
+    bool load(uint64_t number);
+    uint64_t count() const { return count_; }
+
+    // Stores a row of two columns: a key of the row that `from` has, and a number. False with
+    // the reason pushed.
+    bool add_key(const rows &from, size_t column, int32_t number);
+    int32_t number(size_t column) const; // of an integer column of the row just given
+
+    key_value key(size_t column) const;
+    // A key that somebody typed; false when it is no value of the column.
+    bool typed_key(size_t column, const std::string &text, key_value *result) const;
+    // Below, at or above 0 as the indexes order two keys of a column.
+    int compare(const group &by, const key_value &a, const key_value &b) const;
 
     // Of the row just given.
     bool null(size_t column) const { return definitions_[column].curnul_kudxcol == KUDC_NULL; }
@@ -64,6 +88,8 @@ public:
     const std::vector<column> &columns() const { return columns_; }
     order kept_in() const { return order_; }
     kudcaccdef *cache() const { return cache_; }
+    kudcaccdef *const *cache_place() const { return &cache_; } // it may be created later
+    application &app() const { return app_; }
 
     // Removes the scratch files of runs that were killed, or of this process.
     static void remove_leftovers();
@@ -73,9 +99,9 @@ public:
     static std::string scratch_file();
 
 private:
+    bool store();
     bool set(size_t at, const value &given);
     bool set_long(size_t at, const value &given);
-    bool store();
     bool load(size_t column, uint32_t offset, void *to, size_t length) const;
     bool show_long(size_t column, size_t most, const piece_visitor &visit) const;
     std::string stored(size_t column) const;
@@ -88,10 +114,12 @@ private:
     std::vector<kudxcoldef> definitions_; // of the rows, then of the long values
     std::vector<kudxcoldef *> pointers_;
     std::vector<std::string> buffers_;
+    const rows *beside_;
     void *blocks_ = nullptr;
     kudcaccdef *cache_ = nullptr;
     kudccurdef *cursor_ = nullptr; // of the reading
     uint64_t count_ = 0;
+    numbers positions_; // of numbered rows
 };
 
 } // namespace kuq

@@ -42,6 +42,32 @@ bool find_column(application &app, const std::vector<column> &columns, const std
     return false;
 }
 
+bool read_long(application &app, const arguments &given, size_t *most)
+{
+    const std::string text = given.value("long");
+    uint64_t characters = SIZE_MAX;
+    if (text != "all" && !text.empty() && !whole_number(text, 1, &characters)) {
+        kuxer1push(app.ctx(), KUQAA_LONG, text.c_str());
+        return false;
+    }
+    if (!text.empty()) *most = static_cast<size_t>(characters);
+    return true;
+}
+
+bool field_of(const rows &from, size_t column, size_t most, field *shown)
+{
+    *shown = {};
+    if (from.null(column)) return true;
+    if (from.is_long(column) && most == SIZE_MAX) {
+        shown->pieces = [&from, column](const field::visitor &visit) {
+            return from.show(column, SIZE_MAX, visit);
+        };
+        return true;
+    }
+    shown->text.emplace();
+    return from.text(column, most, &*shown->text);
+}
+
 bool redirect(application &app, const std::string &name)
 {
     if (name.empty() || std::freopen(name.c_str(), "w", stdout) != nullptr) return true;
@@ -58,7 +84,7 @@ bool session::prepare()
         return false;
     }
     if (!wanted_.prepare(given_)) return false;
-    order_ = sorted == "yes" ? order::sorted : order::arrival;
+    sorted_ = sorted == "yes";
     if (!given_.given("connect")) {
         const std::optional<setting> found = app_.find_setting("connect", 0);
         if (found && !found->values.empty()) where_ = found->values.front();
@@ -67,9 +93,9 @@ bool session::prepare()
     return !where_.empty() && (given_.given("file") || !required(app_, given_, "query").empty());
 }
 
-bool session::run(order unsorted, const std::function<bool(const result &)> &use)
+bool session::run(order how, const std::function<bool(const result &)> &use)
 {
-    if (order_ != order::sorted) order_ = unsorted;
+    order_ = how;
     progress shown;
     shown_ = &shown;
     shown.begin("read");
@@ -153,7 +179,9 @@ bool session::one(const statement &cut, const std::function<bool(const result &)
         well = !interrupted() && store.add(row);
         return well;
     });
-    return fetched && well && use({store, groups, wanted_, widths, *shown_});
+    const bool stopped = fetched && interrupted() && order_ == order::numbered && store.count() > 0;
+    if (stopped) shown_->forget_interrupt();
+    return fetched && (well || stopped) && use({store, groups, wanted_, widths, *shown_, !stopped});
 }
 
 } // namespace kuq

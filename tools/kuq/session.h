@@ -8,6 +8,7 @@
 
 #include "arguments.h"
 #include "database.h"
+#include "printer.h"
 #include "progress.h"
 #include "rows.h"
 #include "selection.h"
@@ -25,6 +26,7 @@ struct result {
     selection &wanted;
     const std::vector<size_t> &widths; // of each column's longest value, about, in characters
     progress &shown;
+    bool whole; // false: the user ended the reading
 };
 
 class session
@@ -38,9 +40,11 @@ public:
     // Looks at the arguments. When they are wrong the reason was pushed.
     bool prepare();
 
-    // Runs the statements and gives each result to `use`. unsorted: the order that the cache
-    // keeps without sorted=yes. False with the reason pushed.
-    bool run(order unsorted, const std::function<bool(const result &)> &use);
+    bool sorted() const { return sorted_; } // sorted=yes
+
+    // Runs the statements and gives each result to `use`. how: the order that the cache keeps;
+    // numbered rows are given when the user ended the reading, too. False with the reason pushed.
+    bool run(order how, const std::function<bool(const result &)> &use);
 
     // Says, when values were cut, how many.
     void tell_cut();
@@ -54,6 +58,7 @@ private:
     const arguments &given_;
     std::string where_;
     std::string dialect_;
+    bool sorted_ = true;
     order order_ = order::sorted;
     selection wanted_;
     database base_;
@@ -64,6 +69,14 @@ private:
 // The column of a name; pushes when there is none.
 bool find_column(application &app, const std::vector<column> &columns, const std::string &name,
                  size_t *found);
+
+// The argument long=, where it is given: characters shown of a value. False with the reason
+// pushed.
+bool read_long(application &app, const arguments &given, size_t *most);
+
+// A value of the row just given, with so many characters, as a line has it. A long one stays
+// in the cache until it is printed. False with the reason pushed.
+bool field_of(const rows &from, size_t column, size_t most, field *shown);
 
 // The standard output becomes a file; "" for none. False with the reason pushed.
 bool redirect(application &app, const std::string &name);

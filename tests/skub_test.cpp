@@ -137,8 +137,11 @@ TEST_F(Skub, StandardAndNullStreamsAreInert)
 
 TEST_F(Skub, OddReadsEndAndAFailureStays)
 {
-    void *stream = open(dir.write("f", "a\0c\ndefg"s), "r");
     char block[16] = {};
+    void *stream = open(dir.write("f", "a\0c\ndefg"s), "r");
+    EXPECT_EQ(skubread(ctx, stream, block, UINT32_MAX, UINT32_MAX, nullptr), 0u);
+    EXPECT_EQ(block[7], 'g') << "what the file has is read, whatever was asked for";
+    EXPECT_EQ(skubposition(ctx, stream, 0), 0u);
     EXPECT_EQ(skubsget(ctx, stream, block, 0), SKUBA_EOF) << "no room is the end";
     EXPECT_EQ(skubsget(ctx, stream, block, 1), SKUBA_EOF);
     EXPECT_EQ(skubsget(ctx, stream, block, 16), 0u);

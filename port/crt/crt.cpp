@@ -386,9 +386,11 @@ kufile *standard_file(int number)
 // ---- reading ----
 
 // Reads once into `bytes`, marking the end or a failure. Bytes read.
+// Not much at once: a count far above what the file has could reach past the end of
+// the address space, which the system refuses before it reads at all.
 static std::size_t fetch(kufile *file, void *bytes, std::size_t count)
 {
-    const std::size_t most = std::min(count, std::size_t{SSIZE_MAX});
+    const std::size_t most = std::min(count, std::size_t{1} << 16);
     const ssize_t got = repeat([=] { return calls().read(file->descriptor, bytes, most); });
     if (got < 0) file->failed = true;
     if (got == 0) file->ended = true;

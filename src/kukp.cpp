@@ -1082,6 +1082,18 @@ void *kukpxcreate(kux *ctx, const char *origtxp, std::int32_t weight, std::int32
     return kukpdestroy(ctx, object);
 }
 
+std::int32_t ku::scan_tokens(kux *ctx, const char *text, std::int32_t mode, kukptokenfn funcp,
+                             void *cctxp, std::int32_t state)
+{
+    kul none = {};
+    kukpobject whole = {};
+    const auto *given = reinterpret_cast<const unsigned char *>(text);
+    whole.visible = {kukp_error, mode, given, static_cast<std::uint32_t>(std::strlen(text)),
+                     &none,      1};
+    kukprun run{ctx, &whole.visible, &whole, &none, given, nullptr, funcp, cctxp};
+    return kukpanalyse(run, state == KUKP_S_COMPLETE ? state : kukpqconvert(state));
+}
+
 void *kukpdestroy(kux *ctx, void *kukh)
 {
     if (kukh == nullptr) return nullptr;

@@ -38,6 +38,17 @@ struct kukpobject {
 // releases them. Null: an object of which they are no part yet.
 void kukprelease(kux *ctx, const kuk *object, kukn *token);
 
+namespace ku
+{
+
+// kukpcreate for a callback that keeps no token: nothing is made, so nothing is to be
+// destroyed. The text is shorter than 4 GB, the state one that an analysis can start with.
+// Returns the state at the end, -1 with the reason pushed when memory ran out.
+std::int32_t scan_tokens(kux *ctx, const char *text, std::int32_t mode, kukptokenfn funcp,
+                         void *cctxp, std::int32_t state);
+
+} // namespace ku
+
 // A copy, in the context's token buffer, of token bytes that do not stand alone
 // in a shift-sensitive character set.
 //   bytes, length  the token's characters, without shift bytes at the ends

@@ -36,7 +36,7 @@
 
 #include "kuguard.h"
 #include "kuko.h"
-#include "kukp.h"
+#include "kukp_internal.h"
 #include "kul.h"
 #include "kul_internal.h"
 #include "kuxer.h"
@@ -804,17 +804,14 @@ uint16_t kupreadlines(kupfs &parser, void *stream, char *line, uint16_t unreadab
         if (status != 0) return status == SKUBA_EOF ? 0 : unreadable;
         parser.kupfslin++;
         kupforget(parser);
-        void *tokens = kukpcreate(ctx, line, 1, KUKP_M_WORDS, kupfsm, &parser, state);
-        if (tokens == nullptr) return KUP_NOMEM;
-        state = kukosgstate(ctx, tokens);
-        kukpdestroy(ctx, tokens);
-        if (parser.kupfsmer != 0) return KUP_NOMEM;
+        state = ku::scan_tokens(ctx, line, KUKP_M_WORDS, kupfsm, &parser, state);
+        if (state < 0 || parser.kupfsmer != 0) return KUP_NOMEM;
         if (parser.kupfserr != 0) {
             state = KUKP_S_COMPLETE;
             parser.kupfserr = 0;
             if (*errorline == 0) *errorline = parser.kupfslin;
         }
-        // No state to go on from, without an error of the text: the object is half made.
+        // No state to go on from, without an error of the text.
         if (state > KUKP_S_LABEL) return KUP_NOMEM;
     }
 }

@@ -194,9 +194,13 @@ TEST_F(Kuq, AFileThatWasNotReadWholeIsNotWritten)
     home.write("user/kuuprefs.xdb", broken);
     expect_part("prefs set width 1", 1, "has a syntax error in line 2");
     EXPECT_EQ(home.read("user/kuuprefs.xdb"), broken);
+    expect_part("prefs list", 1, "has a syntax error in line 2");
+    home.write("user/kuuprefs.xdb", std::string("a = x\0y\nb = 2\n", 14));
+    expect_part("prefs set width 1", 1, "it holds a NUL character");
     std::filesystem::remove(home.path("user/kuuprefs.xdb"));
     std::filesystem::create_symlink("kuuprefs.xdb", home.path("user/kuuprefs.xdb"));
     expect_part("prefs set width 1", 1, "cannot be read to its end");
+    expect_part("prefs list", 1, "cannot be read to its end");
     expect_part("prefs check " + std::string(300, 'a'), 1, "cannot be opened: File name too long");
     expect_part("prefs check /dev/null", 1, "it is no regular file");
 }

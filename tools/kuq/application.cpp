@@ -2,6 +2,7 @@
 
 #include "application.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -142,18 +143,36 @@ kupct *application::preferences()
     return preferences_;
 }
 
+std::string unreadable(const std::string &file)
+{
+    std::error_code error;
+    const fs::file_type type = fs::status(file, error).type();
+    if (type == fs::file_type::not_found) return "";
+    if (error) return error.message();
+    if (type == fs::file_type::directory) return "it is a directory";
+    if (type != fs::file_type::regular) return "it is no regular file";
+    std::FILE *stream = std::fopen(file.c_str(), "rb");
+    if (stream == nullptr) return std::strerror(errno);
+    std::string why;
+    char part[4096];
+    while (const size_t bytes = std::fread(part, 1, sizeof part, stream))
+        if (std::memchr(part, 0, bytes) != nullptr) why = "it holds a NUL character";
+    if (std::ferror(stream) != 0) why = std::strerror(errno);
+    std::fclose(stream);
+    return why;
+}
+
 bool application::user_file_is_whole()
 {
     const std::string file = user_directory() + "/kuuprefs.xdb";
-    std::error_code error;
     if ((opening_ & KUP_USERERR) != 0) {
         const std::string line = std::to_string(kuperrlin(preferences_, KUP_USER));
         kuxer2push(ctx_, KUQAA_FILELINE, file.c_str(), line.c_str());
         return false;
     }
-    if ((opening_ & KUP_NOUSERFILE) == 0) return true;
-    if (fs::symlink_status(file, error).type() == fs::file_type::not_found) return true;
-    kuxer2push(ctx_, KUQAA_READ, file.c_str(), "its settings would be lost");
+    const std::string why = unreadable(file);
+    if (why.empty()) return true;
+    kuxer2push(ctx_, KUQAA_READ, file.c_str(), why.c_str());
     return false;
 }
 

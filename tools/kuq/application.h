@@ -70,6 +70,10 @@ private:
 
 constexpr char product[] = "kuq";
 
+// Why reading a file of settings finds less than it holds; "" when it finds all, or there is
+// no such file. A line of settings ends at a NUL.
+std::string unreadable(const std::string &file);
+
 } // namespace kuq
 
 #endif

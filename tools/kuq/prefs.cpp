@@ -103,7 +103,8 @@ exit_status list_settings(application &app, bool as_json)
         separator = ",\n";
     }
     if (as_json) out.write("\n]\n");
-    return finish(app, out, succeeded);
+    const exit_status status = finish(app, out, succeeded);
+    return app.user_file_is_whole() ? status : app.report(failed); // some may be missing
 }
 
 // Says "user file, specific to kuq" for the bits of a look-up.
@@ -219,16 +220,10 @@ exit_status check_file(application &app, const std::string &name)
 {
     kux *ctx = app.ctx();
     std::error_code error;
-    const fs::file_status file = fs::status(name, error);
-    const char *why = nullptr;
-    if (!fs::exists(file))
-        why = std::strerror(error ? error.value() : ENOENT);
-    else if (!fs::is_regular_file(file))
-        why = fs::is_directory(file) ? "it is a directory" : "it is no regular file";
-    else if (access(name.c_str(), R_OK) != 0)
-        why = std::strerror(errno);
-    if (why != nullptr) {
-        kuxer2push(ctx, KUQAA_OPEN, name.c_str(), why);
+    const bool missing = fs::status(name, error).type() == fs::file_type::not_found;
+    const std::string why = missing ? std::strerror(ENOENT) : unreadable(name);
+    if (!why.empty()) {
+        kuxer2push(ctx, KUQAA_OPEN, name.c_str(), why.c_str());
         return app.report(failed);
     }
 

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <strings.h>
 
 #include "codes.h"
@@ -160,7 +161,8 @@ bool browser::take_columns(const std::vector<std::string> &names, std::vector<si
 uint64_t browser::page_rows() const
 {
     const size_t lines = screen_.lines();
-    return lines > other_lines ? lines - other_lines : 1;
+    const size_t others = other_lines + (lit_ ? 1 : 0); // what was found has a line
+    return lines > others ? lines - others : 1;
 }
 
 bool browser::print_page()
@@ -173,6 +175,7 @@ bool browser::print_page()
     for (uint64_t row = at_; row < at_ + rows; row++)
         if (!add_row(row, &page)) return false;
     print_status(rows, page.print());
+    printed_ = rows;
     return true;
 }
 
@@ -220,10 +223,12 @@ bool browser::next(const std::string &rest)
 {
     uint64_t pages = 1;
     if (!rest.empty() && !whole_number(rest, 1, &pages)) return refuse_usage();
+    // The terminal may have changed: what was not shown yet is next.
     const uint64_t rows = page_rows();
-    if (at_ + rows >= view_.size()) return none("next page");
-    at_ = pages >= (view_.size() - at_ - 1) / rows ? at_ + (view_.size() - at_ - 1) / rows * rows
-                                                   : at_ + pages * rows;
+    uint64_t at = at_ + (printed_ > 0 ? printed_ : rows);
+    if (at >= view_.size()) return none("next page");
+    at += std::min(pages - 1, (view_.size() - at - 1) / rows) * rows;
+    at_ = at;
     return print_page();
 }
 
@@ -520,7 +525,11 @@ bool browser::export_rows(const std::string &rest)
         kuxer1push(app_.ctx(), KUQAA_WRITE, std::strerror(errno));
         well = false;
     }
-    if (well) std::printf("%llu rows exported\n", static_cast<unsigned long long>(count));
+    std::error_code ignored;
+    if (well)
+        std::printf("%llu rows exported\n", static_cast<unsigned long long>(count));
+    else if (std::filesystem::is_regular_file(words[0], ignored)) // it would look whole
+        std::remove(words[0].c_str());
     return well;
 }
 

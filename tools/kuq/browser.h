@@ -85,7 +85,8 @@ private:
     std::vector<size_t> shown_;    // columns
     std::vector<size_t> searched_; // columns
     const display &how_;
-    uint64_t at_ = 0; // the first row of the page
+    uint64_t at_ = 0;      // the first row of the page
+    uint64_t printed_ = 0; // rows of the last one
     bool any_case_ = false;
     pattern_kind kind_ = pattern_kind::plain;
     std::string wanted_; // by the last search

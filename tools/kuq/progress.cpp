@@ -8,6 +8,7 @@
 
 #include <csignal>
 #include <cstdio>
+#include <cstring>
 #include <unistd.h>
 
 #include "application.h"
@@ -112,18 +113,20 @@ void progress::show()
     const uint64_t rows = rows_;
     char line[80];
     if (rows == 0)
-        std::snprintf(line, sizeof line, "\r\033[K%s: waiting for the database ...", product);
+        std::snprintf(line, sizeof line, "%s: waiting for the database ...", product);
     else
-        std::snprintf(line, sizeof line, "\r\033[K%s: %llu rows %s ...", product,
+        std::snprintf(line, sizeof line, "%s: %llu rows %s ...", product,
                       static_cast<unsigned long long>(rows), what_);
+    erase();
     std::fputs(line, stderr);
-    shown_ = true;
+    shown_ = std::strlen(line);
 }
 
+// By blanks: not every terminal knows more.
 void progress::erase()
 {
-    if (shown_) std::fputs("\r\033[K", stderr);
-    shown_ = false;
+    if (shown_ > 0) std::fprintf(stderr, "\r%*s\r", static_cast<int>(shown_), "");
+    shown_ = 0;
 }
 
 void progress::give_up()

@@ -50,7 +50,7 @@ private:
     std::atomic<bool> stays_ = false;
     const char *what_ = nullptr; // null: nothing is shown. This one and the next ones under mutex_
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
-    bool shown_ = false;
+    size_t shown_ = 0; // characters
     bool ending_ = false;
     std::mutex mutex_;
     std::condition_variable change_;

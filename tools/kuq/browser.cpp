@@ -430,9 +430,10 @@ bool browser::show(const std::string &rest)
     size_t width = 0;
     for (const column &each : all) width = std::max(width, screen_.width(each.name));
     std::FILE *to = screen_.open_pager();
-    std::fprintf(to, "row %llu of %llu%s\n", static_cast<unsigned long long>(row + 1),
-                 static_cast<unsigned long long>(view_.size()),
-                 view_.marked() ? ", marked deleted" : "");
+    const std::string place = "row " + std::to_string(row + 1) + " of "
+                              + std::to_string(view_.size())
+                              + (view_.marked() ? ", marked deleted\n" : "\n");
+    std::fputs(place.c_str(), to);
     bool well = true;
     for (size_t at = 0; well && at < all.size(); at++) {
         std::fputs((screen_.fitted(all[at].name, width) + "  ").c_str(), to);

@@ -393,6 +393,14 @@ void copy_value(const kudcbvadef &from, kudcbvadef *to)
         to->val_kudcbva[0] = static_cast<unsigned char>(shown.length);
 }
 
+void settle_value(kudcbvadef *column)
+{
+    const kudckvalue shown = kudckshown(*column);
+    if (shown.length == 0 || shown.bytes == column->val_kudcbva) return;
+    std::memmove(column->val_kudcbva, shown.bytes, shown.length);
+    column->len_kudcbva = shown.length;
+}
+
 void copy_key(const kudckeydef *key, kudckeydef *copy)
 {
     copy->numbva_kudckey = key->numbva_kudckey;

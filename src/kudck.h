@@ -193,7 +193,8 @@ KU_API uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const uns
 
 /*
  * Looks up the key made of integers, through all levels of a cursor's RANDOM index.
- *   cursor    may be null: nothing is found. Its key gets the integers, curleft the rows
+ *   cursor    may be null: nothing is found. Its key gets the integers, in columns that are no
+ *             wildcards from then on; curleft the rows
  *   count     integers
  *   values    for each a key column naming the thread column; its current value gets the
  *             integer, too

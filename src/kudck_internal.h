@@ -40,6 +40,9 @@ std::uint64_t value_bytes(const kudcbvadef &column);
 // Copies a value with its length and null indicator; a length in front comes along, and says no
 // more than was copied. The buffer takes it.
 void copy_value(const kudcbvadef &from, kudcbvadef *to);
+// A number whose length stands in front of it gets it as its length, as a stored one has it.
+void settle_value(kudcbvadef *column);
+
 // Copies a key into another's arrays and buffers, which have room for it; split flags stay.
 void copy_key(const kudckeydef *key, kudckeydef *copy);
 

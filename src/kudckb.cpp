@@ -843,6 +843,7 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
             std::memcpy(goal.val_kudcbva, integers + i, kudck_integer);
             goal.len_kudcbva = kudck_integer;
             goal.valnul_kudcbva = 0;
+            goal.wildcard_kudcbva = 0;
             goal.set_kudcbva = 1;
         }
     }

@@ -696,6 +696,8 @@ std::uint32_t kudcmattach(kudcaccdef *acmp, const kudccurdef *cursor, const void
     if (status == 0)
         status = kudcbbv2bv(acmp, index, cursor->keyp_kudccur, &index->goal_kudcidx, 0,
                             static_cast<std::uint16_t>(index->lvct_kudcidx - 1));
+    for (std::uint32_t i = 0; status == 0 && i < index->goal_kudcidx.numbva_kudckey; i++)
+        settle_value(&index->goal_kudcidx.arybva_kudckey[i]);
     if (status == 0) status = kudcmfits(acmp, index, kudcm_blocklevels);
     // The entry takes the end of the file for the position, so the block lies there first.
     const std::int32_t end = acmp->nxdo_kudcacc;
@@ -713,11 +715,19 @@ struct kudcmkey {
     const std::int32_t *integers;
 };
 
-// Blocks are under whole keys: the cursor's has a column for each of its index's.
-std::uint32_t kudcmwhole(const kudcaccdef *acmp, const kudccurdef *cursor)
+// The row or block under the cursor's key with these columns. Blocks are under whole keys: the
+// cursor's has a column for each of its index's, and when the given ones are in, no wildcard.
+std::uint32_t kudcmseek(kudcaccdef *acmp, kudccurdef *cursor, const kudcmkey &key,
+                        std::int32_t *row)
 {
-    const bool whole = cursor->keyp_kudccur->numbva_kudckey == index_of(acmp, cursor)->clct_kudcidx;
-    return whole ? 0 : refuse(acmp, KUVAA_NOVALUE);
+    const kudckeydef *whole = cursor->keyp_kudccur;
+    if (whole->numbva_kudckey != index_of(acmp, cursor)->clct_kudcidx)
+        return refuse(acmp, KUVAA_NOVALUE);
+    const std::uint32_t status = kudckfblb(acmp, cursor, key.count, key.values, key.integers, row);
+    if (status != 0) return status;
+    for (std::uint32_t i = 0; i < whole->numbva_kudckey; i++)
+        if (whole->arybva_kudckey[i].wildcard_kudcbva == 1) return refuse(acmp, KUVAA_NOVALUE);
+    return 0;
 }
 
 // What a key leaves out a new cursor's takes from the thread's columns.
@@ -743,8 +753,7 @@ std::uint32_t kudcmkeep(kudcaccdef *acmp, kudccurdef *cursor, const kudcmkey &ke
                         const void *block, std::uint32_t length)
 {
     std::int32_t row = KUDC_NONE;
-    std::uint32_t status = kudcmwhole(acmp, cursor);
-    if (status == 0) status = kudckfblb(acmp, cursor, key.count, key.values, key.integers, &row);
+    std::uint32_t status = kudcmseek(acmp, cursor, key, &row);
     if (status != 0) return status;
     thread_of(acmp, cursor)->calc_kudcthd = 1;
     if (row == KUDC_NONE) return kudcmattach(acmp, cursor, block, length);
@@ -1003,9 +1012,8 @@ std::uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t coun
     if (const std::uint32_t pending = kudcmpending(acmp)) return pending;
     std::uint32_t status = kudcmcursor(acmp, cursor);
     if (status == 0) status = kudcmattachable(acmp, index_of(acmp, cursor));
-    if (status == 0) status = kudcmwhole(acmp, cursor);
     std::int32_t row = KUDC_NONE;
-    if (status == 0) status = kudckfblb(acmp, cursor, count, values, integers, &row);
+    if (status == 0) status = kudcmseek(acmp, cursor, {count, values, integers}, &row);
     std::uint32_t length = 0;
     return status != 0 || row == KUDC_NONE ? status : kudcmread(acmp, row, block, &length);
 }

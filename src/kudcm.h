@@ -129,8 +129,8 @@ KU_API uint32_t kudcmsrst(kudcaccdef *acmp, kudccurdef *cursor, uint16_t status)
  *   block     copied; may be null when the length is 0
  *   length    in bytes
  *   cursorp   out: the cursor, the caller's, who frees it with kudcffrcurs; unchanged on failure
- * KUVAA_NOVALUE for a column with less than 4 bytes or a key with fewer columns, KUDCA_FULL when
- * a file has no room.
+ * KUVAA_NOVALUE for a column with less than 4 bytes, a key with fewer columns or with a wildcard
+ * that is not among `values`; KUDCA_FULL when a file has no room.
  */
 KU_API uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t thread, int16_t index,
                           uint16_t count, kudcbvadef *const *values, const int32_t *integers,

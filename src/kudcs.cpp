@@ -90,6 +90,7 @@ std::uint32_t kudcsadd(kudcaccdef *acmp, const kudcidxdef *index, std::uint16_t 
     const std::uint16_t entry = header.kyct_kudcidh++;
     header.free_kudcidh =
         static_cast<std::uint16_t>(header.free_kudcidh - kudcsneeded(index, level));
+    header.rsib_kudcidh = KUDC_NONE; // the chain's last block; a store cut short leaves a link
     kudcinddef record = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
     record.offs_kudcind = static_cast<std::uint16_t>(block_head + entry_bytes * header.kyct_kudcidh
                                                      + header.free_kudcidh);

@@ -48,8 +48,8 @@ KU_API uint32_t kukemerge(kux *ctx, void *kukh);
  *   kukh      the object being made; not looked at
  *   newlisth  its list: ntoken1 items of the first object, ntoken2 of the second
  *   l1len     bytes by which the second's offsets move
- * Returns 0, or the code on top of the error stack; the list then holds no
- * items and the copies are gone.
+ * Returns 0, or the code on top of the error stack: the copies are gone then,
+ * and the list holds no items; a locked list refuses that and keeps its own.
  */
 KU_API uint32_t kukecfilter(kux *ctx, void *kukh, void *newlisth, uint32_t l1len, int32_t ntoken1,
                             int32_t ntoken2);

@@ -130,6 +130,7 @@ std::uint32_t kukodistance(const kux *ctx, const kuk &object, std::uint64_t begi
 }
 
 // A cursor for reading from byte `offset`, in the shift state that holds there.
+// The NUL is in sight: a character that the text's end cuts off is so many bytes.
 kucursor kukoopen(const kux *ctx, const kuk &object, std::uint32_t offset)
 {
     const kulang &lang = *ctx->kuxlangidh;
@@ -138,7 +139,8 @@ kucursor kukoopen(const kux *ctx, const kuk &object, std::uint32_t offset)
         while (offset < object.origtxl_kuk && kukoisshift(lang, text[offset])) offset++;
     kucursor cursor;
     locale::open_exact(&cursor, const_cast<unsigned char *>(text) + offset,
-                       object.origtxl_kuk - offset, &lang, locale::cursor_mode::read);
+                       std::size_t{object.origtxl_kuk} - offset + 1, &lang,
+                       locale::cursor_mode::read);
     if (kukoshifts(ctx)) cursor.shifted_kucursor = kukoshiftedat(lang, object, offset);
     return cursor;
 }
@@ -333,18 +335,22 @@ std::uint32_t kukonget(kux *ctx, void *kukh, std::int32_t tnum, std::uint32_t *t
     kulpitem(ctx, object->origtklh_kuk, tnum); // makes it the current item
 
     const unsigned char *contents = nullptr;
-    if (tokenpp != nullptr && object->origtxp_kuk != nullptr) {
+    std::uint32_t length = token->length_kukn;
+    if ((tokenpp != nullptr || lengthp != nullptr) && object->origtxp_kuk != nullptr) {
         const kukostretch stretch =
             kukostretchof(ctx, *object, token->offset_kukn, kukoend(ctx, *object, *token));
-        if (!stretch.alone()) {
+        if (tokenpp != nullptr && !stretch.alone()) {
             const std::uint32_t status = kukocopyalone(ctx, *object, stretch);
             if (status != 0) return status;
         }
         contents = stretch.alone() ? object->origtxp_kuk + stretch.begin : ctx->kuxtokbuf;
+        // The stored length, but where kukosset put another text in the place of the
+        // analysed one: that of a copy is of what the copy holds.
+        if (kukoshifts(ctx)) length = stretch.bytes();
     }
     if (typep != nullptr) *typep = token->type_kukn;
     if (offsetp != nullptr) *offsetp = token->offset_kukn;
-    if (lengthp != nullptr) *lengthp = token->length_kukn;
+    if (lengthp != nullptr) *lengthp = length;
     if (tokenpp != nullptr) *tokenpp = contents;
     return 0;
 }
@@ -411,13 +417,14 @@ std::uint32_t kukovaluebytes(const unsigned char *token, std::uint32_t length, c
 }
 
 // The bytes from `begin` to `end` go to the target as they are if they fit, with
-// room for the shift-in byte when they leave it shifted.
+// room for the shift-in byte when they leave it shifted. The target may be the
+// token itself: it is never ahead of what is read.
 bool kukoappend(kucursor &target, const unsigned char *begin, const unsigned char *end,
                 bool shifted)
 {
     const auto length = static_cast<std::size_t>(end - begin);
     if (length + shifted > target.size_kucursor - locale::offset(target)) return false;
-    std::memcpy(target.position_kucursor, begin, length);
+    std::memmove(target.position_kucursor, begin, length);
     target.position_kucursor += length;
     target.shifted_kucursor = shifted;
     return true;
@@ -452,7 +459,8 @@ std::uint32_t kukovaluecharacters(const kux *ctx, const unsigned char *token, st
         if (!kukoappend(target, token, behind, source.shifted_kucursor != 0)) break;
         token = behind;
         locale::step(source);
-        if (width == 0) source.position_kucursor += behind - at;
+        if (source.position_kucursor < behind) // a NUL holds the step
+            source.position_kucursor += behind - source.position_kucursor;
         if (!doubled) continue;
         token = source.position_kucursor + 1;
         locale::step(source);
@@ -518,10 +526,14 @@ std::uint32_t kukowhitecharacters(const kux *ctx, const kuk &object, std::uint32
     const auto at_white = [&source] {
         return locale::current(source) != 0 && (locale::classes(source) & KULANG_SPACE) != 0;
     };
-    if (whitep == nullptr) {
-        const auto first = static_cast<std::uint32_t>(source.start_kucursor - object.origtxp_kuk);
-        while (at_white()) locale::step(source);
-        return kukostretchof(ctx, object, first, first + locale::offset(source)).bytes();
+    if (whitep == nullptr) { // what a copy would take, shift bytes included
+        std::uint32_t length = 0;
+        unsigned char shifted = 0;
+        for (; at_white(); locale::step(source)) {
+            length += locale::width(source) + (source.shifted_kucursor != shifted);
+            shifted = source.shifted_kucursor;
+        }
+        return length + (shifted != 0);
     }
     kucursor target = kukotarget(ctx, whitep, whitel);
     std::uint32_t stored = 0;
@@ -552,6 +564,7 @@ std::uint32_t kukonwlen(kux *ctx, void *kukh, std::int32_t tnum)
 {
     const kuk *object = ku::token_object(kukh);
     if (object == nullptr) return 0;
+    if (ku::token_count(ctx, object) == 0) return object->origtxl_kuk;
     tnum = std::clamp(tnum, -1, ku::token_count(ctx, object) - 1);
     const kukn *before = ku::token_at(ctx, object, tnum);
     const kukn *after = ku::token_at(ctx, object, tnum + 1);
@@ -632,9 +645,7 @@ std::uint32_t kukordelete(kux *ctx, void *kukh, std::int32_t start, std::int32_t
     const std::int64_t first = std::int64_t{start} + !with_start;
     const std::int64_t last = std::int64_t{finish} - !with_finish;
     const std::int32_t count = ku::token_count(ctx, object);
-    if (last >= count) return 0;
-    if (start < 0 || finish < 0) return kukorefuse(ctx, KULAA_RANGE);
-    if (first > last) return 0;
+    if (first < 0 || first > last || last >= count) return 0;
     const std::uint32_t refused = ku::token_list_refuses(ctx, object);
     if (refused != 0) return refused;
 

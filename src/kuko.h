@@ -57,7 +57,8 @@ KU_API int32_t kukosgnumtokens(kux *ctx, void *kukh);
  * Replaces the text; nothing is analysed again, the tokens keep their offsets.
  *   origtxp  NUL-terminated, or null for no text. Copied in by an object that
  *            owns its text (its old one is released, and may be `origtxp`'s own
- *            storage); else borrowed until the object is destroyed.
+ *            storage); else borrowed, unchanged, until it is replaced or the
+ *            object destroyed. A text rewritten in place is to be set again.
  * Returns 0, or KUKAA_NOTEXT, not pushed, with the object unchanged. What the
  * allocator pushed stays on the stack. A null object: 0, nothing done.
  */
@@ -68,11 +69,16 @@ KU_API uint32_t kukosset(kux *ctx, void *kukh, const char *origtxp);
 /*
  * Type, offset, length and contents of a token; makes it the current item of
  * the object's token list.
+ *   lengthp  its bytes. After kukosset put a shorter text in the place of the
+ *            analysed one they may reach past that text's end, and the caller
+ *            is to look at the text's length first; in shift-sensitive sets
+ *            they are only what may be read there
  *   tokenpp  the token's first byte, not terminated; null without text.
  *            Borrowed as the text is, or in the token buffer.
  * Returns 0, or the code it pushed: KULAA_RANGE for an index that names no
- * token, an allocator's when the token buffer cannot grow (the buffer is gone
- * then). Nothing is filled on failure. A null object answers KULAA_RANGE too.
+ * token; an allocator's, or KUKAA_TOKEN where the allocator pushed none, when
+ * the token buffer cannot grow (the buffer is gone then). Nothing is filled on
+ * failure. A null object answers KULAA_RANGE too.
  */
 KU_API uint32_t kukonget(kux *ctx, void *kukh, int32_t tnum, uint32_t *typep, uint32_t *offsetp,
                          uint32_t *lengthp, const unsigned char **tokenpp);
@@ -94,7 +100,8 @@ KU_API struct kukn *kukonghint(kux *ctx, void *kukh, int32_t tnum);
  *   tkstart   the token's first byte
  *   tklength  its length in bytes; 0 stores the NUL only
  *   tktype    its type; not consulted
- *   bufp      room for tklength + 1 bytes is always enough; bufl + 1 bytes at least
+ *   bufp      room for tklength + 1 bytes is always enough; bufl + 1 bytes at
+ *             least. May be tkstart
  *   bufl      most bytes of the token that are looked at
  *   strip     non-zero: the opening quote (' or ") and any quote that ends the
  *             token go, doubled opening quotes become one
@@ -143,12 +150,11 @@ KU_API uint32_t kukorassemble(kux *ctx, void *kukh, int32_t start, int32_t finis
 
 /*
  * Removes the tokens of a range with their hints; the text stays.
+ *   start   may be -1 when KUKO_START is not in `endpoints`
  *   finish  may be the number of tokens when KUKO_FINISH is not in `endpoints`
- * A range that is empty or reaches past the last token removes nothing. The
+ * A range that is empty or reaches past the first or last token removes nothing. The
  * list's cursor stays on its token, or is nowhere when that one goes.
- * Returns 0, or the code it pushed, with nothing removed: KULAA_LOCKED for a
- * locked token list, KULAA_RANGE for a negative index, of an excluded token
- * too, unless the range reaches past the last token.
+ * Returns 0, or KULAA_LOCKED, pushed, with nothing removed, for a locked token list.
  */
 KU_API uint32_t kukordelete(kux *ctx, void *kukh, int32_t start, int32_t finish,
                             uint32_t endpoints);

@@ -118,7 +118,8 @@ typedef struct kuk {
     uint32_t origtxl_kuk;             /* its bytes, without the NUL */
     void *origtklh_kuk;               /* the tokens: a list (kul.h) of kukn; null as above */
     int32_t weight_kuk;               /* 0: the text is the object's own; else borrowed until
-                                         the object is destroyed */
+                                         the object is destroyed, and unchanged: a
+                                         change is told by kukosset */
 } kuk;
 
 /* Token. */
@@ -177,7 +178,8 @@ KU_API extern const kukptb kukptbsp[KUKPTBSP_COUNT];
 /*
  * Analyses a text.
  *   origtxp  the text, NUL-terminated, less than 4 GB
- *   weight   0: copied in; else borrowed until the object is destroyed
+ *   weight   0: copied in; else borrowed until the object is destroyed, and
+ *            unchanged, or told by kukosset
  *   mode     KUKP_M_...
  *   funcp    token callback, or null: all tokens are stored, and erroneous
  *            text ends the analysis
@@ -208,9 +210,11 @@ KU_API void *kukpdestroy(kux *ctx, void *kukh);
 /*
  * Attaches hint comments: one that follows `select`, `delete` or `update` at
  * once leaves the list and hangs on that token, whose length then reaches to
- * the end of the hint; all other hint comments become plain comments. A second
- * call changes nothing. Returns 0, or the code of the list operation that
- * failed (a locked list).
+ * the end of the hint; all other hint comments become plain comments. Of two of
+ * these words in a row the second is what follows the first and no word for the
+ * hint behind it: that of `select select` and of `delete update` becomes plain.
+ * A second call changes nothing. Returns 0, or the code of the list operation
+ * that failed (a locked list).
  */
 KU_API uint32_t kukphint(kux *ctx, void *kukh);
 

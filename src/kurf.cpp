@@ -17,7 +17,8 @@
 // The set that clients see is filled in from the bits before each of their
 // callbacks. One driver runs both ways: it knows of a state whether there is one
 // and whether it is accepting. It keeps all of its own state in the record, so that a
-// callback that resets the runner, or runs it, finds and leaves a whole one.
+// match or next-character callback that resets the runner, or runs it, finds and leaves a whole
+// one.
 #include "kurf.h"
 
 #include <algorithm>
@@ -424,9 +425,25 @@ bool kurfstep::starts(std::uint32_t tchar) const
     return looked.slot->starts == kurf_may;
 }
 
+// A set that a client keeps a hold on stays as it was shown: the runner takes another one.
+// False, with the code pushed, without memory.
+bool kurfrenew(kux *ctx, kurfrunner &whole)
+{
+    kurl *&shown = whole.shown;
+    if (shown->rcount_kurl == 1) return true;
+    kurl *other = kurlcreate(ctx, kurntreeof(*whole.open.kurnp_kurf).positions->high, nullptr);
+    if (other == nullptr) return false;
+    other->accepting_kurl = shown->accepting_kurl;
+    if (whole.open.currkurlp_kurf == shown) whole.open.currkurlp_kurf = other;
+    kurldestroy(ctx, shown);
+    shown = other;
+    return true;
+}
+
 kurl *kurfstep::step(std::uint32_t tchar) const
 {
     kurf &runner = whole.open;
+    if (!kurfrenew(ctx, whole)) return nullptr;
     if (whole.quick == 0) return kurfdelta(ctx, kurxh, &runner, runner.currkurlp_kurf, tchar);
     return whole.map.words == 1 ? moveword(tchar) : movewords(tchar);
 }
@@ -596,6 +613,7 @@ void kurfdriver::glide()
     kurfrunner &whole = stepping.whole;
     if (source.memory == nullptr || whole.map.words != 1 || runner().currkurlp_kurf != whole.shown)
         return;
+    if (whole.shown->rcount_kurl != 1) return; // a client holds it; the next step leaves it that
     const bool accepts = runner().caccept_kurf != 0;
     std::uint64_t current = *whole.map.current;
     while (tchar != 0) {

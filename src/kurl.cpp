@@ -173,7 +173,10 @@ void kurlassign(kux *ctx, kurl &set, const kurlspan &span)
     kurlset &whole = kurlof(set);
     whole.row = span.row;
     const auto count = static_cast<std::int32_t>(span.count);
-    auto **items = reinterpret_cast<void **>(span.items);
+    // An empty one must lie somewhere too: a list without an address is not locked.
+    static constexpr void *nowhere[1] = {};
+    auto **items =
+        span.count != 0 ? reinterpret_cast<void **>(span.items) : const_cast<void **>(nowhere);
     whole.window = {count, count, -1, 1, items, items};
     set.nfalist_kurl = &whole.window;
 }

@@ -5,7 +5,8 @@
  * Characters are 32-bit values. The record is visible; clients change it through operations
  * only, and must not copy it: its default classes point into it. What a change means for
  * patterns that are compiled already: the special characters nothing, all the rest holds from
- * their next run on. Error facility: kurxa.
+ * their next run on; one that runs meanwhile goes by the new rules at once or for some of the
+ * characters that it has met by the old ones. Error facility: kurxa.
  */
 #ifndef KURX_H
 #define KURX_H
@@ -23,7 +24,8 @@ extern "C" {
 typedef uint32_t (*kurxsuccfn)(kux *ctx, void *cctxp, uint32_t tchar);
 
 /* Not 0 when the two match. A literal's own character comes first and the data's second; of
- * a class the data's character comes first and the member second. */
+ * a class the data's character comes first and the member second. Like the function above it
+ * must not reset or run the runner that asks. */
 typedef int32_t (*kurxcmpfn)(kux *ctx, void *cctxp, uint32_t first, uint32_t second);
 
 /* Syntax record. The default of each field in brackets. */

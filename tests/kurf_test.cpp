@@ -754,6 +754,26 @@ TEST(Kurf, CallbacksMayResetAndRunTheirRunner)
     }
 }
 
+TEST(Kurf, AStateThatACallbackHoldsStaysAsItWas)
+{
+    context ctx;
+    const syntax with(ctx);
+    for (const kurxcmpfn compare : {kurxscmatch, plain_compare}) {
+        with.compare(compare);
+        runner pattern(ctx, with, "(a)(b)+");
+        std::vector<kurl *> held;
+        pattern.during = [&](int) {
+            held.push_back(kurlcopy(ctx, pattern.handle->currkurlp_kurf));
+        };
+        pattern.answers = {KURF_A_GO, KURF_A_REJECT};
+        ASSERT_EQ(pattern.run("abbxab"), "0,0,1 1,0,2 0,4,5 1,4,5 2,4,6 2,4,6");
+        EXPECT_EQ(held[0]->accepting_kurl, 1);
+        EXPECT_EQ(kulpnitems(ctx, held[0]->nfalist_kurl), 2);
+        EXPECT_EQ(kurlequiv(ctx, held[0], held[2]), 1); // behind the first b of either match
+        for (kurl *set : held) kurldestroy(ctx, set);
+    }
+}
+
 TEST(Kurf, TheStepsOfARunCanBeTakenOneByOne)
 {
     context ctx;

@@ -455,8 +455,10 @@ TEST(Kurl, ChangingASetLeavesThoseThatShareItsItems)
             positions[pattern.node(i)->nodeid_kurno] = pattern.node(i);
     kurl *first = positions[1]->followkurlp_kurno;  // 1 2 3 4
     kurl *second = positions[3]->followkurlp_kurno; // 3 4
-    EXPECT_EQ(kulpinsert(ctx, second->nfalist_kurl, KUL_APPEND, positions[1]), KULAA_LOCKED);
-    EXPECT_ERRORS(ctx, {"kulaa 2"});
+    for (const kurl *set : {second, positions[4]->followkurlp_kurno}) {
+        EXPECT_EQ(kulpinsert(ctx, set->nfalist_kurl, KUL_APPEND, positions[1]), KULAA_LOCKED);
+        EXPECT_ERRORS(ctx, {"kulaa 2"});
+    }
 
     kurl *own = kurlcreate(ctx, 2, &positions[1]);
     EXPECT_EQ(held(ctx, own), numbers({1, 2}));

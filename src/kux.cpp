@@ -138,10 +138,17 @@ uint32_t kuxget(kux *ctx, kuxa *attrs)
     return 0;
 }
 
+static void kuxfreetokens(kux *ctx)
+{
+    if (ctx->kuxtoklen != 0) kuxnlfree(ctx, ctx->kuxtokbuf);
+    ctx->kuxtokbuf = nullptr;
+    ctx->kuxtoklen = 0;
+}
+
 kux *kuxdestroy(kux *ctx)
 {
     if (ctx == nullptr) return nullptr;
-    if (ctx->kuxtoklen != 0) kuxnlfree(ctx, ctx->kuxtokbuf);
+    kuxfreetokens(ctx);
     ctx->kuxstdin = skubdestroy(ctx, ctx->kuxstdin);
     ctx->kuxstdout = skubdestroy(ctx, ctx->kuxstdout);
     ctx->kuxstderr = skubdestroy(ctx, ctx->kuxstderr);
@@ -150,6 +157,7 @@ kux *kuxdestroy(kux *ctx)
     kuxerdestroy(ctx);
     kuxmldestroy(ctx);
     kuxprdestroy(ctx);
+    kuxfreetokens(ctx); // one of them may have used the lexer
     kuxbmfree(ctx->kuxdcxdef);
     kuxbmfree(ctx->kuxdacxp);
     kuxbmfree(ctx);

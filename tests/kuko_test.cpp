@@ -11,6 +11,7 @@
 #include "kul.h"
 #include "kuxdr.h"
 #include "kuxml.h"
+#include "kuxpr.h"
 #include "support/context.h"
 #include "support/random.h"
 #include "support/sweep.h"
@@ -100,6 +101,21 @@ std::string value(context &ctx, const std::string &token, uint32_t room, int str
     const uint32_t stored = kukongvalue(ctx, bytes.data(), length, 0, into.data(), room, strip);
     EXPECT_TRUE(stored <= room && (into.back() == '#' || into.back() == '\0'));
     return into.substr(0, stored);
+}
+
+TEST(Kuko, TokensCanBeReadWhileTheContextEnds)
+{
+    const context ctx("iso-2022-kr");
+    constexpr kuxprfreefn read = [](kux *ending, void *) {
+        void *tokens = kukpcreate(ending,
+                                  "\x0E"
+                                  "0!1!\x0F",
+                                  1, 0, nullptr, nullptr, 0);
+        EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
+        kukpdestroy(ending, tokens);
+    };
+    read(ctx, nullptr);
+    EXPECT_EQ(kuxprset(ctx, 1, nullptr, read), 0u);
 }
 
 } // namespace

@@ -106,16 +106,17 @@ std::string value(context &ctx, const std::string &token, uint32_t room, int str
 TEST(Kuko, TokensCanBeReadWhileTheContextEnds)
 {
     const context ctx("iso-2022-kr");
-    constexpr kuxprfreefn read = [](kux *ending, void *) {
-        void *tokens = kukpcreate(ending,
-                                  "\x0E"
-                                  "0!1!\x0F",
-                                  1, 0, nullptr, nullptr, 0);
+    constexpr kuxprfreefn read = [](kux *ending, void *text) {
+        void *tokens = kukpcreate(ending, static_cast<char *>(text), 1, 0, nullptr, nullptr, 0);
         EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
         kukpdestroy(ending, tokens);
     };
-    read(ctx, nullptr);
-    EXPECT_EQ(kuxprset(ctx, 1, nullptr, read), 0u);
+    char shorter[] = "\x0E"
+                     "0!\x0F",
+         longer[] = "\x0E"
+                    "0!1!0!1!0!\x0F";
+    read(ctx, shorter);
+    EXPECT_EQ(kuxprset(ctx, 1, longer, read), 0u);
 }
 
 } // namespace

@@ -105,12 +105,6 @@ std::string value(context &ctx, const std::string &token, uint32_t room, int str
 
 TEST(Kuko, TokensCanBeReadWhileTheContextEnds)
 {
-    const context ctx("iso-2022-kr");
-    constexpr kuxprfreefn read = [](kux *ending, void *text) {
-        void *tokens = kukpcreate(ending, static_cast<char *>(text), 1, 0, nullptr, nullptr, 0);
-        EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
-        kukpdestroy(ending, tokens);
-    };
     char shorter[] = "\x0E"
                      "0!\x0F",
          longer[] = "\x0E"
@@ -520,4 +514,10 @@ TEST(Kuke, JoiningShortOfMemoryLeavesThePiecesAndNothingElse)
         return done;
     });
     ku::test::sweep_basic_allocations(join);
+    const context ctx("iso-2022-kr");
+    constexpr kuxprfreefn read = [](kux *ending, void *text) {
+        void *tokens = kukpcreate(ending, static_cast<char *>(text), 1, 0, nullptr, nullptr, 0);
+        EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
+        kukpdestroy(ending, tokens);
+    };
 }

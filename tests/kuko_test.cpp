@@ -105,12 +105,18 @@ std::string value(context &ctx, const std::string &token, uint32_t room, int str
 
 TEST(Kuko, TokensCanBeReadWhileTheContextEnds)
 {
-    char shorter[] = "\x0E"
-                     "0!\x0F",
-         longer[] = "\x0E"
-                    "0!1!0!1!0!\x0F";
-    read(ctx, shorter);
-    EXPECT_EQ(kuxprset(ctx, 1, longer, read), 0u);
+    static char texts[][14] = {"\x0E"
+                               "0!\x0F",
+                               "\x0E"
+                               "0!1!0!1!0!\x0F"};
+    const context ctx("iso-2022-kr");
+    constexpr kuxprfreefn read = [](kux *ending, void *text) {
+        void *tokens = kukpcreate(ending, static_cast<char *>(text), 1, 0, nullptr, nullptr, 0);
+        EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
+        kukpdestroy(ending, tokens);
+    };
+    read(ctx, texts[0]);
+    EXPECT_EQ(kuxprset(ctx, 1, texts[1], read), 0u);
 }
 
 } // namespace
@@ -514,10 +520,4 @@ TEST(Kuke, JoiningShortOfMemoryLeavesThePiecesAndNothingElse)
         return done;
     });
     ku::test::sweep_basic_allocations(join);
-    const context ctx("iso-2022-kr");
-    constexpr kuxprfreefn read = [](kux *ending, void *text) {
-        void *tokens = kukpcreate(ending, static_cast<char *>(text), 1, 0, nullptr, nullptr, 0);
-        EXPECT_EQ(*kukongcontents(ending, tokens, 0), 0x0E); // a copy that stands alone
-        kukpdestroy(ending, tokens);
-    };
 }

@@ -150,14 +150,20 @@ bool kupstoreentry(kux *ctx, kuxhandle entry, const kuppf &fields)
     return true;
 }
 
-void kupfreeentry(kux *ctx, kuxhandle entry)
+// An entry with this record.
+void kupfreeentry(kux *ctx, kuxhandle entry, kuppf &fields)
 {
-    kuppf fields = {};
-    kupentry(ctx, entry, &fields);
     kupfreevalues(ctx, fields.kuppfval);
     kupfree(ctx, fields.kuppfprd);
     kupfree(ctx, fields.kuppfprf);
     kupfree(ctx, entry);
+}
+
+void kupfreeentry(kux *ctx, kuxhandle entry)
+{
+    kuppf fields = {};
+    kupentry(ctx, entry, &fields);
+    kupfreeentry(ctx, entry, fields);
 }
 
 // ---- comparisons ----
@@ -207,11 +213,13 @@ int32_t kupcomparekey(kux *ctx, void *key, void *entry, void *unread)
     return kupcomparenames(ctx, static_cast<const char *>(key), name.text());
 }
 
-// Order of two values.
-int32_t kupcomparevalues(kux *ctx, void *a, void *b, void *)
+// Order of two values; *unread becomes true without access to one of them.
+int32_t kupcomparevalues(kux *ctx, void *a, void *b, void *unread)
 {
     const ku::access first(ctx, static_cast<kuxhandle>(a));
     const ku::access second(ctx, static_cast<kuxhandle>(b));
+    if ((a != nullptr && first.text() == nullptr) || (b != nullptr && second.text() == nullptr))
+        *static_cast<bool *>(unread) = true;
     if (first.text() == nullptr || second.text() == nullptr) return 0;
     return ku::locale::compare_text(*ctx->kuxlangidh, first.text(), strlen(first.text()),
                                     second.text(), strlen(second.text()));
@@ -305,6 +313,7 @@ char *kupcopytexts(kux *ctx, const kul &list, kupkind kind, kupkey *keys)
         void *item = list.items_kul[i];
         const kupname entry(ctx, kind == by_name ? item : nullptr);
         const ku::access value(ctx, kind == by_value ? static_cast<kuxhandle>(item) : nullptr);
+        if (item != nullptr && !entry.read() && value.text() == nullptr) return nullptr;
         const std::string_view text = value.text() != nullptr ? value.text() : entry.text();
         if (used + text.size() > room) {
             room = 2 * (used + text.size());
@@ -860,6 +869,24 @@ uint16_t kuppfl(kupct *prefs, uint16_t which)
 
 // ---- looking up ----
 
+// Merges values into a list of a client's. False without memory, with the list as it was.
+bool kupmerge(kux *ctx, void *list, void *values)
+{
+    kul &record = *static_cast<kul *>(list);
+    void *before = kulpcreate(ctx, record.nitems_kul, record.items_kul);
+    if (before == nullptr) return false;
+    bool unread = false;
+    const bool merged = kulpmerge(ctx, list, values, kupcomparevalues, &unread) == 0;
+    if (merged && unread) { // what could not be read was taken for equal, and left out
+        kul &old = *static_cast<kul *>(before);
+        std::swap(record.items_kul, old.items_kul);
+        std::swap(record.nitems_kul, old.nitems_kul);
+        std::swap(record.maxitems_kul, old.maxitems_kul);
+    }
+    kulpdestroy(ctx, before);
+    return merged && !unread;
+}
+
 // Combines the values of one list's entry into `result`. Returns KUP_NOTFOUND,
 // KUP_NOMEM, or 0: found, with or without values.
 uint16_t kupgmv(kux *ctx, void *list, const char *name, void *result, bool sort)
@@ -874,11 +901,14 @@ uint16_t kupgmv(kux *ctx, void *list, const char *name, void *result, bool sort)
     void *values = fields.kuppfval;
     if (values == nullptr) return 0;
     if (!sort) return kulpconcat(ctx, result, values) == 0 ? 0 : KUP_NOMEM;
+    bool unread = false;
     if (kulpnitems(ctx, values) <= kup_fewvalues)
-        kulpqsort(ctx, values, kupcomparevalues, nullptr);
+        kulpqsort(ctx, values, kupcomparevalues, &unread);
     else if (!kupsort(ctx, values, by_value))
         return KUP_NOMEM;
-    return kulpmerge(ctx, result, values, kupcomparevalues, nullptr) == 0 ? 0 : KUP_NOMEM;
+    const bool merged =
+        !unread && kulpmerge(ctx, result, values, kupcomparevalues, &unread) == 0 && !unread;
+    return merged ? 0 : KUP_NOMEM;
 }
 
 // Searches the lists that `flag` selects, in their order of precedence. Returns
@@ -1288,12 +1318,9 @@ uint16_t kupget(kupct *prfctx, const char *prfnam, uint16_t flag, void *list, vo
         *list_ptr = result;
         return found;
     }
-    if (answered) {
-        const uint32_t status = (flag & KUP_NOSORT) != 0
-                                    ? kulpconcat(ctx, list, result)
-                                    : kulpmerge(ctx, list, result, kupcomparevalues, nullptr);
-        if (status != 0) found = KUP_NOMEM;
-    }
+    const bool sort = (flag & KUP_NOSORT) == 0;
+    if (answered && !(sort ? kupmerge(ctx, list, result) : kulpconcat(ctx, list, result) == 0))
+        found = KUP_NOMEM;
     kulpdestroy(ctx, result);
     return found;
 }
@@ -1339,7 +1366,9 @@ uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag)
     int32_t place = 0;
     if (kupfind(ctx, list, prfnam, &place) != kupsought::found) return 0;
     auto entry = static_cast<kuxhandle>(kulpitem(ctx, list, place));
-    if (kulpdelete(ctx, list, place) == 0) kupfreeentry(ctx, entry);
+    kuppf fields = {};
+    if (kupentry(ctx, entry, &fields) && kulpdelete(ctx, list, place) == 0)
+        kupfreeentry(ctx, entry, fields);
     return 0;
 }
 

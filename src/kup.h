@@ -173,7 +173,8 @@ KU_API uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag);
  * quote past the first line comes back doubled unless that line begins with one, a
  * quote that begins a later line or ends one that is cut is lost, with a single
  * one of a pair that the cut divides the rest of the value is; in a
- * shift-sensitive set a shifted run ends where its line does. For a place of its
+ * shift-sensitive set a shifted run ends where its line does, and where a value
+ * does, and a shift byte at its end that shifts nothing is lost. For a place of its
  * beginning, 1023 are tried for values of up to 16 KB; of longer ones as many as
  * looking at 16 MB of the value in all allows, one at least.
  */

@@ -593,28 +593,65 @@ TEST(Kup, AnAllocationThatFailsChangesNothing)
 TEST(Kup, AnAccessThatFailsChangesNothing)
 {
     const home files;
-    files.dir.write(userfile, "name = old\nprod.name = old\n");
-    for (const char *name : {"name", "new"}) {
+    std::string many = "many = (b";
+    for (int i = 99; i > 9; i--) many += ", v" + std::to_string(i);
+    files.dir.write(userfile, "name = old\n" + many + ")\nfew = (c, a, d)\nprod.name = old\n");
+    files.dir.write(globalfile, "few = (b, a)\n");
+    const struct {
+        uint16_t (*call)(opened &file, void *list);
+        uint16_t good;
+        const char *after; // what the list holds then, joined
+    } rows[] = {
+        {[](opened &file, void *list) {
+             return kupset(file.prefs, "name", list, KUP_SPECIFIC | KUP_GENERAL);
+         },
+         0, "new"},
+        {[](opened &file, void *list) {
+             return kupset(file.prefs, "other", list, KUP_SPECIFIC | KUP_GENERAL);
+         },
+         0, "new"},
+        {[](opened &file, void *list) {
+             return kupget(file.prefs, "few", KUP_USER | KUP_GLOBAL, list, nullptr);
+         },
+         KUP_USER | KUP_GLOBAL | KUP_GENERAL, "abcdnew"},
+        {[](opened &file, void *list) { return kupget(file.prefs, "many", 0, list, nullptr); },
+         KUP_USER | KUP_GENERAL, nullptr},
+    };
+    for (const auto &row : rows) {
         bool failed = true;
         for (int n = 1; failed; n++) {
-            SCOPED_TRACE(std::string(name) + ", access " + std::to_string(n));
+            SCOPED_TRACE(std::to_string(&row - rows) + ", access " + std::to_string(n));
             context ctx;
             opened file(ctx);
             const std::string before = file.user();
-            void *item = relocatable(ctx, "value");
+            void *item = relocatable(ctx, "new");
             void *list = kulpcreate(ctx, 1, &item);
             ctx.fail_access_from_now(n);
-            const uint16_t set = kupset(file.prefs, name, list, KUP_SPECIFIC | KUP_GENERAL);
+            const uint16_t status = row.call(file, list);
             failed = ctx.failed();
             ctx.fail_access_from_now(0);
-            EXPECT_TRUE(set == 0 || file.user() == before);
-            EXPECT_EQ(set == KUP_NOMEM, failed);
-            if (set != 0) ctx->kuxrmfree(ctx, static_cast<kuxhandle>(item));
-            if (set == 0) {
-                EXPECT_EQ(file.get(name, KUP_GENERAL), values{"value"});
+            EXPECT_EQ(status, failed ? KUP_NOMEM : row.good);
+            const values got = listed(ctx, list);
+            std::string joined;
+            for (const std::string &each : got) joined += each;
+            if (failed || row.after != nullptr) {
+                EXPECT_EQ(joined, failed ? "new" : row.after);
             }
+            EXPECT_TRUE(std::is_sorted(got.begin(), got.end()));
+            if (failed && row.good == 0) {
+                EXPECT_EQ(file.user(), before);
+            }
+            if (failed || row.good != 0) ctx->kuxrmfree(ctx, static_cast<kuxhandle>(item));
             kulpdestroy(ctx, list);
         }
+    }
+    for (int n = 1; n < 60; n++) { // opened without access it would not find what it holds
+        context ctx;
+        ctx.fail_access_from_now(n);
+        opened file(ctx);
+        const bool failed = ctx.failed();
+        ctx.fail_access_from_now(0);
+        EXPECT_EQ(file.status == KUP_NOMEM, failed) << n;
     }
 }
 

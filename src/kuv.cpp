@@ -553,9 +553,10 @@ void *kuvscat(kuv *memory, void *handle1, void *handle2)
     const uint32_t length1 = kuvlength(both.first, both.first_bytes);
     const uint32_t length2 = kuvlength(both.second, both.second_bytes);
     const kulang &language = *memory->kuxp_kuv->kuxlangidh;
-    // A text that ends shifted is closed before the next begins.
-    const uint32_t more = language.shiftsensitive_kulang != 0 ? 2 : 1;
-    if (uint64_t{length1} + length2 + more > both.first_bytes) return refuse(memory, KUVAA_FAILED);
+    if (length1 == both.first_bytes
+        || ku::locale::concatenated(language, both.first, length1, both.second, length2)
+               >= both.first_bytes)
+        return refuse(memory, KUVAA_FAILED);
     ku::locale::concatenate(language, both.first, both.second, length2);
     return handle1;
 }

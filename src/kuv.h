@@ -25,7 +25,7 @@
  * one thread, with its library context. The swap file moves bytes only while the
  * library context's error stack is empty: with an error pending, swapping in or
  * out fails. Clear the stack before. A null context gives null, 0 or KUVAA_FAILED,
- * unpushed. A null handle, and where the bytes are asked for one that was freed,
+ * unpushed (kuvderef does not look at it for an object in memory). A null handle, and where the bytes are asked for one that was freed,
  * pushes KUVAA_FAILED. Error facility: kuvaa.
  */
 #ifndef KUV_H
@@ -278,7 +278,8 @@ KU_API void *kuvhdup(kuv *memory, void *handle);
 KU_API void *kuvsdup(kuv *memory, const char *text);
 
 /* A new object that holds `length` bytes. They must not be those of an unlocked object of
- * this context, which the allocation may move. Null as kuvalloc, and for null bytes. */
+ * this context, which the allocation may move. Null as kuvalloc, and for null bytes unless
+ * `length` is 0. */
 KU_API void *kuvmdup(kuv *memory, const void *bytes, uint32_t length);
 
 /* Order of two strings by unsigned bytes: below, at or above 0; 0 after a failure, which pushes its

@@ -434,6 +434,50 @@ TEST(Kuv, StringsAreComparedCopiedAndJoinedWhereverTheyLie)
     EXPECT_EQ(kuvmcmp(memory, one, two, 65534), 0);
 }
 
+TEST(Kuv, AStringIsAppendedWhereItFitsToTheByte)
+{
+    static constexpr struct {
+        const char *first, *second, *joined; // with its NUL of 8 bytes; null: of more
+    } rows[] = {
+        {"abc", "defg", "abcdefg"},
+        {"abc", "defgh", nullptr},
+        {"\x0E"
+         "0!\x0F",
+         "\x0E"
+         "1!\x0F"
+         "b",
+         "\x0E"
+         "0!1!\x0F"
+         "b"}, // the run goes on
+        {"\x0E"
+         "0!\x0F",
+         "\x0E"
+         "1!\x0F"
+         "bc",
+         nullptr},
+        {"\x0E"
+         "0!",
+         "abc",
+         "\x0E"
+         "0!\x0F"
+         "abc"}, // it is closed
+        {"\x0E"
+         "0!",
+         "abcd", nullptr},
+    };
+    context ctx("iso-2022-kr");
+    const shape wanted;
+    virtual_memory memory(ctx, wanted);
+    for (const auto &row : rows) {
+        void *first = kuvrealloc(memory, kuvsdup(memory, row.first), 8);
+        void *second = kuvsdup(memory, row.second);
+        EXPECT_EQ(kuvscat(memory, first, second), row.joined != nullptr ? first : nullptr);
+        EXPECT_STREQ(static_cast<char *>(kuvderef(memory, first)),
+                     row.joined != nullptr ? row.joined : row.first);
+        ctx.clear();
+    }
+}
+
 // ---- the pager ----
 
 TEST(Kuv, BestFitIsTakenCutAndJoinedAgain)

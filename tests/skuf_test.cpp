@@ -416,6 +416,7 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         system_faults faults;
         faults.fail_all(row.call, ENOSPC);
         paged file(ctx, cache, scratch());
+        const int truncated = faults.made("ftruncate");
         EXPECT_EQ(file.fill(100), 0u);
         EXPECT_EQ(fs::file_size(file.name), 98u * 4096) << "what was evicted, no more";
         const int written = faults.made("pwrite");
@@ -429,6 +430,7 @@ TEST_F(Skuf, AFullDiskIsAFailedWriteHoweverTheFileIsReached)
         ctx.clear();
         file.close();
         EXPECT_EQ(faults.made("unmap"), 1 - row.reads);
+        EXPECT_EQ(faults.made("ftruncate") - truncated, row.call == std::string("reserve"));
     }
 }
 

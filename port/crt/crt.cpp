@@ -35,6 +35,7 @@
 #include <sys/file.h>
 #include <sys/mman.h>
 #include <sys/random.h>
+#include <sys/resource.h>
 #include <sys/vfs.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -82,6 +83,19 @@ static_assert(path::room >= PATH_MAX);
 
 // ---- the table ----
 
+// Space behind the process's limit for files cannot be used; and file systems that hold the
+// limit against it end the process.
+int system_reserve(int file, off_t from, off_t size)
+{
+    rlimit limit = {};
+    if (::getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY
+        && static_cast<std::uint64_t>(from) + static_cast<std::uint64_t>(size) > limit.rlim_cur) {
+        errno = EFBIG;
+        return -1;
+    }
+    return ::fallocate(file, FALLOC_FL_KEEP_SIZE, from, size);
+}
+
 static int system_filesystem(int descriptor, std::uint64_t *kind)
 {
     struct statfs found;
@@ -123,8 +137,7 @@ static constexpr system_calls system_table = {
     .random = [](void *bytes, std::size_t count) { return ::getrandom(bytes, count, 0); },
     .duplicate = [](int file, int least) { return ::fcntl(file, F_DUPFD_CLOEXEC, least); },
     .filesystem = system_filesystem,
-    .reserve = [](int file, off_t from,
-                  off_t size) { return ::fallocate(file, FALLOC_FL_KEEP_SIZE, from, size); },
+    .reserve = system_reserve,
     .map = system_map,
     .unmap = ::munmap,
     .forget = [](void *address,

@@ -10,7 +10,8 @@
 //
 // Growing by descriptor keeps the file's size what was written; pages of a
 // reserved window below that size have their space on disk, so storing into them
-// cannot fail for want of it. File systems that write changed pages to a new
+// cannot fail for want of it. Where the disk has no room for a window, the rest of the
+// file is written by descriptor. File systems that write changed pages to a new
 // place, and those that stand on others, cannot promise that: they are only read
 // from memory. Others, on a network perhaps, are left alone. Few writes to a
 // window leave a sparse file sparse.
@@ -242,6 +243,19 @@ void unmap_scratch(kuscratch *scratch)
     std::free(scratch);
 }
 
+// Reserves a window's disk space. What a try that failed took is given back where that is
+// all behind the file's end: others may need it. This file tries no more then.
+static bool reserve_window(kuscratch *scratch, off_t offset)
+{
+    if (!scratch->keeps) return false;
+    if (calls().reserve(scratch->descriptor, offset, window_size) == 0) return true;
+    scratch->keeps = false;
+    const auto size = static_cast<off_t>(scratch->size);
+    if (size <= offset + static_cast<off_t>(window_size))
+        static_cast<void>(repeat([=] { return calls().ftruncate(scratch->descriptor, size); }));
+    return false;
+}
+
 // Maps a window, once; it stays by descriptor when that fails.
 static void map_window(kuscratch *scratch, std::size_t index)
 {
@@ -253,8 +267,7 @@ static void map_window(kuscratch *scratch, std::size_t index)
     scratch->mapped++;
     window &mapped = scratch->table[index];
     mapped.address = static_cast<unsigned char *>(address);
-    mapped.stores =
-        scratch->keeps && calls().reserve(scratch->descriptor, offset, window_size) == 0;
+    mapped.stores = reserve_window(scratch, offset);
 }
 
 void scratch_written(kuscratch *scratch, std::uint64_t offset, std::size_t count)

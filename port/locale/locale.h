@@ -166,6 +166,9 @@ common pass_common(const kulang &lang, const void *a, std::size_t an, const void
 // joins shifted runs. Returns the target's new length in bytes.
 std::size_t concatenate(const kulang &lang, char *target, const char *source);
 std::size_t concatenate(const kulang &lang, char *target, const void *source, std::size_t n);
+// The length that it would return, for a target of `length` bytes.
+std::size_t concatenated(const kulang &lang, const char *target, std::size_t length,
+                         const void *source, std::size_t n);
 
 // Decimal digits at the start of a text: the value (false when it passes 32 bits or
 // there is no digit) and how many bytes were used.

@@ -783,20 +783,40 @@ std::size_t concatenate(const kulang &lang, char *target, const char *source)
     return concatenate(lang, target, source, std::strlen(source));
 }
 
+// How a text of `length` bytes and a second one are put together: a shifted run that ends where
+// another begins goes on, one that is open is closed.
+struct joint {
+    bool goes_on = false;
+    bool closes = false;
+};
+static joint joint_of(const kulang &lang, const char *target, std::size_t length,
+                      const void *source, std::size_t n)
+{
+    if (n == 0 || lang.shiftsensitive_kulang == 0) return {};
+    const ending end = ending_of(bytes_of(target), length);
+    const byte first = *bytes_of(source);
+    if (end.joinable && first == shift_out) return {true, false};
+    return {false, end.shifted && !is_shift(first)};
+}
+
+std::size_t concatenated(const kulang &lang, const char *target, std::size_t length,
+                         const void *source, std::size_t n)
+{
+    const joint between = joint_of(lang, target, length, source, n);
+    return length + n - (between.goes_on ? 2 : 0) + (between.closes ? 1 : 0);
+}
+
 std::size_t concatenate(const kulang &lang, char *target, const void *source, std::size_t n)
 {
     std::size_t length = std::strlen(target);
     const byte *from = bytes_of(source);
-    if (n != 0 && lang.shiftsensitive_kulang != 0) {
-        const ending end = ending_of(bytes_of(target), length);
-        if (end.joinable && *from == shift_out) {
-            length--;
-            from++;
-            n--;
-        } else if (end.shifted && !is_shift(*from)) {
-            target[length++] = static_cast<char>(shift_in);
-        }
+    const joint between = joint_of(lang, target, length, source, n);
+    if (between.goes_on) {
+        length--;
+        from++;
+        n--;
     }
+    if (between.closes) target[length++] = static_cast<char>(shift_in);
     if (n != 0) std::memmove(target + length, from, n);
     target[length + n] = 0;
     return length + n;

@@ -139,8 +139,10 @@ TEST_F(Skub, OddReadsEndAndAFailureStays)
 {
     char block[16] = {};
     void *stream = open(dir.write("f", "a\0c\ndefg"s), "r");
-    EXPECT_EQ(skubread(ctx, stream, block, UINT32_MAX, UINT32_MAX, nullptr), 0u);
-    EXPECT_EQ(block[7], 'g') << "what the file has is read, whatever was asked for";
+    if (sizeof(void *) > 4) { // else no buffer could hold that, and nothing is read
+        EXPECT_EQ(skubread(ctx, stream, block, UINT32_MAX, UINT32_MAX, nullptr), 0u);
+        EXPECT_EQ(block[7], 'g') << "what the file has is read, whatever was asked for";
+    }
     EXPECT_EQ(skubposition(ctx, stream, 0), 0u);
     EXPECT_EQ(skubsget(ctx, stream, block, 0), SKUBA_EOF) << "no room is the end";
     EXPECT_EQ(skubsget(ctx, stream, block, 1), SKUBA_EOF);

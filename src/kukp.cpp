@@ -859,8 +859,10 @@ template <class Reader> std::int32_t kukpplain(const kukprun &run, Reader &in)
 // In text with shift states a byte may mean anything.
 std::int32_t kukpplain(const kukprun &, kukpshifted &) { return kukp_between; }
 
-// Analyses the text from `state`. Returns the end state, or kukp_failed.
-template <class Reader> std::int32_t kukpdrive(const kukprun &run, Reader in, std::int32_t state)
+// Analyses the text from `state`. Returns the end state, or kukp_failed. A function for each
+// reader: less stays in registers where the compiler puts all of them into one.
+template <class Reader>
+[[gnu::noinline]] std::int32_t kukpdrive(const kukprun &run, Reader in, std::int32_t state)
 {
     kukpplace start = in.place();
     kukpspecial token{0, 0, kukpq2t(state)}; // its size is set for operators alone

@@ -218,11 +218,14 @@ int32_t kupcomparevalues(kux *ctx, void *a, void *b, void *unread)
 {
     const ku::access first(ctx, static_cast<kuxhandle>(a));
     const ku::access second(ctx, static_cast<kuxhandle>(b));
-    if ((a != nullptr && first.text() == nullptr) || (b != nullptr && second.text() == nullptr))
+    if ((a != nullptr && first.text() == nullptr) || (b != nullptr && second.text() == nullptr)) {
         *static_cast<bool *>(unread) = true;
-    if (first.text() == nullptr || second.text() == nullptr) return 0;
-    return ku::locale::compare_text(*ctx->kuxlangidh, first.text(), strlen(first.text()),
-                                    second.text(), strlen(second.text()));
+        return 0;
+    }
+    const std::string_view one = a != nullptr ? first.text() : ""; // no handle: an empty text
+    const std::string_view other = b != nullptr ? second.text() : "";
+    return ku::locale::compare_text(*ctx->kuxlangidh, one.data(), one.size(), other.data(),
+                                    other.size());
 }
 
 enum class kupsought { found, absent, unread };

@@ -138,7 +138,8 @@ KU_API uint16_t kupset(kupct *prfctx, const char *prfnam, void *values, uint16_t
 /*
  * Removes an entry from the preferences in memory.
  *   flag  KUP_USER, or else KUP_GLOBAL, with KUP_SPECIFIC, or else KUP_GENERAL
- * Returns 0, whether there was such an entry or not; 1 when `flag` names no list.
+ * Returns 0, whether there was such an entry or not, and with it as it was when one that
+ * is looked at cannot be accessed; 1 when `flag` names no list.
  * A global entry comes back with the next kupopen: the global file is never written.
  */
 KU_API uint16_t kupremove(kupct *prfctx, const char *prfnam, uint16_t flag);

@@ -354,6 +354,15 @@ TEST(Kup, LookupAddsToTheCallersListAndSettingTakesHandlesBack)
     EXPECT_EQ(kupset(file.prefs, "x", own, KUP_SPECIFIC), 0);
     EXPECT_EQ(file.user(), "x=[a]\ny=\nprod.x=[a]\n");
 
+    void *items[] = {relocatable(ctx, "b"), nullptr, relocatable(ctx, "a")}; // null: empty
+    list = kulpcreate(ctx, 3, items);
+    EXPECT_EQ(kupset(file.prefs, "x", list, KUP_GENERAL), 0);
+    void *got = kulpdestroy(ctx, list);
+    EXPECT_EQ(kupget(file.prefs, "x", KUP_GENERAL | KUP_SPECIFIC, nullptr, &got), 0xE000);
+    EXPECT_EQ(kulpnitems(ctx, got), 3); // what is equal in both places is there once
+    EXPECT_EQ(kulpfirst(ctx, got), nullptr);
+    kulpdestroy(ctx, got);
+
     EXPECT_EQ(kupset(file.prefs, "x", nullptr, KUP_GENERAL), 0);
     EXPECT_EQ(file.set("Y", {"1", "2"}, KUP_GENERAL), 0);
     EXPECT_EQ(kupset(file.prefs, "z", nullptr, KUP_USER), 0);

@@ -69,10 +69,9 @@ void kukeappend(unsigned char **to, const void *bytes, std::uint32_t length)
 // Text 1, the separator, text 2, in a logged block; null without memory.
 unsigned char *kukejointext(kux *ctx, const kuk &first, const kuk &second, unsigned char separator)
 {
-    const std::uint64_t size =
-        std::uint64_t{first.origtxl_kuk} + (separator != 0) + second.origtxl_kuk + kuke_spare;
-    if (size > UINT32_MAX) return nullptr;
-    auto *text = static_cast<unsigned char *>(kuxnlalloc(ctx, static_cast<std::uint32_t>(size)));
+    const std::uint32_t size =
+        first.origtxl_kuk + (separator != 0) + second.origtxl_kuk + kuke_spare;
+    auto *text = static_cast<unsigned char *>(kuxnlalloc(ctx, size));
     if (text == nullptr) return nullptr;
     unsigned char *to = text;
     kukeappend(&to, first.origtxp_kuk, first.origtxl_kuk);
@@ -124,6 +123,10 @@ void *kukeconcat(kux *ctx, void *kuk1h, void *kuk2h, unsigned char sepc)
     if (first == nullptr || second == nullptr) return kukerefuse(ctx, KUKAA_NOCONCAT);
     if (first->mode_kuk != second->mode_kuk) return kukerefuse(ctx, KUKAA_MODES);
     if (first->weight_kuk != second->weight_kuk) return kukerefuse(ctx, KUKAA_WEIGHTS);
+    // Without a text, too, the second's offsets must have room.
+    if (std::uint64_t{first->origtxl_kuk} + (sepc != 0) + second->origtxl_kuk + kuke_spare
+        > UINT32_MAX)
+        return kukerefuse(ctx, KUKAA_NOCONCAT);
 
     ku::frame building(ctx);
     if (!building.open()) return nullptr;

@@ -17,7 +17,8 @@ extern "C" {
 
 #define KUKAA_NOCONCAT                                                                             \
     KU_CODE('k', 'u', 'k', 'a', 'a', 8)                    /* kukeconcat: an object is null, or no
-                                                             memory for the tokens */
+                                                             memory for the tokens, or the texts
+                                                             are 4 GB together */
 #define KUKAA_MODES KU_CODE('k', 'u', 'k', 'a', 'a', 10)   /* kukeconcat: the modes differ */
 #define KUKAA_WEIGHTS KU_CODE('k', 'u', 'k', 'a', 'a', 11) /* kukeconcat: the weights differ */
 

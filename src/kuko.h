@@ -102,7 +102,8 @@ KU_API struct kukn *kukonghint(kux *ctx, void *kukh, int32_t tnum);
  *   tktype    its type; not consulted
  *   bufp      room for tklength + 1 bytes is always enough; bufl + 1 bytes at
  *             least. May be tkstart
- *   bufl      most bytes of the token that are looked at
+ *   bufl      most bytes of the token that are looked at; in multibyte languages
+ *             most bytes that are stored, one less when an opening quote goes
  *   strip     non-zero: the opening quote (' or ") and any quote that ends the
  *             token go, doubled opening quotes become one
  * Returns the bytes stored. A NUL follows them in single-byte languages only.

@@ -301,6 +301,7 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
 {
     ku::test::directory dir;
     const std::string path = dir.write("commands", "names=('a\nb',c)\nnew=1\nlevel=2");
+    bool once = true; // one allocation fails: the record of its error finds memory
     const auto parse = [&](context &ctx) {
         tool definitions(ctx);
         std::vector<std::string> texts = {"tool", "mode=fast", "file=" + path};
@@ -318,14 +319,18 @@ TEST(Kucl, ShortOfMemoryAParseSaysSoAndLeaksNothing)
         // that everything is found in the file.
         const bool named = definitions[3].kuclaval != nullptr;
         EXPECT_TRUE(error->kuclecod == KUCLE_NOMEM || (named && error->kuclecod == KUCLE_CMDFILE));
-        EXPECT_EQ(error->kucleflg == KUCLE_INFILE, named && error->kuclecod == KUCLE_NOMEM);
+        const bool inside = error->kucleflg == KUCLE_INFILE;
+        if (once || inside) {
+            EXPECT_EQ(inside, named && error->kuclecod == KUCLE_NOMEM);
+        }
         kucledestroy(ctx, error);
         return false;
     };
     ku::test::sweep_allocations(parse);
     ku::test::sweep_allocations(parse, "iso-2022-kr");
     ku::test::sweep_basic_allocations(parse);
-    for (unsigned run = 0; run < 200; run++) { // the record of an error may find no memory, either
+    once = false; // a file that cannot be opened may be no memory for its record, too
+    for (unsigned run = 0; run < 200; run++) {
         context ctx;
         ctx.fail_one_in(2 + run);
         parse(ctx);

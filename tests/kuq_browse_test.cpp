@@ -16,8 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "support/files.h"
-#include "support/shell.h"
+#include "support/kuq.h"
 
 namespace
 {
@@ -26,46 +25,19 @@ using ku::test::outcome;
 using ku::test::quoted;
 using ku::test::shell;
 
-const std::string kuq = KU_BINARY_DIR "/bin/kuq";
-
-class KuqBrowse : public testing::Test
+class KuqBrowse : public ku::test::kuq_database_test
 {
 protected:
-    ku::test::directory home;
-    std::string connect;
-
-    void SetUp() override
+    std::string environment() override
     {
-        if (shell(kuq + " help browse").status != 0) GTEST_SKIP() << "kuq was built without ODBC";
-        if (shell("odbcinst -q -d -n SQLite3 && sqlite3 -version").status != 0)
-            GTEST_SKIP() << "sqlite3 or its ODBC driver is not installed";
-        std::filesystem::create_directory(home.path("scratch"));
-        connect = "'connect=Driver=SQLite3;Database=" + home.path("a.db") + "'";
-    }
-
-    void TearDown() override
-    {
-        if (connect.empty()) return; // skipped
-        EXPECT_TRUE(std::filesystem::is_empty(home.path("scratch"))) << "a scratch file is left";
-    }
-
-    outcome sql(const std::string &text)
-    {
-        return shell("sqlite3 " + home.path("a.db") + " < " + home.write("s.sql", text));
-    }
-
-    std::string environment()
-    {
-        return "TMP=" + home.path("scratch")
-               + " LC_ALL=C.UTF-8 LINES=8 COLUMNS=40 KU_UPREFS=" + home.path("user")
-               + " KU_GPREFS=" + home.path("none") + " XDG_DATA_HOME=" + home.path("data") + " ";
+        return kuq_database_test::environment() + "LINES=8 COLUMNS=40 ";
     }
 
     outcome run(const std::string &query, const std::string &commands,
                 const std::string &arguments = "")
     {
-        return shell(environment() + kuq + " browse " + quoted("query=" + query) + " " + connect
-                     + " " + arguments + " < " + home.write("in", commands));
+        return shell(command("browse " + quoted("query=" + query) + " " + arguments) + " < "
+                     + home.write("in", commands));
     }
 
     // Groups of several sizes, NULLs, and values that no two rows share.
@@ -287,7 +259,7 @@ TEST_F(KuqBrowse, AFailedCommandIsToldAndTheNextOneRuns)
     EXPECT_EQ(run("select 1 where 0", "f\nl\nsort 1\nexport - csv\nhelp\n").status, 0);
     EXPECT_EQ(run("select 1; select 2 b", "f\nq\nf\n").output,
               "     1\n1    1\nrows 1-1 of 1\n     b\n1    2\nrows 1-1 of 1\n");
-    EXPECT_EQ(shell(environment() + kuq + " browse file=- " + connect + " < /dev/null").status, 2);
+    EXPECT_EQ(shell(command("browse file=-") + " < /dev/null").status, 2);
 }
 
 #ifdef NDEBUG // as users have it: sanitizers and debug builds take memory and time of their own
@@ -372,8 +344,8 @@ TEST_F(KuqBrowse, ATerminalHasAPromptAndSurvivesWhatHappensToIt)
                               "3000) select i, 'name '||i label from c";
     for (const char *name : {"dumb", "xterm"}) {
         const bool dumb = std::string(name) == "dumb";
-        terminal session(environment() + "PAGER=cat NO_COLOR= TERM=" + name + " " + kuq + " browse "
-                             + quoted("query=" + query) + " " + connect,
+        terminal session("PAGER=cat NO_COLOR= TERM=" + std::string(name) + " "
+                             + command("browse " + quoted("query=" + query)),
                          10, 60);
         EXPECT_NE(session.until("kuq> ").find("rows 1-7 of 3000"), std::string::npos);
         session.type("nonsense");
@@ -407,9 +379,7 @@ TEST_F(KuqBrowse, AnInterruptEndsReadingAndSortingALostTerminalTheSession)
     const std::string endless = "with recursive c(i) as (select 1 union all select i+1 from c) "
                                 "select i, 'name '||i label from c";
     {
-        terminal session(environment() + "TERM=dumb " + kuq + " browse "
-                             + quoted("query=" + endless) + " " + connect,
-                         10, 60);
+        terminal session("TERM=dumb " + command("browse " + quoted("query=" + endless)), 10, 60);
         for (int tick = 0; tick < 20; tick++)
             session.until("rows read"); // so that what follows takes time
         session.type("\x03");

@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "support/files.h"
-#include "support/shell.h"
+#include "support/kuq.h"
 
 namespace
 {
@@ -21,42 +20,9 @@ using ku::test::outcome;
 using ku::test::quoted;
 using ku::test::shell;
 
-const std::string kuq = KU_BINARY_DIR "/bin/kuq";
-
-class KuqReport : public testing::Test
+class KuqReport : public ku::test::kuq_database_test
 {
 protected:
-    ku::test::directory home;
-    std::string connect;
-    std::string language = "C.UTF-8";
-
-    void SetUp() override
-    {
-        if (shell(kuq + " help report").status != 0) GTEST_SKIP() << "kuq was built without ODBC";
-        if (shell("odbcinst -q -d -n SQLite3 && sqlite3 -version").status != 0)
-            GTEST_SKIP() << "sqlite3 or its ODBC driver is not installed";
-        std::filesystem::create_directory(home.path("scratch"));
-        connect = "'connect=Driver=SQLite3;Database=" + home.path("a.db") + "'";
-    }
-
-    void TearDown() override
-    {
-        if (connect.empty()) return; // skipped
-        EXPECT_TRUE(std::filesystem::is_empty(home.path("scratch"))) << "a scratch file is left";
-    }
-
-    outcome sql(const std::string &text)
-    {
-        return shell("sqlite3 " + home.path("a.db") + " < " + home.write("s.sql", text));
-    }
-
-    std::string command(const std::string &arguments)
-    {
-        return "TMP=" + home.path("scratch") + " LC_ALL=" + language
-               + " KU_UPREFS=" + home.path("user") + " KU_GPREFS=" + home.path("none") + " " + kuq
-               + " " + arguments + " " + connect;
-    }
-
     outcome run(const std::string &arguments, const std::string &filter = "")
     {
         return shell(command(arguments) + filter);
@@ -68,14 +34,6 @@ protected:
         return run("report " + quoted("query=" + query) + " format=csv " + arguments,
                    " | tail -n +2")
             .output;
-    }
-
-    void expect_part(const std::string &arguments, int status, const std::string &part)
-    {
-        const outcome result = run(arguments);
-        EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
-        EXPECT_NE(result.output.find(part), std::string::npos) << arguments << "\n"
-                                                               << result.output;
     }
 
     // Rows with NULLs, groups that come back, and sums that no double holds.
@@ -197,9 +155,8 @@ TEST_F(KuqReport, InterruptedRunsLeaveNothingAndKilledOnesAreClearedUp)
     const std::string slow = "'query=select x.* from t x, t y limit 300000' group=n top=0";
     const std::string files = "ls " + home.path("scratch") + " | grep '^kuq-' ";
     const auto signalled = [&](const std::string &signal) {
-        return shell("TMP=" + home.path("scratch") + " " + kuq + " report " + slow + " " + connect
-                     + " & until " + files + "> /dev/null; do sleep .01; done; kill -" + signal
-                     + " $!; wait $!");
+        return shell(command("report " + slow) + " & until " + files
+                     + "> /dev/null; do sleep .01; done; kill -" + signal + " $!; wait $!");
     };
     const outcome stopped = signalled("INT");
     EXPECT_EQ(stopped.status, 1);

@@ -5,29 +5,21 @@
 #include <filesystem>
 #include <string>
 
-#include "support/files.h"
-#include "support/shell.h"
+#include "support/kuq.h"
 
 namespace
 {
 
 using ku::test::outcome;
 
-// Runs kuq through a shell, with settings of its own.
-class Kuq : public testing::Test
+class Kuq : public ku::test::kuq_test
 {
 protected:
-    ku::test::directory home;
-    std::string language = "C.UTF-8";
-
     Kuq() { std::filesystem::create_directory(home.path("global")); }
 
     outcome run(const std::string &arguments, const std::string &before = "")
     {
-        const std::string command = before + "KU_UPREFS=" + home.path("user")
-                                    + " KU_GPREFS=" + home.path("global") + " LC_ALL=" + language
-                                    + " " KU_BINARY_DIR + "/bin/kuq " + arguments;
-        return ku::test::shell(command);
+        return ku::test::shell(before + command(arguments));
     }
 
     void expect(const std::string &arguments, int status, const std::string &output,
@@ -36,14 +28,6 @@ protected:
         const outcome result = run(arguments, before);
         EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
         EXPECT_EQ(result.output, output) << arguments;
-    }
-
-    void expect_part(const std::string &arguments, int status, const std::string &part)
-    {
-        const outcome result = run(arguments);
-        EXPECT_EQ(result.status, status) << arguments << "\n" << result.output;
-        EXPECT_NE(result.output.find(part), std::string::npos) << arguments << "\n"
-                                                               << result.output;
     }
 };
 

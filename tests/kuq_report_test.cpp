@@ -149,6 +149,20 @@ TEST_F(KuqReport, FailuresNameStatementLineAndColumn)
     expect_part("report 'query=select 1'", 1, "odbcinst -q -d lists the drivers");
 }
 
+TEST_F(KuqReport, TextsOfAnyAlphabetGoThereAndBack)
+{
+    std::filesystem::create_directory(home.path("łódź"));
+    connect = "'connect=Driver=SQLite3;Database=" + home.path("łódź/東.db") + "'";
+    EXPECT_EQ(shell("sqlite3 " + home.path("łódź/東.db")
+                    + " \"create table t(ł text); insert into t values('東京'), ('Zürich')\"")
+                  .output,
+              "");
+    const std::string query = "select ł, '東' \"東ü\" from t where ł in ('東京','Zürich')";
+    EXPECT_EQ(run("report " + quoted("query=" + query) + " 'where=(ł,東%)' format=csv").output,
+              "line,ł,東ü\nrow,東京,東\n");
+    expect_part("report 'query=select ó from t'", 1, "no such column: ó");
+}
+
 TEST_F(KuqReport, InterruptedRunsLeaveNothingAndKilledOnesAreClearedUp)
 {
     fill(1000);

@@ -27,6 +27,22 @@ std::string named()
     return "";
 }
 
+std::string_view bytes_of(std::u16string_view text)
+{
+    return {reinterpret_cast<const char *>(text.data()), text.size() * sizeof(char16_t)};
+}
+
+std::u16string units_of(const std::string &bytes)
+{
+    std::u16string result(bytes.size() / sizeof(char16_t), u'\0');
+    bytes.copy(reinterpret_cast<char *>(result.data()), bytes.size());
+    return result;
+}
+
+constexpr char16_t question_mark = u'?';
+const std::string_view unknown_unit(reinterpret_cast<const char *>(&question_mark),
+                                    sizeof question_mark);
+
 // Converts all of `text`, whose units are `unit` bytes; a unit that cannot be converted
 // becomes `unknown`.
 std::string convert(iconv_t how, std::string_view text, size_t unit, std::string_view unknown)
@@ -77,20 +93,31 @@ charset::~charset()
 
 std::string charset::from_utf16(std::u16string_view text) const
 {
-    const std::string_view bytes(reinterpret_cast<const char *>(text.data()),
-                                 text.size() * sizeof(char16_t));
-    std::string result = convert(out_, bytes, sizeof(char16_t), "?");
-    return result;
+    return convert(out_, bytes_of(text), sizeof(char16_t), "?");
 }
 
 std::u16string charset::to_utf16(std::string_view text) const
 {
-    constexpr char16_t unknown = u'?';
-    const std::string bytes = convert(
-        in_, text, 1, std::string_view(reinterpret_cast<const char *>(&unknown), sizeof unknown));
-    std::u16string result(bytes.size() / sizeof(char16_t), u'\0');
-    bytes.copy(reinterpret_cast<char *>(result.data()), bytes.size());
+    return units_of(convert(in_, text, 1, unknown_unit));
+}
+
+std::u16string to_utf8_units(std::u16string_view text)
+{
+    const iconv_t how = iconv_open("UTF-8", utf16);
+    std::u16string result;
+    for (const char byte : convert(how, bytes_of(text), sizeof(char16_t), "?"))
+        result += static_cast<unsigned char>(byte);
+    iconv_close(how);
     return result;
+}
+
+std::u16string from_utf8_units(const std::u16string &text)
+{
+    const iconv_t how = iconv_open(utf16, "UTF-8");
+    const std::string bytes(text.begin(), text.end());
+    std::u16string result = units_of(convert(how, bytes, 1, unknown_unit));
+    iconv_close(how);
+    return to_utf8_units(result) == text ? result : text;
 }
 
 } // namespace kuq

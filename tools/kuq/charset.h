@@ -31,6 +31,12 @@ private:
     iconv_t out_;
 };
 
+// A text as UTF-8, a byte in each unit: what passes through a conversion to ISO 8859-1 whole.
+std::u16string to_utf8_units(std::u16string_view text);
+
+// The other way; a text that is not of that kind stays as it is.
+std::u16string from_utf8_units(const std::u16string &text);
+
 } // namespace kuq
 
 #endif

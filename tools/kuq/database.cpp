@@ -3,6 +3,10 @@
 // A column's array has places for short values. A text or binary value that is longer
 // is fetched again from its row in the array, in pieces. A driver that cannot go back
 // to a row is asked for one row at a time, and for every value by itself.
+//
+// Statements, names and messages are UTF-16. For a driver that has only bytes the
+// driver manager makes a byte of each unit, as in ISO 8859-1; such a driver is told by
+// what comes back of a letter that has no place there, and gets UTF-8.
 
 #include "database.h"
 
@@ -56,22 +60,6 @@ static_assert(sizeof(SQLWCHAR) == sizeof(char16_t));
 
 SQLWCHAR *units(std::u16string *text) { return reinterpret_cast<SQLWCHAR *>(text->data()); }
 
-// The newest diagnostic record of a handle.
-void diagnose(const charset &set, SQLSMALLINT kind, SQLHANDLE handle, std::string *state,
-              std::string *text)
-{
-    std::u16string code(6, u'\0');
-    std::u16string message(1000, u'\0');
-    SQLSMALLINT length = 0;
-    SQLINTEGER native = 0;
-    SQLGetDiagRecW(kind, handle, 1, units(&code), &native, units(&message),
-                   static_cast<SQLSMALLINT>(message.size()), &length);
-    *state = set.from_utf16(code.c_str());
-    *text = set.from_utf16(message.c_str());
-    std::replace(text->begin(), text->end(), '\n', ' ');
-    if (state->empty()) *state = "none";
-}
-
 datatype type_of(SQLSMALLINT type)
 {
     switch (type) {
@@ -118,6 +106,46 @@ database::~database()
     if (environment_ != nullptr) SQLFreeHandle(SQL_HANDLE_ENV, environment_);
 }
 
+std::u16string database::sent(std::string_view text) const
+{
+    std::u16string wide = charset_.to_utf16(text);
+    return in_bytes_ ? to_utf8_units(wide) : wide;
+}
+
+std::string database::received(const std::u16string &text) const
+{
+    return charset_.from_utf16(in_bytes_ ? from_utf8_units(text) : text);
+}
+
+bool database::open(const std::string &where)
+{
+    if (connected_) SQLDisconnect(connection_);
+    std::u16string wide = sent(where);
+    connected_ = SQL_SUCCEEDED(SQLDriverConnectW(connection_, nullptr, units(&wide),
+                                                 static_cast<SQLSMALLINT>(wide.size()), nullptr, 0,
+                                                 nullptr, SQL_DRIVER_NOPROMPT));
+    return connected_;
+}
+
+// Whether a letter that has no place in ISO 8859-1 comes back as another; false where the
+// database does not answer such a statement.
+bool database::loses_letters()
+{
+    const std::u16string letter = u"\u0100";
+    std::u16string text = u"select '" + letter + u"'";
+    if (in_bytes_) text = to_utf8_units(text);
+    char16_t answer[16] = {};
+    SQLLEN length = 0;
+    SQLHANDLE asked = nullptr;
+    SQLAllocHandle(SQL_HANDLE_STMT, connection_, &asked);
+    const bool answered =
+        SQL_SUCCEEDED(SQLExecDirectW(asked, units(&text), static_cast<SQLINTEGER>(text.size())))
+        && SQL_SUCCEEDED(SQLFetch(asked))
+        && SQL_SUCCEEDED(SQLGetData(asked, 1, SQL_C_WCHAR, answer, sizeof answer, &length));
+    SQLFreeHandle(SQL_HANDLE_STMT, asked);
+    return answered && answer != letter;
+}
+
 bool database::connect(const std::string &where)
 {
     SQLAllocHandle(SQL_HANDLE_ENV, SQL_NULL_HANDLE, &environment_);
@@ -127,23 +155,41 @@ bool database::connect(const std::string &where)
     std::string text = where.find('=') == std::string::npos ? "DSN=" + where : where;
     for (const option &each : streaming)
         if (!mentions(where, each.name)) text += std::string(";") + each.name + "=" + each.value;
-    std::u16string wide = charset_.to_utf16(text);
-    connected_ = SQL_SUCCEEDED(SQLDriverConnectW(connection_, nullptr, units(&wide),
-                                                 static_cast<SQLSMALLINT>(wide.size()), nullptr, 0,
-                                                 nullptr, SQL_DRIVER_NOPROMPT));
+    const bool ascii =
+        std::all_of(text.begin(), text.end(), [](char letter) { return (letter & 0x80) == 0; });
+    if (open(text) ? loses_letters() : !ascii) {
+        in_bytes_ = true; // the name of the database, too
+        in_bytes_ = open(text) && !loses_letters();
+        if (!in_bytes_) open(text);
+    }
     if (connected_) return true;
     std::string state;
     std::string reason;
-    diagnose(charset_, SQL_HANDLE_DBC, connection_, &state, &reason);
+    diagnose(SQL_HANDLE_DBC, connection_, &state, &reason);
     kuxer2push(app_.ctx(), KUQAA_CONNECT, state.c_str(), reason.c_str());
     return false;
+}
+
+// The newest diagnostic record of a handle.
+void database::diagnose(short kind, void *handle, std::string *state, std::string *text) const
+{
+    std::u16string code(6, u'\0');
+    std::u16string message(1000, u'\0');
+    SQLSMALLINT length = 0;
+    SQLINTEGER native = 0;
+    SQLGetDiagRecW(kind, handle, 1, units(&code), &native, units(&message),
+                   static_cast<SQLSMALLINT>(message.size()), &length);
+    *state = received(code.c_str());
+    *text = received(message.c_str());
+    std::replace(text->begin(), text->end(), '\n', ' ');
+    if (state->empty()) *state = "none";
 }
 
 bool database::refuse()
 {
     std::string state;
     std::string reason;
-    diagnose(charset_, SQL_HANDLE_STMT, statement_, &state, &reason);
+    diagnose(SQL_HANDLE_STMT, statement_, &state, &reason);
     SQLUINTEGER dead = SQL_CD_FALSE;
     SQLGetConnectAttr(connection_, SQL_ATTR_CONNECTION_DEAD, &dead, 0, nullptr);
     const bool lost = dead == SQL_CD_TRUE || state.compare(0, 2, "08") == 0;
@@ -169,7 +215,7 @@ bool database::describe(uint16_t number, column *result)
         name.resize(static_cast<size_t>(length) + (again ? 1 : 0));
         result->type = type_of(type);
     }
-    result->name = charset_.from_utf16(name);
+    result->name = received(name);
     return true;
 }
 
@@ -181,7 +227,7 @@ bool database::execute(const statement &given, std::vector<column> *columns)
     SQLAllocHandle(SQL_HANDLE_STMT, connection_, &statement_);
     std::string_view text = given.text;
     if (!text.empty() && text.back() == ';') text.remove_suffix(1); // some servers refuse it
-    std::u16string wide = charset_.to_utf16(text);
+    std::u16string wide = sent(text);
     const SQLRETURN done =
         SQLExecDirectW(statement_, units(&wide), static_cast<SQLINTEGER>(wide.size()));
     if (!SQL_SUCCEEDED(done) && done != SQL_NO_DATA) return refuse();

@@ -67,6 +67,11 @@ public:
 private:
     struct buffer;
 
+    bool open(const std::string &where);
+    bool loses_letters();
+    std::u16string sent(std::string_view text) const;
+    std::string received(const std::u16string &text) const;
+    void diagnose(short kind, void *handle, std::string *state, std::string *text) const;
     bool refuse(); // pushes what the database said about the statement
     bool describe(uint16_t number, column *result);
     bool arrays_serve(const std::vector<column> &columns) const;
@@ -82,8 +87,9 @@ private:
     void *connection_ = nullptr;
     void *statement_ = nullptr;
     bool connected_ = false;
-    bool arrays_ = false; // of the fetch: columns are bound to arrays
-    uint64_t number_ = 0; // of the statement
+    bool in_bytes_ = false; // texts pass the driver manager as UTF-8, a byte in each unit
+    bool arrays_ = false;   // of the fetch: columns are bound to arrays
+    uint64_t number_ = 0;   // of the statement
     uint64_t line_ = 0;
     uint64_t cut_ = 0;
 };

@@ -176,6 +176,10 @@ TEST_F(KuqReport, InterruptedRunsLeaveNothingAndKilledOnesAreClearedUp)
     EXPECT_EQ(stopped.status, 1);
     EXPECT_NE(stopped.output.find("Ended by the user"), std::string::npos) << stopped.output;
     EXPECT_EQ(shell(files).output, "");
+    const std::string out = home.path("out");
+    EXPECT_EQ(run("report 'query=select 1; select a from t; select x from t' out=" + out).status,
+              1);
+    EXPECT_FALSE(std::filesystem::exists(out)) << "it looks whole";
 
     signalled("KILL");
     EXPECT_EQ(shell(files + "| wc -l").output, "2\n");

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <strings.h>
 
 #include "codes.h"
@@ -526,11 +525,10 @@ bool browser::export_rows(const std::string &rest)
         kuxer1push(app_.ctx(), KUQAA_WRITE, std::strerror(errno));
         well = false;
     }
-    std::error_code ignored;
     if (well)
         std::printf("%llu rows exported\n", static_cast<unsigned long long>(count));
-    else if (std::filesystem::is_regular_file(words[0], ignored)) // it would look whole
-        std::remove(words[0].c_str());
+    else
+        remove_unfinished(words[0]);
     return well;
 }
 

@@ -47,7 +47,7 @@ exit_status run_dump(application &app, arguments &given)
 {
     session run(app, given);
     if (!run.prepare()) return app.report(wrong_usage);
-    if (!redirect(app, given.value("out"))) return app.report(failed);
+    if (!run.redirect()) return app.report(failed);
 
     // The dumps go into ordinary files only, so into one that is shown then. Groups in order
     // of arrival are kept, or there would be no tree to print.
@@ -70,8 +70,7 @@ exit_status run_dump(application &app, arguments &given)
         done = dump.open() && !dump.failed();
     }
     std::remove(name.c_str());
-    run.tell_cut();
-    return finish(app, out, done ? succeeded : failed);
+    return run.finish(out, done);
 }
 
 } // namespace kuq

@@ -307,7 +307,7 @@ exit_status run_report(application &app, arguments &given)
     plan how;
     session run(app, given);
     if (!read_plan(app, given, &how) || !run.prepare()) return app.report(wrong_usage);
-    if (!redirect(app, given.value("out"))) return app.report(failed);
+    if (!run.redirect()) return app.report(failed);
 
     // Only a report that goes on to the next group before the last row of one needs
     // groups that are kept; comparing rows costs less.
@@ -321,8 +321,7 @@ exit_status run_report(application &app, arguments &given)
     const bool done = run.run(how_kept, [&](const result &each) {
         return resolve(app, given, each.from.columns(), &how) && print_report(app, how, each, out);
     });
-    run.tell_cut();
-    return finish(app, out, done ? succeeded : failed);
+    return run.finish(out, done);
 }
 
 } // namespace kuq

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <strings.h>
 
 #include "codes.h"
@@ -68,10 +69,17 @@ bool field_of(const rows &from, size_t column, size_t most, field *shown)
     return from.text(column, most, &*shown->text);
 }
 
-bool redirect(application &app, const std::string &name)
+void remove_unfinished(const std::string &name)
 {
+    std::error_code ignored;
+    if (std::filesystem::is_regular_file(name, ignored)) std::remove(name.c_str());
+}
+
+bool session::redirect()
+{
+    const std::string name = given_.value("out");
     if (name.empty() || std::freopen(name.c_str(), "w", stdout) != nullptr) return true;
-    kuxer2push(app.ctx(), KUQAA_OPEN, name.c_str(), std::strerror(errno));
+    kuxer2push(app_.ctx(), KUQAA_OPEN, name.c_str(), std::strerror(errno));
     return false;
 }
 
@@ -121,6 +129,14 @@ void session::tell_cut()
                              + " values of the columns to group by were cut to at most "
                              + std::to_string(short_bytes) + " bytes\n";
     kuxiomessage(app_.ctx(), text.c_str());
+}
+
+exit_status session::finish(console &out, bool done)
+{
+    tell_cut();
+    const exit_status status = kuq::finish(app_, out, done ? succeeded : failed);
+    if (status != succeeded) remove_unfinished(given_.value("out"));
+    return status;
 }
 
 bool session::all(const std::function<void(const statement &)> &each)

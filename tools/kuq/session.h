@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "arguments.h"
+#include "console.h"
 #include "database.h"
 #include "printer.h"
 #include "progress.h"
@@ -46,8 +47,16 @@ public:
     // numbered rows are given when the user ended the reading, too. False with the reason pushed.
     bool run(order how, const std::function<bool(const result &)> &use);
 
+    // The standard output becomes the file of out=, if it is given. False with the reason
+    // pushed.
+    bool redirect();
+
     // Says, when values were cut, how many.
     void tell_cut();
+
+    // Ends the output and the command; `done`: all went well, else the reason was pushed. The
+    // file of out= goes when it is not whole.
+    exit_status finish(console &out, bool done);
 
 private:
     bool all(const std::function<void(const statement &)> &each);
@@ -78,8 +87,8 @@ bool read_long(application &app, const arguments &given, size_t *most);
 // in the cache until it is printed. False with the reason pushed.
 bool field_of(const rows &from, size_t column, size_t most, field *shown);
 
-// The standard output becomes a file; "" for none. False with the reason pushed.
-bool redirect(application &app, const std::string &name);
+// Removes an ordinary file that was not written to its end: it would look whole.
+void remove_unfinished(const std::string &name);
 
 } // namespace kuq
 

@@ -135,9 +135,7 @@ bool browser::work(const char *what, const std::function<bool(const view::watche
 
 bool browser::open()
 {
-    for (size_t at = 0; at < of_.from.columns().size(); at++) searched_.push_back(at);
-    shown_ = searched_;
-    if (!how_.names.empty() && !take_columns(how_.names, &shown_)) return false;
+    if (!take_columns({}, &searched_) || !take_columns(how_.names, &shown_)) return false;
     const view::chooser wants = [this](bool *wanted) { return of_.wanted.wants(of_.from, wanted); };
     return work("put in order", [&](const view::watcher &goes_on) {
         return view_.open(of_.wanted.everything() ? nullptr : wants, goes_on);
@@ -147,6 +145,7 @@ bool browser::open()
 bool browser::take_columns(const std::vector<std::string> &names, std::vector<size_t> *columns)
 {
     std::vector<size_t> found;
+    for (size_t at = 0; names.empty() && at < of_.from.columns().size(); at++) found.push_back(at);
     for (const std::string &name : names) {
         found.emplace_back();
         if (!find_column(app_, of_.from.columns(), name, &found.back())) return false;
@@ -405,8 +404,6 @@ bool browser::in(const std::string &rest)
 {
     std::vector<std::string> words;
     if (!split_words(rest, &words)) return refuse_usage();
-    if (words.empty())
-        for (const column &each : of_.from.columns()) words.push_back(each.name);
     return take_columns(words, &searched_);
 }
 
@@ -492,8 +489,6 @@ bool browser::columns(const std::string &rest)
 {
     std::vector<std::string> words;
     if (!split_words(rest, &words)) return refuse_usage();
-    if (words.empty())
-        for (const column &each : of_.from.columns()) words.push_back(each.name);
     return take_columns(words, &shown_) && print_page();
 }
 

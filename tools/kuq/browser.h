@@ -66,6 +66,7 @@ private:
     bool refuse_row(const std::string &text);
     bool take_row(const std::string &text, uint64_t *row); // as it is counted, from 1
     bool to_group(const std::string &rest, step which, const char *what);
+    // The columns of these names, all when there are none.
     bool take_columns(const std::vector<std::string> &names, std::vector<size_t> *columns);
     bool begin_search(const std::string &rest, pattern_kind kind);
     bool search(uint64_t from);

@@ -989,6 +989,7 @@ uint32_t kudcfnwcurs(kudcaccdef *acmp, const kudckeydef *goal, uint16_t thread, 
             return refuse(acmp, KUDCA_TYPE);
         if (goal != nullptr)
             if (const uint32_t status = cache::check_goal(acmp, keys, goal)) return status;
+        if (const uint32_t pending = kuxercode(acmp->kuxp_kudcacc)) return pending;
     }
 
     kudccurdef *cursor = kudcftake(acmp, thread, index, keys);

@@ -94,8 +94,9 @@ KU_API uint32_t kudckncpy(kudcaccdef *acmp, const kudckeydef *key, kudckeydef **
  *   copyp  reuse 1: in: a key with as many columns and levels at least, whose buffers
  *          (the longest value of the column that it has, + 1) and array are written
  *   reuse  1: into *copyp, whose split flags stay; else a new key
- * With reuse 1 a null key changes nothing, and a failure leaves *copyp unchanged;
- * KUVAA_NOVALUE, too, when *copyp is null, has too few columns or levels, or lacks a buffer.
+ * With reuse 1 *copyp then has as many columns as the key: whoever copies a shorter one keeps
+ * the number, which kudcfrky needs to release them all. A null key changes nothing, and a
+ * failure leaves *copyp unchanged; KUVAA_NOVALUE, too, when *copyp is null, has too few columns or levels, or lacks a buffer.
  */
 KU_API uint32_t kudckcop(kudcaccdef *acmp, const kudckeydef *key, kudckeydef **copyp,
                          int32_t reuse);
@@ -150,8 +151,9 @@ KU_API uint32_t kudckfnd(kudcaccdef *acmp, const kudckeydef *key, int32_t root, 
  *   outcome   out: 0: the key was there; -1: it was added; -2: it was added and the root split
  * When the outcome is not 0 the root is in indx_kudcacc again, for the caller to count
  * the key in it. Pushes KUDCA_KEYSIZE (the key cannot fit in a block) and KUDCA_FULL (end of
- * the index file), KUVAA_NOVALUE and KUVAA_MISSING for missing buffers, KUVAA_NOMEM without
- * memory for a split. A failure leaves what was written by then, and all keys that were there.
+ * the index file), KUVAA_NOVALUE and KUVAA_MISSING for missing buffers or columns of the level,
+ * KUVAA_NOMEM without memory for a split. A failure leaves what was written by then, and all
+ * keys that were there.
  */
 KU_API uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidxdef *index,
                          int32_t *child, int32_t *nextroot, int32_t *outcome);

@@ -364,6 +364,8 @@ uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const unsigned c
     if (acmp == nullptr) return KUVAA_MISSING;
     const kudcidhdef header = header_of(source);
     if (entry >= header.kyct_kudcidh) return refuse(acmp, KUVAA_MISSING);
+    if (columns_of(key, header.levl_kudcidh).count != header.clct_kudcidh)
+        return refuse(acmp, KUVAA_NOVALUE);
     std::uint32_t size = 0;
     kudckpsflk(key, header.levl_kudcidh, &size);
     if (std::uint64_t{size} + entry_bytes
@@ -745,11 +747,13 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
         *child, *nextroot, KUDC_NONE, kudck_present, nullptr};
     std::uint32_t status = check_buffers(acmp, in.columns);
     if (status != 0) return status;
+    if (in.columns.count != root.clct_kudcidh) return refuse(acmp, KUVAA_NOVALUE);
     std::uint32_t size = 0;
     kudckpsflk(key, root.levl_kudcidh, &size);
     if (std::uint64_t{size} + entry_bytes > kudckcapacity(root)) {
         return refuse(acmp, KUDCA_KEYSIZE);
     }
+    if (const std::uint32_t pending = kuxercode(acmp->kuxp_kudcacc)) return pending;
     status = settle_level(acmp, index, root.levl_kudcidh);
     if (status == 0) status = kudckenter(in, acmp->indx_kudcacc);
     // Cut short before, the blocks stay as they were; later, the halves wait for the next one.
@@ -830,6 +834,7 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
     if (index->idxt_kudcidx != KUDC_RANDOM) return refuse(acmp, KUDCA_TYPE);
     const kudckeydef *key = cursor->keyp_kudccur;
     status = kudcktargets(acmp, index, key, count, values);
+    if (status == 0) status = kuxercode(acmp->kuxp_kudcacc); // its first move would fail with it
     if (status != 0) return status;
 
     for (std::uint32_t i = 0; i < count; i++) {

@@ -834,6 +834,23 @@ TEST(Kudckb, KeysThatFitNowhereAndFullFilesAreRefusedBeforeAnythingChanges)
     EXPECT_ERRORS(ctx, {"kudca 100"});
     levels.cache->nxio_kudcacc = end;
     EXPECT_EQ(walk(levels).found.size(), 0u);
+
+    // Refused, too: a key without the columns of the level; any key while an error is pending.
+    kudcaccdef *c = levels.cache;
+    for (const bool pending : {false, true}) {
+        ASSERT_EQ(ku::cache::read_block(c, levels.root(), levels.key.sizes[0], c->indx_kudcacc),
+                  0u);
+        levels.key.set({"a", "b"});
+        levels.key.key.numbva_kudckey = pending ? 2 : 0;
+        if (pending) kuxer0push(ctx, KUVAA_NOMEM);
+        int32_t tree = levels.root(), child = 0, outcome = 0;
+        EXPECT_EQ(
+            kudckins(c, &levels.key.key, levels.thread, levels.index, &child, &tree, &outcome),
+            pending ? KUVAA_NOMEM : KUVAA_NOVALUE);
+        ctx.clear();
+        EXPECT_EQ(ku::cache::header_of(c->indx_kudcacc).kyct_kudcidh, 0);
+        EXPECT_EQ(c->nxio_kudcacc, end);
+    }
 }
 
 TEST(Kudckb, IntegersAreLookedUpThroughACursor)
@@ -858,6 +875,11 @@ TEST(Kudckb, IntegersAreLookedUpThroughACursor)
     cache.over.columns[0].maxlen_kudxcol = 3; // of no effect now
     EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, there, &row), 0u);
     EXPECT_EQ(row, stored);
+    kuxer0push(ctx, KUVAA_NOMEM);
+    EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, absent, &row), KUVAA_NOMEM);
+    EXPECT_ERRORS(ctx, {"kuvaa 16"});
+    EXPECT_EQ(cursor->curleft_kudccur, 1);
+    EXPECT_EQ(std::memcmp(columns[0]->col_kudcbva->curval_kudxcol, there, 4), 0);
     columns[1] = nullptr;
     EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, there, &row), KUVAA_MISSING);
     EXPECT_ERRORS(ctx, {"kuvaa 21"});

@@ -5,7 +5,8 @@
  * segmented column. The row cache moves the value through its two functions,
  * piece by piece, in ascending offsets, and keeps no pointer to it beyond the
  * operation. Both get the application handle of the context and the record
- * itself, so that one pair of functions can serve every value.
+ * itself, so that one pair of functions can serve every value. They must return: a jump
+ * out of one loses the memory of the operation.
  */
 #ifndef KULONG_H
 #define KULONG_H

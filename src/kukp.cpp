@@ -1000,11 +1000,18 @@ bool kukpbuild(kukprun &run, const char *text, std::uint32_t length, std::int32_
     return end != kukp_failed;
 }
 
+// Whether a record is in the object's first block.
+bool kukpisfirst(const kukpobject &object, const kukn *token)
+{
+    const std::less<const kukn *> below;
+    return !below(token, object.records) && below(token, object.firstend);
+}
+
 // Whether a record is in one of the object's blocks.
 bool kukpowns(const kukpobject &object, const kukn *token)
 {
     const std::less<const kukn *> below;
-    if (!below(token, object.records) && below(token, object.firstend)) return true;
+    if (kukpisfirst(object, token)) return true;
     const kukpblock *block = object.more;
     while (block != nullptr && (below(token, block->records) || !below(token, block->end)))
         block = block->next;
@@ -1102,8 +1109,12 @@ void *kukpdestroy(kux *ctx, void *kukh)
     auto *whole = static_cast<kukpobject *>(kukh);
     const kuk *object = &whole->visible;
     if (auto *list = static_cast<kul *>(object->origtklh_kuk)) {
-        for (std::int32_t i = 0; i < list->nitems_kul; i++)
-            kukprelease(ctx, object, static_cast<kukn *>(list->items_kul[i]));
+        for (std::int32_t i = 0; i < list->nitems_kul; i++) {
+            auto *token = static_cast<kukn *>(list->items_kul[i]);
+            // Most have nothing to release; hints may have.
+            if (token->hint_kukn != nullptr || !kukpisfirst(*whole, token))
+                kukprelease(ctx, object, token);
+        }
         kulpdestroy(ctx, list);
     }
     while (whole->more != nullptr) {

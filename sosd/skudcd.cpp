@@ -58,7 +58,8 @@ uint32_t skudcdoleload(const kudccdsdef *source, tag_skuhm *heap, void *destinat
     if (source->curnul_kudccds == KUDC_NULL) return skudcdrefuse(ctx, SKUDC_NULL);
     if (uint64_t{offset} + length > source->curlen_kudccds) return skudcdrefuse(ctx, SKUDC_RANGE);
     if (length == 0) return 0;
-    if (uint64_t{source->filpos_kudccds} + offset + length > UINT32_MAX)
+    if (uint64_t{source->filpos_kudccds} + offset + length
+        > static_cast<uint32_t>(acmp->nxdo_kudcacc))
         return skudcdrefuse(ctx, KUVAA_MISSING); // no value is there
     if (heap == nullptr) return skudcdrefuse(ctx, SKUHM_INVALID);
 

@@ -644,12 +644,15 @@ TEST(Skudcd, PartsOfLongValuesComeInChunksThroughTheHeap)
     EXPECT_ERRORS(ctx, std::vector<std::string>(static_cast<size_t>(ctx->kuxersize), "kudca 10"));
     EXPECT_EQ(skudcdoleload(&source, nullptr, nullptr, 0, 1), SKUHM_INVALID);
     ctx.clear();
-    source.filpos_kudccds = UINT32_MAX - 100; // a part of it would begin at the file's beginning
-    EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 101, 1), KUVAA_MISSING);
+    const uint32_t at = source.filpos_kudccds;
+    for (const uint32_t elsewhere : {at + 1, UINT32_MAX - 68000}) { // at the end of the file; round
+        source.filpos_kudccds = elsewhere;
+        EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 69999, 1), KUVAA_MISSING);
+    }
     source.curnul_kudccds = KUDC_NULL;
     EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 70000, 1), SKUDC_NULL);
     source.colh_kudccds = nullptr;
     EXPECT_EQ(skudcdoleload(&source, &heap.heap, heap.target.data(), 0, 1), KUVAA_MISSING);
-    EXPECT_ERRORS(ctx, {"kuvaa 21", "skudc 1", "kuvaa 21"});
+    EXPECT_ERRORS(ctx, {"kuvaa 21", "kuvaa 21", "skudc 1", "kuvaa 21"});
     EXPECT_EQ(skudcdoleload(nullptr, &heap.heap, heap.target.data(), 0, 1), KUVAA_MISSING);
 }

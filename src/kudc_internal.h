@@ -170,6 +170,10 @@ std::uint16_t first_key_column(const kudcidxdef *index, std::uint32_t level);
 std::uint32_t fixed_bytes(const kudcthddef *thread);
 // Whether the thread's current values can be stored: columns and arrays present, lengths
 // within the columns, an application handle for long values, room in the file.
+// Has the block cache hold what bytes of the data file lie in, so that writes to them are not cut
+// short between two pages. Of more pages it may not hold the first ones any more.
+std::uint32_t hold_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes);
+
 // *bytes: length of the record. 0, or a code pushed; nothing is changed.
 std::uint32_t check_row(const kudcaccdef *acmp, const kudcthddef *thread, std::int64_t *bytes);
 // Whether `bytes` more fit into the data file, and into the index file what one insertion

@@ -114,6 +114,11 @@ uint32_t cache::write_data(kudcaccdef *acmp, int32_t position, uint32_t bytes, c
     return kudcdput(acmp, acmp->datf_kudcacc, position, bytes, buffer);
 }
 
+uint32_t cache::hold_data(kudcaccdef *acmp, int32_t position, uint32_t bytes)
+{
+    return kudcdready(acmp, acmp->datf_kudcacc, static_cast<uint32_t>(position), bytes);
+}
+
 // ---- sizes and checks ----
 
 static uint32_t kudcdlinks(const kudcthddef *thread)

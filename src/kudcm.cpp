@@ -612,7 +612,8 @@ std::uint32_t kudcmlength(kudcaccdef *acmp, std::int32_t position, std::uint32_t
 std::uint32_t kudcmwrite(kudcaccdef *acmp, std::int32_t position, const void *block,
                          std::uint32_t length)
 {
-    const std::uint32_t status = write_data(acmp, position, kudcm_length, &length);
+    std::uint32_t status = hold_data(acmp, position, length + kudcm_length);
+    if (status == 0) status = write_data(acmp, position, kudcm_length, &length);
     if (status != 0 || length == 0) return status;
     return write_data(acmp, position + static_cast<std::int32_t>(kudcm_length), length, block);
 }

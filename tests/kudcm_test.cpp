@@ -1051,6 +1051,33 @@ TEST(Kudcm, BlocksAtPositionsAreWrittenOverOrMoved)
     }
 }
 
+TEST(Kudcm, ABlockThatCannotBeWrittenOverIsWhatItWas)
+{
+    const std::string before(5000, 'o'), after(4000, 'n');
+    for (int failing = 1; failing < 4; failing++) {
+        system_faults faults;
+        context ctx;
+        cache c(ctx, {numbers}, 2);
+        int32_t position = KUDC_NONE, other = KUDC_NONE;
+        const auto put = [&](const std::string &block, int32_t *at) {
+            return kudcmsfpblb(c, block.data(), static_cast<uint32_t>(block.size()), at);
+        };
+        ASSERT_EQ(put(before, &other), 0u);
+        ASSERT_EQ(put(before, &position), 0u);
+        for (int i = 0; i < 3; i++) ASSERT_EQ(put(before, &(other = KUDC_NONE)), 0u);
+        faults.fail_from_now("pwrite", failing, ENOSPC);
+        const uint32_t status = put(after, &position);
+        faults.fail_from_now("pwrite", 0, 0);
+        EXPECT_TRUE(status == 0 || faults.failed());
+        ctx.clear();
+        void *read = nullptr;
+        uint32_t length = 0;
+        ASSERT_EQ(kudcmrfpblb(c, position, &read, &length), 0u);
+        EXPECT_EQ(std::string(static_cast<char *>(read), length), status == 0 ? after : before);
+        ctx->kuxnmfree(ctx, read);
+    }
+}
+
 TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)
 {
     sweep_system_calls([](context &ctx) {

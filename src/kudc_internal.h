@@ -229,6 +229,9 @@ void clear_levels(kudckeydef *key, std::uint16_t level);
 //   key    null: nothing is loaded
 //   root   root block of the tree; negative: an empty one
 //   entry  out: its entry, when found
+// The same of a cursor's key, which clients write to.
+std::uint32_t check_key(const kudcaccdef *acmp, const kudccurdef *cursor);
+
 //   found  out
 std::uint32_t load_first_key(kudcaccdef *acmp, const kudcidxdef *index, kudckeydef *key,
                              std::uint16_t level, std::int32_t root, kudcinddef *entry,

@@ -123,6 +123,7 @@ std::uint32_t kudcbtsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t lev
     if (const std::uint32_t status = check_cursor(acmp, cursor)) return status;
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr || index->idxt_kudcidx != KUDC_DYNBRK) return refuse(acmp, KUDCA_TYPE);
+    if (const std::uint32_t status = check_key(acmp, cursor)) return status;
     if (relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
 
     std::int32_t row = KUDC_NONE;

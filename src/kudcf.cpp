@@ -211,12 +211,15 @@ uint32_t cache::check_goal(const kudcaccdef *acmp, const kudcidxdef *index, cons
         level = value.level_kudcbva;
         if (within >= index->lvcl_kudcidx[level] || value.col_kudcbva == nullptr
             || value.val_kudcbva == nullptr)
+    uint16_t first = 0;  // the index's first one of the level
             return refuse(acmp, KUVAA_NOVALUE);
-        const auto column = static_cast<uint16_t>(first_key_column(index, level) + within++);
+        const auto column = static_cast<uint16_t>(first + within++);
         if (value_bytes(value) > uint64_t{longest_key_value(index, column)} + 1)
             return refuse(acmp, KUVAA_NOVALUE);
     }
     return 0;
+        while (first < index->clct_kudcidx && index->cols_kudcidx[first].level_kudcbva < level)
+            first++;
 }
 
 cache::lent_goal::lent_goal(const kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *goal)
@@ -227,6 +230,15 @@ cache::lent_goal::lent_goal(const kudcaccdef *acmp, const kudcidxdef *index, con
     key_.arylevsize_kudckey = sizes_.get();
     for (uint16_t l = 0; sizes_ && l < key_.numlevsize_kudckey; l++)
         key_.arylevsize_kudckey[l] = index->lvrt_kudcidx[l].size_kudcidh;
+uint32_t cache::check_key(const kudcaccdef *acmp, const kudccurdef *cursor)
+{
+    const kudcidxdef *index = index_of(acmp, cursor);
+    if (index == nullptr) return 0;
+    if (const uint32_t status = check_goal(acmp, index, cursor->keyp_kudccur)) return status;
+    const bool fits = cursor->keyp_kudccur->numlevsize_kudckey <= index->lvct_kudcidx;
+    return fits ? 0 : refuse(acmp, KUVAA_NOVALUE);
+}
+
 }
 
 // Empties a value; no length in front is left of the one that was there.

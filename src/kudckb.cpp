@@ -833,7 +833,8 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
     if (index == nullptr) return refuse(acmp, KUVAA_MISSING);
     if (index->idxt_kudcidx != KUDC_RANDOM) return refuse(acmp, KUDCA_TYPE);
     const kudckeydef *key = cursor->keyp_kudccur;
-    status = kudcktargets(acmp, index, key, count, values);
+    status = check_key(acmp, cursor);
+    if (status == 0) status = kudcktargets(acmp, index, key, count, values);
     if (status == 0) status = kuxercode(acmp->kuxp_kudcacc); // its first move would fail with it
     if (status != 0) return status;
 

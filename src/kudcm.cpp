@@ -52,6 +52,13 @@ std::uint32_t kudcmcursor(const kudcaccdef *acmp, const kudccurdef *cursor)
     return blocks ? 0 : refuse(acmp, KUVAA_MISSING);
 }
 
+// The same, and its key can be looked up.
+std::uint32_t kudcmkeyed(const kudcaccdef *acmp, const kudccurdef *cursor)
+{
+    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
+    return check_key(acmp, cursor);
+}
+
 // ---- storing ----
 
 // A key column of an index can be taken from its thread column.
@@ -220,8 +227,11 @@ std::int32_t kudcmlink(const kudcaccdef *acmp, const kudccurdef *cursor)
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr || index->idxt_kudcidx == KUDC_DYNBRK)
         return thread->trch_kudcthd.next_kudcrch;
-    const std::uint32_t levels = levels_of(cursor->keyp_kudccur);
-    if (levels == 0) return KUDC_NONE;
+    const kudckeydef *key = cursor->keyp_kudccur; // clients write to it
+    if (key->arybva_kudckey == nullptr || key->numbva_kudckey > index->clct_kudcidx)
+        return KUDC_NONE;
+    const std::uint32_t levels = levels_of(key);
+    if (levels == 0 || levels > index->lvct_kudcidx) return KUDC_NONE;
     return thread->idxl_kudcthd[index->lvst_kudcidx + levels - 1].next_kudclnk;
 }
 
@@ -235,6 +245,7 @@ std::uint32_t kudcmfirst(kudcaccdef *acmp, kudccurdef *cursor, std::uint8_t leve
         cursor->curleft_kudccur = thread_of(acmp, cursor)->coun_kudcthd;
         return 0;
     }
+    if (const std::uint32_t bad = check_key(acmp, cursor)) return bad;
     if (held_row(cursor) == KUDC_NONE && index->idxt_kudcidx == KUDC_RANDOM)
         return kudckfnd(acmp, cursor->keyp_kudccur, index->tinf_kudcidx.rinf_kudcidx.root_kudcridx,
                         0, &cursor->curleft_kudccur, row);
@@ -286,6 +297,7 @@ std::uint32_t kudcmbelongs(kudcaccdef *acmp, const kudccurdef *cursor, std::uint
     const kudcidxdef *index = index_of(acmp, cursor);
     *belongs = true;
     if (index == nullptr || index->idxt_kudcidx != KUDC_DYNBRK) return 0;
+    if (const std::uint32_t status = check_key(acmp, cursor)) return status;
     if (const std::uint32_t status = take_break_key(acmp, cursor, row)) return status;
     std::int32_t differs = 0;
     std::uint16_t first = 0;
@@ -841,7 +853,7 @@ std::uint32_t kudcmksrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t lev
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     *state = KUDC_NOKEY;
-    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
+    if (const std::uint32_t status = kudcmkeyed(acmp, cursor)) return status;
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr || relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
     if (index->idxt_kudcidx == KUDC_SEQNTL)
@@ -890,7 +902,7 @@ std::uint32_t kudcmpksrch(kudcaccdef *acmp, std::uint16_t thread, std::int16_t n
 std::uint32_t kudcmbcnt(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t level,
                         std::int32_t *count)
 {
-    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
+    if (const std::uint32_t status = kudcmkeyed(acmp, cursor)) return status;
     const kudcidxdef *index = index_of(acmp, cursor);
     *count = index == nullptr ? thread_of(acmp, cursor)->coun_kudcthd : -1;
     if (index == nullptr || index->idxt_kudcidx != KUDC_RANDOM) return 0;
@@ -932,7 +944,7 @@ std::uint32_t kudcmrdel(kudcaccdef *acmp, kudccurdef *cursor)
 std::uint32_t kudcmkdel(kudcaccdef *acmp, kudccurdef *cursor, std::int32_t level,
                         std::int32_t *previous)
 {
-    if (const std::uint32_t status = kudcmcursor(acmp, cursor)) return status;
+    if (const std::uint32_t status = kudcmkeyed(acmp, cursor)) return status;
     *previous = 0;
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr) return kudcmrdel(acmp, cursor);
@@ -991,7 +1003,7 @@ std::uint32_t kudcmsblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t thre
 
     kudccurdef *used = cursor;
     std::uint32_t status = cursor != nullptr
-                               ? kudcmcursor(acmp, cursor)
+                               ? kudcmkeyed(acmp, cursor)
                                : kudcfnwcurs(acmp, nullptr, thread, number, 0, KUDC_NONE, &used);
     if (status != 0) return status;
     const kudcmkey key = {count, values, integers};
@@ -1011,7 +1023,7 @@ std::uint32_t kudcmrblb(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t coun
     *block = nullptr;
     if (cursor == nullptr) return 0;
     if (const std::uint32_t pending = kudcmpending(acmp)) return pending;
-    std::uint32_t status = kudcmcursor(acmp, cursor);
+    std::uint32_t status = kudcmkeyed(acmp, cursor);
     if (status == 0) status = kudcmattachable(acmp, index_of(acmp, cursor));
     std::int32_t row = KUDC_NONE;
     if (status == 0) status = kudcmseek(acmp, cursor, {count, values, integers}, &row);

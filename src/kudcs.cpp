@@ -423,3 +423,4 @@ std::uint32_t kudcstsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t tar
 }
 
 } // extern "C"
+    if (const std::uint32_t status = check_key(acmp, cursor)) return status;

@@ -1078,6 +1078,48 @@ TEST(Kudcm, ABlockThatCannotBeWrittenOverIsWhatItWas)
     }
 }
 
+// A client's key is what it writes into a cursor's.
+TEST(Kudcm, AKeyThatWasSpoiltInItsCursorIsRefused)
+{
+    const thread_shape shape = {numbers.columns,
+                                {{KUDC_RANDOM, {{0, 0}, {1, 1}}},
+                                 {KUDC_SEQNTL, {{0, 0}, {1, 1}}},
+                                 {KUDC_DYNBRK, {{0, 0}, {1, 1}}}}};
+    static constexpr void (*spoil[])(kudckeydef *) = {
+        [](kudckeydef *key) { key->numbva_kudckey = 3; },
+        [](kudckeydef *key) { key->numlevsize_kudckey = 3; },
+        [](kudckeydef *key) { key->arybva_kudckey[1].level_kudcbva = 2; },
+        [](kudckeydef *key) { key->arybva_kudckey[1].len_kudcbva = 6; },
+        [](kudckeydef *key) { key->arybva_kudckey[0].val_kudcbva = nullptr; },
+    };
+    context ctx;
+    cache c(ctx, {shape});
+    for (int i = 0; i < 3; i++) ASSERT_GE(c.store(0, {integer(1), integer(2), "x"}, {2, 2, 2}), 0);
+    for (int16_t index = 0; index < 3; index++)
+        for (const auto damage : spoil) {
+            kudccurdef *cursor = c.cursor(0, index);
+            kudckeydef *key = cursor->keyp_kudccur;
+            const kudckeydef sound = *key;
+            const std::vector<kudcbvadef> columns(key->arybva_kudckey, key->arybva_kudckey + 2);
+            damage(key);
+            int32_t state = 0;
+            uint8_t found = KUDC_ROW;
+            int refused = 0;
+            refused += kudcmksrch(c, cursor, 1, KUDC_NEXT, &state) == KUVAA_NOVALUE;
+            ctx.clear();
+            refused += kudcmbcnt(c, cursor, 2, &state) == KUVAA_NOVALUE;
+            ctx.clear();
+            refused += kudcmkdel(c, cursor, 1, &state) == KUVAA_NOVALUE;
+            ctx.clear();
+            if (index == 0) refused += kudcmrnxt(c, cursor, 1, &found) == KUVAA_NOVALUE;
+            ctx.clear();
+            *key = sound;
+            std::copy(columns.begin(), columns.end(), key->arybva_kudckey);
+            EXPECT_EQ(refused, index == 0 ? 4 : 3) << index;
+            EXPECT_EQ(kudcffrcurs(c, cursor), 0u);
+        }
+}
+
 TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)
 {
     sweep_system_calls([](context &ctx) {

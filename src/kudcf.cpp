@@ -491,11 +491,12 @@ static const uint32_t *kudcfsizes(const kudcidxdef *index)
     return reinterpret_cast<const uint32_t *>(index->cols_kudcidx + index->clct_kudcidx);
 }
 
-// Places of a SEQNTL index or cursor: none yet.
+// Places of a SEQNTL index or cursor: none yet. Behind them is room for those of a search that is
+// not at its end.
 static uint32_t kudcfplaces(kudcaccdef *acmp, uint16_t levels, kudcscldef *places)
 {
-    places->apos_kudcscl = obtain<int32_t>(acmp->kuxp_kudcacc, levels);
-    places->kpos_kudcscl = obtain<int32_t>(acmp->kuxp_kudcacc, levels);
+    places->apos_kudcscl = obtain<int32_t>(acmp->kuxp_kudcacc, 2 * uint64_t{levels});
+    places->kpos_kudcscl = obtain<int32_t>(acmp->kuxp_kudcacc, 2 * uint64_t{levels});
     if (places->apos_kudcscl == nullptr || places->kpos_kudcscl == nullptr) return KUVAA_NOMEM;
     places->npos_kudcscl = levels;
     std::fill_n(places->apos_kudcscl, levels, KUDC_NONE);

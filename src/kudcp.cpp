@@ -151,39 +151,6 @@ std::uint32_t kudcpentry(const kudcpdump &dump, std::int32_t depth, const unsign
     return 0;
 }
 
-std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &node);
-
-// A subtree that is empty does not end the dump; any other failure does.
-std::uint32_t kudcpsubtree(const kudcpdump &dump, const kudcpnode &node)
-{
-    const std::uint32_t status = kudcptree(dump, node);
-    return status == KUDCA_NOTREE ? 0 : status;
-}
-
-// What hangs below a node.
-std::uint32_t kudcpchildren(const kudcpdump &dump, const kudcpnode &node, std::int32_t number,
-                            const unsigned char *block)
-{
-    const kudcidhdef header = header_of(block);
-    const bool sequential = dump.type == KUDC_SEQNTL;
-    const bool inner = header.leaf_kudcidh == 0 && !sequential;
-    if (!inner && (header.levl_kudcidh >= node.limit || header.last_kudcidh != 0)) return 0;
-    kudcpnode child = {node.limit, header.less_kudcidh, node.depth + 1, number, KUDC_NONE};
-    if (inner)
-        if (const std::uint32_t status = kudcpsubtree(dump, child)) return status;
-    if (sequential) {
-        if (child.limit != INT32_MAX) child.limit++;
-        child.depth = node.depth;
-    }
-    for (std::uint32_t i = 0; i < header.kyct_kudcidh; i++) {
-        const kudcinddef entry = entry_of(block, i);
-        child.entry = static_cast<std::int32_t>(i);
-        child.position = inner ? entry.frst_kudcind : entry.root_kudcind;
-        if (const std::uint32_t status = kudcpsubtree(dump, child)) return status;
-    }
-    return 0;
-}
-
 std::uint32_t kudcpprint(const kudcpdump &dump, const kudcpnode &node, const unsigned char *block)
 {
     const kudcidhdef header = header_of(block);
@@ -202,34 +169,136 @@ std::uint32_t kudcpprint(const kudcpdump &dump, const kudcpnode &node, const uns
     return status;
 }
 
+// A node whose block is being dumped; the block's bytes lie behind this.
+struct kudcpopen {
+    kudcpopen *above;
+    kudcpnode node;
+    std::int32_t number;
+    std::int32_t next;   // entry to go on with; KUDC_NONE: `less`
+    std::int32_t height; // blocks from the root of its tree to here
+
+    unsigned char *block() { return reinterpret_cast<unsigned char *>(this + 1); }
+};
+
+// The nodes on the way from where the dump began to where it is. A sound tree has none twice, and
+// comes to an end.
+class kudcpway : ku::unique
+{
+public:
+    explicit kudcpway(const kudcpdump &dump)
+        : dump_(dump), left_(dump.acmp->nxio_kudcacc / static_cast<std::int32_t>(block_head))
+    {
+    }
+    ~kudcpway()
+    {
+        while (last_ != nullptr) leave();
+    }
+
+    // Prints a node and stays there. A subtree that is empty is told and left at once.
+    std::uint32_t enter(const kudcpnode &node)
+    {
+        if (node.position == KUDC_NONE) return kudcpempty(dump_, node);
+        kudcaccdef *acmp = dump_.acmp;
+        auto *open = static_cast<kudcpopen *>(
+            obtain(acmp->kuxp_kudcacc, sizeof(kudcpopen) + acmp->isiz_kudcacc, 1));
+        if (open == nullptr) return KUVAA_NOMEM;
+        *open = {last_, node, 0, 0, 1};
+        last_ = open;
+        return show();
+    }
+    // Goes on until all below the first node is printed.
+    std::uint32_t finish()
+    {
+        while (last_ != nullptr) {
+            const std::uint32_t status = step();
+            if (status != 0 && status != KUDCA_NOTREE) return status;
+        }
+        return 0;
+    }
+
+private:
+    void leave()
+    {
+        kudcpopen *open = last_;
+        last_ = open->above;
+        dump_.acmp->kuxp_kudcacc->kuxnmfree(dump_.acmp->kuxp_kudcacc, open);
+    }
+    bool inner(const kudcidhdef &header) const
+    {
+        return header.leaf_kudcidh == 0 && dump_.type == KUDC_RANDOM;
+    }
+    // A block hangs at the level where it may, and in no tree that is taller than one can be.
+    bool belongs(const kudcidhdef &header)
+    {
+        kudcpopen *above = last_->above;
+        if (above == nullptr) return true;
+        const kudcidhdef parent = header_of(above->block());
+        if (inner(parent)) last_->height = above->height + 1;
+        return last_->height <= tallest_tree
+               && header.levl_kudcidh == parent.levl_kudcidh + (inner(parent) ? 0 : 1);
+    }
+    // Reads and prints the last node's block.
+    std::uint32_t show();
+    // Goes to the next node below or, in a chain, behind the last one, or back.
+    std::uint32_t step();
+
+    const kudcpdump &dump_;
+    std::int32_t left_; // nodes that there can be yet
+    kudcpopen *last_ = nullptr;
+};
+
+std::uint32_t kudcpway::show()
+{
+    kudcaccdef *acmp = dump_.acmp;
+    const kudcpnode &node = last_->node;
+    unsigned char *block = last_->block();
+    if (node.position < 0 || node.position >= acmp->nxio_kudcacc || left_-- <= 0)
+        return refuse(acmp, KUVAA_MISSING);
+    const auto bytes = static_cast<std::uint32_t>(
+        std::min<std::int32_t>(acmp->isiz_kudcacc, acmp->nxio_kudcacc - node.position));
+    std::uint32_t status = read_block(acmp, node.position, bytes, block);
+    if (status != 0) return status;
+    if (!kudcpsound(block, bytes, node.position) || !belongs(header_of(block)))
+        return refuse(acmp, KUVAA_MISSING);
+    status = kudcpprint(dump_, node, block);
+    if (status != 0) return status;
+    last_->number = kudcpcount(dump_);
+    last_->next = inner(header_of(block)) ? KUDC_NONE : 0;
+    return 0;
+}
+
+std::uint32_t kudcpway::step()
+{
+    const kudcidhdef header = header_of(last_->block());
+    const kudcpnode &node = last_->node;
+    const bool sequential = dump_.type == KUDC_SEQNTL, down = inner(header);
+    const bool below = (sequential || dump_.type == KUDC_RANDOM)
+                       && (down || (header.levl_kudcidh < node.limit && header.last_kudcidh == 0));
+    if (below && last_->next < header.kyct_kudcidh) {
+        const std::int32_t at = last_->next++;
+        kudcpnode child = {node.limit, header.less_kudcidh, node.depth + 1, last_->number, at};
+        if (at != KUDC_NONE) {
+            const kudcinddef entry = entry_of(last_->block(), static_cast<std::uint32_t>(at));
+            child.position = down ? entry.frst_kudcind : entry.root_kudcind;
+        }
+        if (sequential && child.limit != INT32_MAX) child.limit++;
+        if (sequential) child.depth = node.depth;
+        return enter(child);
+    }
+    if (!sequential || header.rsib_kudcidh == KUDC_NONE) {
+        leave();
+        return 0;
+    }
+    last_->node.position = header.rsib_kudcidh;
+    return show();
+}
+
 // A node and what hangs below it; then, in a chain, the nodes behind it.
 std::uint32_t kudcptree(const kudcpdump &dump, const kudcpnode &first)
 {
-    kudcpnode node = first;
-    if (node.position == KUDC_NONE) return kudcpempty(dump, node);
-    kudcaccdef *acmp = dump.acmp;
-    kux *ctx = acmp->kuxp_kudcacc;
-    ku::owned<unsigned char> block(ctx, obtain<unsigned char>(ctx, acmp->isiz_kudcacc));
-    if (!block) return KUVAA_NOMEM;
-    while (node.position != KUDC_NONE) {
-        if (node.position < 0 || node.position >= acmp->nxio_kudcacc)
-            return refuse(acmp, KUVAA_MISSING);
-        const std::int32_t bytes =
-            std::min<std::int32_t>(acmp->isiz_kudcacc, acmp->nxio_kudcacc - node.position);
-        std::uint32_t status =
-            read_block(acmp, node.position, static_cast<std::uint32_t>(bytes), block.get());
-        if (status != 0) return status;
-        if (!kudcpsound(block.get(), static_cast<std::uint32_t>(bytes), node.position))
-            return refuse(acmp, KUVAA_MISSING);
-        status = kudcpprint(dump, node, block.get());
-        if (status != 0) return status;
-        const std::int32_t number = kudcpcount(dump);
-        if (dump.type != KUDC_RANDOM && dump.type != KUDC_SEQNTL) return 0;
-        status = kudcpchildren(dump, node, number, block.get());
-        if (status != 0 || dump.type == KUDC_RANDOM) return status;
-        node.position = header_of(block.get()).rsib_kudcidh;
-    }
-    return 0;
+    kudcpway way(dump);
+    const std::uint32_t status = way.enter(first);
+    return status != 0 ? status : way.finish();
 }
 
 const char *kudcptype(std::uint16_t type)
@@ -380,8 +449,9 @@ std::uint32_t kudcpidx(kudcaccdef *acmp, std::int32_t limit, std::uint16_t threa
                      sequential ? "SEQNTL" : "BTREE", number, thread))
         return status;
     std::int32_t counter = 0;
-    return kudcpsubtree({acmp, stream, index.idxt_kudcidx, &counter},
-                        {limit, start, 0, KUDC_NONE, KUDC_NONE});
+    const std::uint32_t status = kudcptree({acmp, stream, index.idxt_kudcidx, &counter},
+                                           {limit, start, 0, KUDC_NONE, KUDC_NONE});
+    return status == KUDCA_NOTREE ? 0 : status; // nothing was entered
 }
 
 void kudcpbrt(kudcaccdef *acmp, std::int32_t limit, std::int32_t root, void *stream)

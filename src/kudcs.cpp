@@ -204,19 +204,19 @@ std::uint32_t kudcslast(const kudcsstore &store, std::uint16_t level, const kudc
                      static_cast<std::uint16_t>(store.index->lvst_kudcidx + level));
 }
 
-std::uint32_t kudcsenter(const kudcsstore &store, std::uint16_t level, kudcsbelow *told)
+// Enters the goal key at all levels, the deepest one first.
+std::uint32_t kudcsenter(const kudcsstore &store)
 {
-    const bool last = level + 1 == store.index->lvct_kudcidx;
     kudcsbelow below;
-    if (!last) {
-        const std::uint32_t status =
-            kudcsenter(store, static_cast<std::uint16_t>(level + 1), &below);
+    for (std::uint16_t level = store.index->lvct_kudcidx; level-- > 0;) {
+        const kudcsends before(store.index, level);
+        kudcsbelow told;
+        const std::uint32_t status = kudcslast(store, level, below, &told);
+        if (status != 0 && level >= store.breaks) before.restore(store.index, level);
         if (status != 0) return status;
+        below = told;
     }
-    const kudcsends before(store.index, level);
-    const std::uint32_t status = kudcslast(store, level, below, told);
-    if (status != 0 && level >= store.breaks) before.restore(store.index, level);
-    return status;
+    return 0;
 }
 
 // ---- searching ----
@@ -290,39 +290,67 @@ std::uint32_t kudcstake(const kudcssearch &search, std::uint16_t level, const ku
     return 0;
 }
 
-std::uint32_t kudcsdescend(const kudcssearch &search, std::uint16_t level, std::int32_t first,
-                           std::int32_t *result)
+// Where the search has found a level's key: behind the cursor's places, which stay until all is
+// found.
+void kudcsnote(const kudcssearch &search, std::uint16_t level, const kudcsplace &place)
+{
+    const kudcscldef &places = search.position->spos_kudcsips.cloc_kudcspos;
+    places.apos_kudcscl[places.npos_kudcscl + level] = place.block;
+    places.kpos_kudcscl[places.npos_kudcscl + level] = place.entry;
+}
+
+// Takes the keys of all levels where the search has moved, the deepest one first.
+std::uint32_t kudcstakeall(const kudcssearch &search, std::uint16_t first)
+{
+    const kudcscldef &places = search.position->spos_kudcsips.cloc_kudcspos;
+    for (std::uint16_t level = search.index->lvct_kudcidx; level-- > first;) {
+        if (!search.fresh(level) && !search.advances(level)) continue;
+        const std::uint32_t at = places.npos_kudcscl + std::uint32_t{level};
+        const std::uint32_t status =
+            kudcstake(search, level, {places.apos_kudcscl[at], places.kpos_kudcscl[at]});
+        if (status != 0) return status;
+    }
+    return 0;
+}
+
+// Finds a level's key, and the entry with it when the level below or the rows need that.
+std::uint32_t kudcsvisit(const kudcssearch &search, std::uint16_t level, std::int32_t first,
+                         kudcinddef *entry, std::int32_t *result)
 {
     const bool moves = search.fresh(level) || search.advances(level);
-    assert(search.index != nullptr); // kudcstsrch has looked it up
     const bool last = level + 1 == search.index->lvct_kudcidx;
+    const bool wanted = last || search.fresh(level + 1u);
     kudcsplace place;
-    std::uint32_t status =
-        kudcslocate(search, level, first, last || search.fresh(level + 1u), &place, result);
+    std::uint32_t status = kudcslocate(search, level, first, wanted, &place, result);
     if (status != 0 || *result != KUDC_POSITIONED) return status;
 
-    unsigned char *block = search.acmp->indx_kudcacc;
+    const unsigned char *block = search.acmp->indx_kudcacc;
     if (moves)
         status =
             load_key(search.acmp, search.index, block, static_cast<std::uint32_t>(place.entry),
                      columns_of(&search.position->spos_kudcsips.ckey_kudcspos, level), nullptr);
     if (status != 0) return status;
-
-    kudcinddef entry = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
-    const bool wanted = last || search.fresh(level + 1u);
+    kudcsnote(search, level, place);
     if (wanted && place.entry >= header_of(block).kyct_kudcidh)
         return refuse(search.acmp, KUVAA_MISSING);
-    if (wanted) entry = entry_of(block, static_cast<std::uint32_t>(place.entry));
-    if (last) {
-        rewind_cursor(search.cursor);
-        search.cursor->curleft_kudccur = entry.coun_kudcind;
-        search.position->held_kudcsips = entry.frst_kudcind;
-    } else {
-        status =
-            kudcsdescend(search, static_cast<std::uint16_t>(level + 1), entry.root_kudcind, result);
+    if (wanted) *entry = entry_of(block, static_cast<std::uint32_t>(place.entry));
+    return 0;
+}
+
+std::uint32_t kudcsdescend(const kudcssearch &search, std::uint16_t from, std::int32_t first,
+                           std::int32_t *result)
+{
+    kudcinddef entry = {};
+    for (std::uint16_t level = from; level < search.index->lvct_kudcidx; level++) {
+        entry = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};
+        const std::uint32_t status = kudcsvisit(search, level, first, &entry, result);
         if (status != 0 || *result != KUDC_POSITIONED) return status;
+        first = entry.root_kudcind;
     }
-    return moves ? kudcstake(search, level, place) : 0;
+    rewind_cursor(search.cursor);
+    search.cursor->curleft_kudccur = entry.coun_kudcind;
+    search.position->held_kudcsips = entry.frst_kudcind;
+    return kudcstakeall(search, from);
 }
 
 } // namespace
@@ -348,8 +376,7 @@ std::uint32_t kudcsikys(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index)
         if (differs == 0) store.breaks = static_cast<std::uint16_t>(index->lvct_kudcidx + 1);
         store.breaks = std::min(store.breaks, kudcslacking(index));
     }
-    kudcsbelow told;
-    return kudcsenter(store, 0, &told);
+    return kudcsenter(store);
 }
 
 std::uint32_t kudcslcur(kudcaccdef *acmp, kudcthddef *, kudcidxdef *index, std::uint16_t level,
@@ -417,10 +444,10 @@ std::uint32_t kudcstsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t tar
     if (relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
     const kudcssearch search = {
         acmp, cursor, index, static_cast<kudcsipsdef *>(cursor->ipsh_kudccur), target, relop};
+    if (const std::uint32_t status = check_key(acmp, cursor)) return status;
     const std::uint32_t status = kudcsdescend(search, level, firstblock, result);
     if (status != 0) *result = KUDC_NOKEY;
     return status;
 }
 
 } // extern "C"
-    if (const std::uint32_t status = check_key(acmp, cursor)) return status;

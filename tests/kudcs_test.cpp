@@ -1,4 +1,5 @@
 // kudcs_test.cpp - SEQNTL and DYNBRK indexes: what lies in the blocks, and searches by example
+#include <algorithm>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -6,7 +7,9 @@
 #include "kudc_internal.h"
 #include "kudcb.h"
 #include "kudcd.h"
+#include "kudcp.h"
 #include "kudcs.h"
+#include "skub.h"
 #include "support/cache.h"
 
 using namespace ku::test;
@@ -129,6 +132,28 @@ TEST(Kudcs, AFirstRowOfEmptyValuesIsEnteredAndTooLongAKeyIsNot)
         -1;
     EXPECT_EQ(c.store(0, {"", {}}, {2}), -1);
     EXPECT_ERRORS(ctx, {"kudca 12"});
+}
+
+TEST(Kudcs, LevelsMayBeManyMoreThanTheStackHasRoomFor)
+{
+    constexpr uint16_t levels = 65533;
+    const std::vector<key_shape> keys = {{0, 0}, {1, levels - 1}};
+    context ctx;
+    cache c(ctx, {{{{KUDC_INTEGER, 4}, {KUDC_INTEGER, 4}}, {{KUDC_SEQNTL, keys}}}}, 15);
+    for (const int row : {1, 2}) ASSERT_GE(c.store(0, {integer(7), integer(row)}, {1}), 0);
+    kudccurdef *cursor = c.cursor(0, 0);
+    int32_t state = KUDC_NOKEY;
+    uint8_t found = KUDC_NOROW;
+    EXPECT_EQ(kudcmksrch(c, cursor, levels - 1, KUDC_NEXT, &state), 0u);
+    EXPECT_EQ(state, KUDC_POSITIONED);
+    EXPECT_EQ(kudcmrnxt(c, cursor, 0, &found), 0u);
+    EXPECT_EQ(c.current(0)[1], integer(2));
+    const directory dir;
+    void *stream = skubopen(ctx, dir.path("dump").c_str(), "w");
+    EXPECT_EQ(kudcpidx(c, 1, 0, 0, stream), 0u);
+    skubdestroy(ctx, stream);
+    const std::string text = dir.read("dump");
+    EXPECT_EQ(std::count(text.begin(), text.end(), '<'), 3 + levels + 3) << "a key a line";
 }
 
 TEST(Kudcs, BreaksAreFoundBetweenTheRowReadAndTheNextOne)

@@ -93,6 +93,11 @@ inline const unsigned char *key_at(const unsigned char *block, std::uint32_t ent
 {
     return block + entry_of(block, entry).offs_kudcind;
 }
+// Changes a count of a file; a damaged one may be any number.
+inline void adjust(std::int32_t *count, std::int32_t by)
+{
+    *count = static_cast<std::int32_t>(std::int64_t{*count} + by);
+}
 // Whether what lies at a position is a block of a level, and says of itself what can be. A
 // block that could not be written is not there, or in part.
 inline bool is_block(const unsigned char *block, std::int32_t position, std::uint32_t bytes,
@@ -103,6 +108,14 @@ inline bool is_block(const unsigned char *block, std::int32_t position, std::uin
            && header.levl_kudcidh == level
            && block_head + entry_bytes * header.kyct_kudcidh + header.free_kudcidh <= bytes;
 }
+// Whether a block that a client has had in hand says of itself what can be, and is no longer than
+// its buffer.
+inline bool is_held(const unsigned char *block, std::uint32_t room)
+{
+    const kudcidhdef header = header_of(block);
+    return header.size_kudcidh <= room
+           && is_block(block, header.addr_kudcidh, header.size_kudcidh, header.levl_kudcidh);
+}
 // Bytes from an entry's key to the end of its block; 0 when it does not begin in the block.
 inline std::uint32_t key_room(const unsigned char *block, std::uint32_t entry)
 {
@@ -112,6 +125,8 @@ inline std::uint32_t key_room(const unsigned char *block, std::uint32_t entry)
 }
 // Bytes of the key that an entry has in its block, with its entry; 0 when it has none there.
 std::uint32_t entry_size(const unsigned char *block, std::uint32_t entry);
+// Bytes of a block's header, entries and keys; 0 when they are not all in the block.
+std::uint64_t used_bytes(const unsigned char *block);
 // Whether all keys of a block are there, and its free space is what they leave.
 bool is_whole(const unsigned char *block);
 // An empty block of a level's template: header with its address, all other bytes 0.
@@ -130,6 +145,22 @@ std::uint32_t write_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t
 //   level  the level's template, or the header of another of its blocks
 std::uint32_t visit_block(kudcaccdef *acmp, const kudcidhdef &level, std::int32_t position,
                           unsigned char *block);
+// Counts the steps from block to block of a level. Who takes more of them than there are blocks
+// in the file goes round and round in damaged links.
+class block_steps
+{
+public:
+    block_steps(const kudcaccdef *acmp, const kudcidhdef &level)
+        : acmp_(acmp), left_(acmp->nxio_kudcacc / level.size_kudcidh)
+    {
+    }
+    // 0, or KUVAA_MISSING pushed.
+    std::uint32_t take() { return left_-- > 0 ? 0 : refuse(acmp_, KUVAA_MISSING); }
+
+private:
+    const kudcaccdef *acmp_;
+    std::int32_t left_;
+};
 // Shows bytes of the index file where they are, until the next move. *bytes: null when they
 // have to be read.
 std::uint32_t look_at_block(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
@@ -138,6 +169,10 @@ std::uint32_t look_at_block(kudcaccdef *acmp, std::int32_t position, std::uint32
 std::uint32_t read_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes, void *buffer);
 std::uint32_t write_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes,
                          const void *buffer);
+
+// Has the block cache hold what bytes of the data file lie in, so that writes to them are not cut
+// short between two pages. Of more pages it may not hold the first ones any more.
+std::uint32_t hold_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes);
 
 // ---- arguments ----
 
@@ -171,10 +206,6 @@ std::uint16_t first_key_column(const kudcidxdef *index, std::uint32_t level);
 std::uint32_t fixed_bytes(const kudcthddef *thread);
 // Whether the thread's current values can be stored: columns and arrays present, lengths
 // within the columns, an application handle for long values, room in the file.
-// Has the block cache hold what bytes of the data file lie in, so that writes to them are not cut
-// short between two pages. Of more pages it may not hold the first ones any more.
-std::uint32_t hold_data(kudcaccdef *acmp, std::int32_t position, std::uint32_t bytes);
-
 // *bytes: length of the record. 0, or a code pushed; nothing is changed.
 std::uint32_t check_row(const kudcaccdef *acmp, const kudcthddef *thread, std::int64_t *bytes);
 // Whether `bytes` more fit into the data file, and into the index file what one insertion
@@ -197,6 +228,9 @@ std::uint16_t levels_of(const kudckeydef *key);
 // Whether a client's key can be used with an index: columns present, with buffers, levels in
 // order and below the index's, lengths within the columns. 0, or KUVAA_NOVALUE pushed.
 std::uint32_t check_goal(const kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *goal);
+
+// The same of a cursor's key, which clients write to.
+std::uint32_t check_key(const kudcaccdef *acmp, const kudccurdef *cursor);
 
 // A client's key with the index's block sizes lent to it; the client's record is not
 // touched. Null when there is no memory (KUVAA_NOMEM pushed).
@@ -230,9 +264,6 @@ void clear_levels(kudckeydef *key, std::uint16_t level);
 //   key    null: nothing is loaded
 //   root   root block of the tree; negative: an empty one
 //   entry  out: its entry, when found
-// The same of a cursor's key, which clients write to.
-std::uint32_t check_key(const kudcaccdef *acmp, const kudccurdef *cursor);
-
 //   found  out
 std::uint32_t load_first_key(kudcaccdef *acmp, const kudcidxdef *index, kudckeydef *key,
                              std::uint16_t level, std::int32_t root, kudcinddef *entry,

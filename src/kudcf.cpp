@@ -116,16 +116,24 @@ uint32_t cache::entry_size(const unsigned char *block, uint32_t entry)
     return bytes <= room ? static_cast<uint32_t>(bytes) + entry_bytes : 0;
 }
 
+uint64_t cache::used_bytes(const unsigned char *block)
+{
+    const kudcidhdef header = header_of(block);
+    uint64_t used = block_head;
+    bool sound = is_held(block, header.size_kudcidh);
+    for (uint32_t i = 0; sound && i < header.kyct_kudcidh; i++) {
+        const uint32_t size = entry_size(block, i);
+        used += size;
+        sound = size != 0;
+    }
+    return sound && used <= header.size_kudcidh ? used : 0;
+}
+
 bool cache::is_whole(const unsigned char *block)
 {
     const kudcidhdef header = header_of(block);
-    uint64_t used = block_head + uint32_t{header.free_kudcidh};
-    for (uint32_t i = 0; i < header.kyct_kudcidh; i++) {
-        const uint32_t size = entry_size(block, i);
-        if (size == 0) return false;
-        used += size;
-    }
-    return used == header.size_kudcidh;
+    const uint64_t used = used_bytes(block);
+    return used != 0 && used + header.free_kudcidh == header.size_kudcidh;
 }
 
 uint32_t cache::visit_block(kudcaccdef *acmp, const kudcidhdef &level, int32_t position,
@@ -203,23 +211,32 @@ uint32_t cache::check_goal(const kudcaccdef *acmp, const kudcidxdef *index, cons
         return refuse(acmp, KUVAA_NOVALUE);
     uint16_t level = 0;
     uint16_t within = 0; // columns of the level so far
+    uint16_t first = 0;  // the index's first one of the level
     for (uint16_t i = 0; i < goal->numbva_kudckey; i++) {
         const kudcbvadef &value = goal->arybva_kudckey[i];
         if (value.level_kudcbva < level || value.level_kudcbva >= index->lvct_kudcidx)
             return refuse(acmp, KUVAA_NOVALUE);
         within = value.level_kudcbva == level ? within : uint16_t{0};
         level = value.level_kudcbva;
+        while (first < index->clct_kudcidx && index->cols_kudcidx[first].level_kudcbva < level)
+            first++;
         if (within >= index->lvcl_kudcidx[level] || value.col_kudcbva == nullptr
             || value.val_kudcbva == nullptr)
-    uint16_t first = 0;  // the index's first one of the level
             return refuse(acmp, KUVAA_NOVALUE);
         const auto column = static_cast<uint16_t>(first + within++);
         if (value_bytes(value) > uint64_t{longest_key_value(index, column)} + 1)
             return refuse(acmp, KUVAA_NOVALUE);
     }
     return 0;
-        while (first < index->clct_kudcidx && index->cols_kudcidx[first].level_kudcbva < level)
-            first++;
+}
+
+uint32_t cache::check_key(const kudcaccdef *acmp, const kudccurdef *cursor)
+{
+    const kudcidxdef *index = index_of(acmp, cursor);
+    if (index == nullptr) return 0;
+    if (const uint32_t status = check_goal(acmp, index, cursor->keyp_kudccur)) return status;
+    const bool fits = cursor->keyp_kudccur->numlevsize_kudckey <= index->lvct_kudcidx;
+    return fits ? 0 : refuse(acmp, KUVAA_NOVALUE);
 }
 
 cache::lent_goal::lent_goal(const kudcaccdef *acmp, const kudcidxdef *index, const kudckeydef *goal)
@@ -230,15 +247,6 @@ cache::lent_goal::lent_goal(const kudcaccdef *acmp, const kudcidxdef *index, con
     key_.arylevsize_kudckey = sizes_.get();
     for (uint16_t l = 0; sizes_ && l < key_.numlevsize_kudckey; l++)
         key_.arylevsize_kudckey[l] = index->lvrt_kudcidx[l].size_kudcidh;
-uint32_t cache::check_key(const kudcaccdef *acmp, const kudccurdef *cursor)
-{
-    const kudcidxdef *index = index_of(acmp, cursor);
-    if (index == nullptr) return 0;
-    if (const uint32_t status = check_goal(acmp, index, cursor->keyp_kudccur)) return status;
-    const bool fits = cursor->keyp_kudccur->numlevsize_kudckey <= index->lvct_kudcidx;
-    return fits ? 0 : refuse(acmp, KUVAA_NOVALUE);
-}
-
 }
 
 // Empties a value; no length in front is left of the one that was there.
@@ -264,7 +272,9 @@ static uint32_t kudcfleaf(kudcaccdef *acmp, const kudcidhdef &level, int32_t pos
     unsigned char *block = acmp->indx_kudcacc;
     if (block == nullptr) return refuse(acmp, KUVAA_MISSING);
     *found = false;
+    cache::block_steps steps(acmp, level);
     while (position != KUDC_NONE) {
+        if (const uint32_t status = steps.take()) return status;
         if (const uint32_t status = cache::visit_block(acmp, level, position, block)) return status;
         const kudcidhdef header = cache::header_of(block);
         *found = header.leaf_kudcidh != 0 && header.kyct_kudcidh != 0;

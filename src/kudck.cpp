@@ -223,6 +223,17 @@ uint32_t kudckcvp(const unsigned char *flatkey, uint16_t column, uint16_t count,
 namespace
 {
 
+// Whether the columns' own buffers take the values of a stored key.
+bool kudcktaking(const level_columns &columns, const unsigned char *flatkey)
+{
+    for (std::uint32_t i = 0; i < columns.count; i++) {
+        const kudcbvadef &column = columns.first[i];
+        const auto head = load<kudcflkchdef>(flatkey + key_head * i);
+        if (column.col_kudcbva != nullptr && head.len_kudcflkch > kudckroom(column)) return false;
+    }
+    return true;
+}
+
 // Whether the index's columns take the values of a stored key, `count` of them.
 bool kudckfitting(const kudcidxdef *index, std::uint16_t level, std::uint32_t count,
                   const unsigned char *flatkey)
@@ -254,9 +265,11 @@ std::uint32_t load_key(const kudcaccdef *acmp, const kudcidxdef *index, const un
     }
     if (!whole) return refuse(acmp, KUVAA_NOVALUE);
     const unsigned char *flatkey = key_at(block, entry);
-    if (index != nullptr
-        && (entry >= header.kyct_kudcidh || entry_size(block, entry) == 0
-            || !kudckfitting(index, header.levl_kudcidh, columns.count, flatkey))) {
+    const bool known = index != nullptr || block == acmp->indx_kudcacc;
+    if (known && (entry >= header.kyct_kudcidh || entry_size(block, entry) == 0))
+        return refuse(acmp, KUVAA_MISSING);
+    if (index != nullptr ? !kudckfitting(index, header.levl_kudcidh, columns.count, flatkey)
+                         : !kudcktaking(columns, flatkey)) {
         return refuse(acmp, KUVAA_MISSING);
     }
     const unsigned char *value = flatkey + key_head * count;
@@ -284,6 +297,8 @@ uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry, k
                  uint32_t *size)
 {
     if (acmp == nullptr) return KUVAA_MISSING;
+    if (block == acmp->indx_kudcacc && !is_held(block, acmp->isiz_kudcacc))
+        return refuse(acmp, KUVAA_MISSING);
     return load_key(acmp, nullptr, block, entry, {values, header_of(block).clct_kudcidh}, size);
 }
 

@@ -143,6 +143,15 @@ std::int32_t kudcksearch(const kudcaccdef *acmp, const level_columns &columns,
     return -(low + 1);
 }
 
+// Whether a block is one of the index's: what it says of its level is what the level's blocks say.
+bool kudckown(const kudcidxdef *index, const kudcidhdef &header)
+{
+    if (header.levl_kudcidh >= index->lvct_kudcidx) return false;
+    const kudcidhdef &level = index->lvrt_kudcidx[header.levl_kudcidh];
+    return header.size_kudcidh == level.size_kudcidh && header.clct_kudcidh == level.clct_kudcidh
+           && header.last_kudcidh == level.last_kudcidh;
+}
+
 // Whether one stored key at most is equal to the columns.
 bool kudckexact(const level_columns &columns, std::uint16_t count)
 {
@@ -185,7 +194,9 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
 
     if (inserted != nullptr) *inserted = header_of(block).coun_kudcidh;
     *position = kudcksearch(acmp, columns, block);
-    while (*position != kudck_unsound && header_of(block).leaf_kudcidh == 0) {
+    for (int height = 1; *position != kudck_unsound && header_of(block).leaf_kudcidh == 0;
+         height++) {
+        if (height == tallest_tree) return refuse(acmp, KUVAA_MISSING);
         status = kudckvisit(acmp, level, kudckchild(block, kudckbranch(*position)),
                             header_of(block).size_kudcidh, columns.count, &block);
         if (status != 0) return status;
@@ -229,6 +240,7 @@ uint32_t kudcksrc(kudcaccdef *acmp, const kudckeydef *key, int16_t *position, in
     if (acmp == nullptr) return KUVAA_MISSING;
     const unsigned char *block = acmp->indx_kudcacc;
     if (block == nullptr) return refuse(acmp, KUVAA_NOVALUE);
+    if (!is_held(block, acmp->isiz_kudcacc)) return refuse(acmp, KUVAA_MISSING);
     const kudcidhdef header = header_of(block);
     const level_columns columns = columns_of(key, header.levl_kudcidh);
     const std::uint32_t status = check_buffers(acmp, columns);
@@ -335,9 +347,10 @@ uint32_t kudckcpy(unsigned char *destination, const unsigned char *source, uint1
 {
     const kudcidhdef from = header_of(source), to = header_of(destination);
     if (fromentry >= from.kyct_kudcidh || toentry > to.kyct_kudcidh) return KUVAA_MISSING;
-    const std::uint64_t used = kudckused(source, fromentry, from.clct_kudcidh);
+    const std::uint32_t used = entry_size(source, fromentry);
+    if (used == 0) return KUVAA_MISSING;
     if (used > to.free_kudcidh) return KUDCA_KEYSIZE;
-    const auto size = static_cast<std::uint32_t>(used - entry_bytes);
+    const std::uint32_t size = used - entry_bytes;
 
     kudcinddef record = entry_of(source, fromentry);
     const unsigned char *flatkey = source + record.offs_kudcind;
@@ -350,7 +363,7 @@ uint32_t kudckcpy(unsigned char *destination, const unsigned char *source, uint1
 uint32_t kudckdel(unsigned char *destination, const unsigned char *source, uint16_t entry)
 {
     const kudcidhdef header = header_of(source);
-    if (entry >= header.kyct_kudcidh) return KUVAA_MISSING;
+    if (entry >= header.kyct_kudcidh || used_bytes(source) == 0) return KUVAA_MISSING;
     kudckempty(destination, header);
     kudckappend(destination, source, 0, entry);
     kudckappend(destination, source, entry + 1u, header.kyct_kudcidh);
@@ -363,7 +376,9 @@ uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const unsigned c
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     const kudcidhdef header = header_of(source);
-    if (entry >= header.kyct_kudcidh) return refuse(acmp, KUVAA_MISSING);
+    if (entry >= header.kyct_kudcidh || header.size_kudcidh > acmp->isiz_kudcacc
+        || used_bytes(source) == 0)
+        return refuse(acmp, KUVAA_MISSING);
     if (columns_of(key, header.levl_kudcidh).count != header.clct_kudcidh)
         return refuse(acmp, KUVAA_NOVALUE);
     std::uint32_t size = 0;
@@ -374,7 +389,7 @@ uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const unsigned c
     }
     kudckdel(destination, source, entry);
     kudcinddef record = entry_of(source, entry);
-    record.coun_kudcind--;
+    adjust(&record.coun_kudcind, -1);
     return kudckput(acmp, destination, entry, key, record);
 }
 
@@ -385,7 +400,8 @@ uint32_t kudckzdrc(kudcaccdef *acmp, kudcthddef *thread, unsigned char *block, u
 {
     if (acmp == nullptr) return KUVAA_MISSING;
     const kudcidhdef header = header_of(block);
-    if (entry >= header.kyct_kudcidh) return refuse(acmp, KUVAA_MISSING);
+    if (entry >= header.kyct_kudcidh || !is_held(block, acmp->isiz_kudcacc))
+        return refuse(acmp, KUVAA_MISSING);
     kudcinddef record = entry_of(block, entry);
     const std::int32_t row = acmp->nxdo_kudcacc;
     if (record.frst_kudcind == KUDC_NONE) {
@@ -405,7 +421,7 @@ uint32_t kudckzdrc(kudcaccdef *acmp, kudcthddef *thread, unsigned char *block, u
             if (status != 0) return status;
         }
         record.last_kudcind = row;
-        record.coun_kudcind++;
+        adjust(&record.coun_kudcind, 1);
     }
     set_entry(block, entry, record);
     return write_block(acmp, header.addr_kudcidh, header.size_kudcidh, block);
@@ -437,6 +453,7 @@ struct kudckinsertion {
     std::int32_t newroot;  // that tree's root when it has to be made yet, else KUDC_NONE
     std::int32_t outcome;
     kudckpending *pending; // what is left to write, from the root down
+    int height;            // blocks on the way down so far
 };
 
 // Takes a block at the end of the index file.
@@ -684,6 +701,8 @@ std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
 {
     kudcaccdef *acmp = in.acmp;
     const kudcidhdef header = header_of(block);
+    if (!kudckown(in.index, header) || ++in.height > tallest_tree)
+        return refuse(acmp, KUVAA_MISSING);
     const std::int32_t position = kudcksearch(acmp, in.columns, block);
     if (position == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
     if (header.leaf_kudcidh != 0) {
@@ -742,9 +761,13 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
     if (acmp == nullptr) return KUVAA_MISSING;
     if (acmp->indx_kudcacc == nullptr) return refuse(acmp, KUVAA_NOVALUE);
     const kudcidhdef root = header_of(acmp->indx_kudcacc);
+    if (!kudckown(index, root)
+        || !is_block(acmp->indx_kudcacc, root.addr_kudcidh, root.size_kudcidh, root.levl_kudcidh))
+        return refuse(acmp, KUVAA_MISSING);
     kudckinsertion in = {
         acmp,   key,       thread,    index,         columns_of(key, root.levl_kudcidh),
-        *child, *nextroot, KUDC_NONE, kudck_present, nullptr};
+        *child, *nextroot, KUDC_NONE, kudck_present, nullptr,
+        0};
     std::uint32_t status = check_buffers(acmp, in.columns);
     if (status != 0) return status;
     if (in.columns.count != root.clct_kudcidh) return refuse(acmp, KUVAA_NOVALUE);

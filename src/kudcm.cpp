@@ -114,7 +114,7 @@ std::uint32_t kudcmcount(kudcaccdef *acmp)
 {
     kudcidhdef header = header_of(acmp->indx_kudcacc);
     if (header.ublk_kudcidh != KUDC_NONE) return 0;
-    header.coun_kudcidh++;
+    adjust(&header.coun_kudcidh, 1);
     set_header(acmp->indx_kudcacc, header);
     return write_block(acmp, header.addr_kudcidh, block_head, acmp->indx_kudcacc);
 }
@@ -354,7 +354,7 @@ std::uint32_t kudcmload(kudcaccdef *acmp, const kudccurdef *cursor, const unsign
 
 // Moves on to the entry behind, in this leaf or the next one with entries; a negative entry:
 // there is none.
-std::uint32_t kudcmstep(kudcaccdef *acmp, kudcmplace *place)
+std::uint32_t kudcmstep(kudcaccdef *acmp, kudcmplace *place, block_steps *steps)
 {
     const unsigned char *block = acmp->indx_kudcacc;
     place->entry++;
@@ -362,8 +362,9 @@ std::uint32_t kudcmstep(kudcaccdef *acmp, kudcmplace *place)
         const kudcidhdef header = header_of(block);
         place->entry = KUDC_NONE;
         if (header.rsib_kudcidh == KUDC_NONE) return 0;
-        const std::uint32_t status =
-            visit_block(acmp, header, header.rsib_kudcidh, acmp->indx_kudcacc);
+        std::uint32_t status = steps->take();
+        if (status == 0)
+            status = visit_block(acmp, header, header.rsib_kudcidh, acmp->indx_kudcacc);
         if (status != 0) return status;
         place->entry = 0;
     }
@@ -385,8 +386,9 @@ bool kudcmamong(const kudcaccdef *acmp, const kudccurdef *cursor, const kudcmpla
 // Moves on to the next key; a negative entry: there is none.
 std::uint32_t kudcmbehind(kudcaccdef *acmp, const kudccurdef *cursor, kudcmplace *place)
 {
+    block_steps steps(acmp, header_of(acmp->indx_kudcacc));
     do {
-        const std::uint32_t status = kudcmstep(acmp, place);
+        const std::uint32_t status = kudcmstep(acmp, place, &steps);
         if (status != 0 || place->entry < 0) return status;
     } while (kudcmamong(acmp, cursor, *place));
     return 0;
@@ -534,11 +536,13 @@ std::uint32_t kudcmbefore(kudcaccdef *acmp, kudcmplace *place)
 {
     unsigned char *block = acmp->indx_kudcacc;
     std::memcpy(block, acmp->copy_kudcacc, header_of(acmp->copy_kudcacc).size_kudcidh);
+    block_steps steps(acmp, header_of(block));
     place->entry--;
     while (place->entry < 0) {
         const kudcidhdef header = header_of(block);
         if (header.lsib_kudcidh == KUDC_NONE) return 0;
-        const std::uint32_t status = visit_block(acmp, header, header.lsib_kudcidh, block);
+        std::uint32_t status = steps.take();
+        if (status == 0) status = visit_block(acmp, header, header.lsib_kudcidh, block);
         if (status != 0) return status;
         place->entry = header_of(block).kyct_kudcidh - 1;
     }
@@ -882,10 +886,11 @@ std::uint32_t kudcmpksrch(kudcaccdef *acmp, std::uint16_t thread, std::int16_t n
     ku::owned<unsigned char> block(ctx, obtain<unsigned char>(ctx, bytes));
     if (!block) return KUVAA_NOMEM;
     std::int32_t position = index->tinf_kudcidx.rinf_kudcidx.root_kudcridx;
+    block_steps steps(acmp, index->lvrt_kudcidx[0]);
     while (position >= 0) {
-        if (const std::uint32_t status =
-                visit_block(acmp, index->lvrt_kudcidx[0], position, block.get()))
-            return status;
+        std::uint32_t status = steps.take();
+        if (status == 0) status = visit_block(acmp, index->lvrt_kudcidx[0], position, block.get());
+        if (status != 0) return status;
         const kudcidhdef header = header_of(block.get());
         for (std::uint32_t i = 0; header.leaf_kudcidh != 0 && i < header.kyct_kudcidh; i++) {
             const level_columns columns = columns_of(key, 0);

@@ -405,6 +405,9 @@ std::uint32_t kudcslapp(kudcaccdef *acmp, kudcthddef *thread, kudcidxdef *index,
 {
     if (const std::uint32_t status = kudcscheck(acmp, index, level)) return status;
     if (!kudcsfits(index, level)) return refuse(acmp, KUDCA_KEYSIZE);
+    if (!is_block(acmp->indx_kudcacc, header_of(acmp->indx_kudcacc).addr_kudcidh,
+                  index->lvrt_kudcidx[level].size_kudcidh, level))
+        return refuse(acmp, KUVAA_MISSING);
     if (header_of(acmp->indx_kudcacc).free_kudcidh < kudcsneeded(index, level))
         if (const std::uint32_t status = kudcscontinue(acmp, thread, index, level)) return status;
     if (const std::uint32_t status = kudcsadd(acmp, index, level)) return status;
@@ -441,10 +444,10 @@ std::uint32_t kudcstsrch(kudcaccdef *acmp, kudccurdef *cursor, std::uint16_t tar
     if (const std::uint32_t status = check_cursor(acmp, cursor)) return status;
     kudcidxdef *index = index_of(acmp, cursor);
     if (const std::uint32_t status = kudcscheck(acmp, index, level)) return status;
+    if (const std::uint32_t status = check_key(acmp, cursor)) return status;
     if (relop < KUDC_FIRST || relop > KUDC_CURRENT) return 0;
     const kudcssearch search = {
         acmp, cursor, index, static_cast<kudcsipsdef *>(cursor->ipsh_kudccur), target, relop};
-    if (const std::uint32_t status = check_key(acmp, cursor)) return status;
     const std::uint32_t status = kudcsdescend(search, level, firstblock, result);
     if (status != 0) *result = KUDC_NOKEY;
     return status;

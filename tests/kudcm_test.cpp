@@ -12,6 +12,8 @@
 #include "kudcd.h"
 #include "kudck.h"
 #include "kudcp.h"
+#include "skub.h"
+#include "skufv.h"
 #include "support/cache.h"
 #include "support/random.h"
 #include "support/sweep.h"
@@ -1118,6 +1120,110 @@ TEST(Kudcm, AKeyThatWasSpoiltInItsCursorIsRefused)
             EXPECT_EQ(refused, index == 0 ? 4 : 3) << index;
             EXPECT_EQ(kudcffrcurs(c, cursor), 0u);
         }
+}
+
+// A field of a block that is written over.
+struct overwritten {
+    int32_t block;
+    std::size_t offset;
+    int32_t value;
+    std::size_t bytes;
+};
+
+TEST(Kudcm, DamagedBlocksAreRefusedAndNobodyGoesRoundInThem)
+{
+    constexpr int32_t sub = 512, left = 4096; // the first key's tree, and the leaf with the key
+    constexpr std::size_t entry = ku::cache::block_head;
+    const struct {
+        const char *what;
+        std::vector<overwritten> fields;
+        int refusals; // of all the operations
+    } rows[] = {
+        {"none", {}, 0},
+        {"less", {{0, offsetof(kudcidhdef, less_kudcidh), 0, 4}}, 8},
+        {"child", {{0, entry, 0, 4}}, 2},
+        {"last", {{sub, offsetof(kudcidhdef, last_kudcidh), 0, 4}}, 1},
+        {"chain",
+         {{left, offsetof(kudcidhdef, kyct_kudcidh), 0, 2},
+          {left, offsetof(kudcidhdef, rsib_kudcidh), left, 4}},
+         3},
+    };
+    for (const auto &row : rows) {
+        SCOPED_TRACE(row.what);
+        context ctx;
+        cache c(ctx, {numbers}, 15);
+        for (int i = 0; i < 20; i++)
+            ASSERT_GE(c.store(0, {integer(10 * i), integer(5), "x"}, {2}), 0);
+        const goal_key low(c, 0, numbers.indexes[0], {integer(0), integer(5)});
+        const goal_key absent(c, 0, numbers.indexes[0], {integer(7)});
+        kudccurdef *cursor = c.cursor(0, 0, &low.key);
+        std::string root(512, 0);
+        ASSERT_EQ(ku::cache::read_block(c, 0, 512, root.data()), 0u);
+        ASSERT_EQ(ku::cache::header_of(reinterpret_cast<unsigned char *>(root.data())).less_kudcidh,
+                  left);
+        auto *file = static_cast<skufv *>(c->idxf_kudcacc);
+        for (overwritten field : row.fields) {
+            file->skufvpos = static_cast<uint32_t>(field.block + static_cast<int>(field.offset));
+            skufvmove(ctx, c->skufh_kudcacc, file, &field.value, static_cast<uint32_t>(field.bytes),
+                      SKUFV_PUT);
+        }
+        int refusals = 0;
+        const auto count = [&](uint32_t status) {
+            EXPECT_TRUE(status == 0 || status == KUVAA_MISSING) << spelled(status);
+            refusals += status == KUVAA_MISSING;
+            ctx.clear();
+        };
+        int32_t answer = 0;
+        uint8_t found = 0;
+        count(kudcmrnxt(c, cursor, 0, &found));
+        count(kudcmksrch(c, cursor, 0, KUDC_NEXT, &answer));
+        count(kudcmksrch(c, cursor, 0, KUDC_FIRST, &answer));
+        count(kudcmpksrch(c, 0, 0, &absent.key, &answer));
+        c.cursor(0, 0);
+        count(c.status);
+        directory dir;
+        void *stream = skubopen(ctx, dir.path("dump").c_str(), "w");
+        count(kudcpidx(c, 1, 0, 0, stream));
+        skubclose(ctx, stream);
+        for (const int key : {-1, 0, 199}) {
+            c.store(0, {integer(key), integer(6), "y"}, {2});
+            count(c.status);
+        }
+        EXPECT_EQ(refusals, row.refusals);
+    }
+}
+
+TEST(Kudcm, ABlockInHandIsNotWorkedOnWhereItPassesItsBuffer)
+{
+    context ctx;
+    cache c(ctx, {numbers});
+    ASSERT_GE(c.store(0, {integer(1), integer(5), "x"}, {2}), 0);
+    const goal_key key(c, 0, numbers.indexes[0], {integer(0), integer(5)});
+    kudcidxdef *index = c->thrd_kudcacc->idxs_kudcthd;
+    for (const auto &field : std::vector<std::pair<std::size_t, uint16_t>>{
+             {offsetof(kudcidhdef, size_kudcidh), 0xFFFF},
+             {offsetof(kudcidhdef, free_kudcidh), 0xFFFF},
+             {offsetof(kudcidhdef, kyct_kudcidh), 0xFFFF},
+             {ku::cache::block_head + offsetof(kudcinddef, offs_kudcind), 510}}) {
+        const bool header = field.first < ku::cache::block_head;
+        ASSERT_EQ(ku::cache::read_block(c, 0, 512, c->indx_kudcacc), 0u);
+        std::memcpy(c->indx_kudcacc + field.first, &field.second, sizeof field.second);
+        int16_t position = 0;
+        int32_t answer = 0, child = KUDC_NONE, root = KUDC_NONE;
+        uint32_t size = 0;
+        unsigned char *block = c->indx_kudcacc;
+        EXPECT_EQ(kudcksrc(c, &key.key, &position, &answer), KUVAA_MISSING);
+        EXPECT_EQ(kudckins(c, &index->goal_kudcidx, c->thrd_kudcacc, index, &child, &root, &answer),
+                  KUVAA_MISSING);
+        EXPECT_EQ(kudckgt(c, block, 0, index->cols_kudcidx, &size), KUVAA_MISSING);
+        EXPECT_EQ(kudckrep(c, c->copy_kudcacc, block, 0, &key.key), KUVAA_MISSING);
+        if (header) {
+            EXPECT_EQ(kudckzdrc(c, c->thrd_kudcacc, block, 0, 0), KUVAA_MISSING);
+        } else {
+            EXPECT_EQ(kudckdel(c->copy_kudcacc, block, 0), KUVAA_MISSING);
+        }
+        ctx.clear();
+    }
 }
 
 TEST(Kudcm, FailingFilesAreToldAndWhatWasStoredBeforeIsStillThere)

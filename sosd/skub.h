@@ -149,8 +149,9 @@ KU_API uint32_t skubposition(kux *ctx, void *stream, int32_t position);
 /*
  * Reading. Reaching the end is reported by the call after the one that met it:
  * SKUBA_EOF, returned and not pushed, until the stream is positioned. A failure
- * stays with the stream: every later call that reads or writes reports it, too
- * (positioning to n > 0 reads; the other positions, the size and closing do not).
+ * stays with the stream: every later call that reads or writes reports it, too,
+ * but for reads behind the end of the file (positioning to n > 0 reads; the other
+ * positions, the size and closing do not).
  */
 
 /* Reads one byte. Returns 0, SKUBA_EOF at the end, or SKUBA_CGET (a null `byte` too). */

@@ -117,6 +117,7 @@ void read_word(scanner &in, word &into)
     skip_blanks(in);
     for (; !is_blank(in.peek()) && !ends_line(in.peek()); length++) {
         const int byte = in.next();
+        if (byte == '\0') length = word_size; // no word
         if (length < word_size - 1) into[length] = static_cast<char>(byte);
     }
     if (length != 0 && length < word_size && into[length - 1] == '\r') length--;

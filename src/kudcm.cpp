@@ -30,6 +30,7 @@
 #include "kudck.h"
 #include "kudck_internal.h"
 #include "kudcs.h"
+#include "kudx.h"
 
 using namespace ku::cache;
 
@@ -68,7 +69,8 @@ std::uint32_t kudcmkeyable(const kudcaccdef *acmp, const kudcidxdef *index, std:
     const kudxcoldef *column = key.col_kudcbva;
     if (column == nullptr || key.val_kudcbva == nullptr) return refuse(acmp, KUVAA_MISSING);
     if (column->curval_kudxcol == nullptr) return refuse(acmp, KUVAA_NOVALUE);
-    if (column->curlen_kudxcol > longest_key_value(index, number) + std::uint64_t{1})
+    if (column->curlen_kudxcol
+        > longest_key_value(index, number) + std::uint64_t{kudxctrmlen(column)})
         return refuse(acmp, KUDCA_TOOLONG);
     return 0;
 }

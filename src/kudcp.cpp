@@ -474,7 +474,7 @@ void kudcpval(kudcaccdef *, char *text, const unsigned char *value, std::uint32_
 {
     const bool known = datatype == KUDC_CHARACTER || datatype == KUDC_NUMBER
                        || datatype == KUDC_INTEGER || datatype == KUDC_DATE;
-    if (isnull == KUDC_NULL || value == nullptr || (known && length == 0)) {
+    if (isnull == KUDC_NULL || (known && (value == nullptr || length == 0))) {
         std::strcpy(text, "NULL");
     } else if (datatype == KUDC_CHARACTER) {
         std::snprintf(text, kudcp_value, "%.*s",

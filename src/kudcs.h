@@ -4,8 +4,8 @@
  * Rows are stored already grouped; a group's key is entered once, when its first
  * row arrives. Threads and indexes are the cache's records, levels count from 0
  * within the index. A null cache gives KUVAA_MISSING unpushed; else a status is
- * 0 or a code that has been pushed: KUVAA_MISSING for a null record or a level
- * that the index does not have, KUDCA_TYPE for an index of another type, or what
+ * 0 or a code that has been pushed: KUVAA_MISSING for a null index, or thread
+ * where rows are chained, or a level that the index does not have, KUDCA_TYPE for an index of another type, or what
  * a move of the paged file gave.
  */
 #ifndef KUDCS_H

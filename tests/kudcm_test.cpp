@@ -662,6 +662,10 @@ TEST(Kudcm, WhatCannotBeStoredChangesNothing)
         missing(c->thrd_kudcacc->idxs_kudcthd);
         missing(c->indx_kudcacc);
         missing(c->copy_kudcacc);
+        c.fill(0, {integer(3), integer(4), "y"});
+        c.column(0, 0)->curlen_kudxcol = 5;
+        EXPECT_EQ(kudcmrstr(c, 0, &levels, stored, &position), KUDCA_TOOLONG);
+        EXPECT_ERRORS(ctx, {"kudca 101"});
     }
     unsigned char *block = std::exchange(c->indx_kudcacc, nullptr);
     int32_t out = 0;

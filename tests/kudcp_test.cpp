@@ -119,6 +119,8 @@ TEST_F(Kudcp, AValueIsPrintedByItsDatatype)
         kudcpval(nullptr, found, reinterpret_cast<const unsigned char *>(given.data()),
                  static_cast<uint32_t>(given.size()), row.datatype, row.given ? 0 : KUDC_NULL);
         EXPECT_EQ(found, row.wanted);
+        kudcpval(nullptr, found, nullptr, 0, row.datatype, 0);
+        EXPECT_STREQ(found, row.datatype == KUDC_RAW ? "... bad type ..." : "NULL");
     }
 }
 

@@ -97,8 +97,9 @@ KU_API uint32_t kudcfcpcurs(kudcaccdef *acmp, const kudccurdef *cursor, kudccurd
  * Gives a cursor back; the caller's handle dangles then. Cursors of an index are
  * kept with their memory for the next ones. Null is ignored.
  * Returns 0; or KUVAA_NOVALUE for a cursor that is not among the live ones, when
- * there are any: it is freed all the same unless it was given back before. Another
- * cache's cursor goes back to that cache.
+ * there are any: it is freed all the same unless it waits for the next one of its index.
+ * A storage-order cursor is not kept, and must not be given back twice; no cursor may be
+ * given back when its cache has ended. Another cache's cursor goes back to that cache.
  */
 KU_API uint32_t kudcffrcurs(kudcaccdef *acmp, kudccurdef *cursor);
 

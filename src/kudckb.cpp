@@ -855,6 +855,7 @@ uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count, kudcbva
     const kudcidxdef *index = index_of(acmp, cursor);
     if (index == nullptr) return refuse(acmp, KUVAA_MISSING);
     if (index->idxt_kudcidx != KUDC_RANDOM) return refuse(acmp, KUDCA_TYPE);
+    if (count != 0 && integers == nullptr) return refuse(acmp, KUVAA_MISSING);
     const kudckeydef *key = cursor->keyp_kudccur;
     status = check_key(acmp, cursor);
     if (status == 0) status = kudcktargets(acmp, index, key, count, values);

@@ -880,9 +880,10 @@ TEST(Kudckb, IntegersAreLookedUpThroughACursor)
     EXPECT_ERRORS(ctx, {"kuvaa 16"});
     EXPECT_EQ(cursor->curleft_kudccur, 1);
     EXPECT_EQ(std::memcmp(columns[0]->col_kudcbva->curval_kudxcol, there, 4), 0);
+    EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, nullptr, &row), KUVAA_MISSING);
     columns[1] = nullptr;
     EXPECT_EQ(kudckfblb(cache.cache, cursor, 2, columns, there, &row), KUVAA_MISSING);
-    EXPECT_ERRORS(ctx, {"kuvaa 21"});
+    EXPECT_ERRORS(ctx, {"kuvaa 21", "kuvaa 21"});
 
     indexed narrow(ctx, {{0, 3, 2, up}});
     ASSERT_EQ(kudcfnwcurs(narrow.cache, nullptr, 0, 0, 0, -1, &cursor), 0u);

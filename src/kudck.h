@@ -201,8 +201,8 @@ KU_API uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const uns
  *   values    for each a key column naming the thread column; its current value gets the
  *             integer, too
  *   row       out: the row or block of calculated values, or KUDC_NONE
- * Pushes KUVAA_MISSING (no column or no integers given, a storage-order cursor), KUVAA_NOVALUE (not a
- * column of the key, or without 4 bytes), KUDCA_TYPE (not RANDOM).
+ * Pushes KUVAA_MISSING (no column or no integers given, a storage-order cursor),
+ * KUVAA_NOVALUE (not a column of the key, or without 4 bytes), KUDCA_TYPE (not RANDOM).
  */
 KU_API uint32_t kudckfblb(kudcaccdef *acmp, kudccurdef *cursor, uint16_t count,
                           kudcbvadef *const *values, const int32_t *integers, int32_t *row);

@@ -660,8 +660,8 @@ void kurfdriver::run()
     while (advance()) {
     }
     if (report != nullptr) tell(KURF_T_FAIL, runner().curri_kurf);
-    if (runner().currkurlp_kurf != nullptr && runner().caccept_kurf != 0)
-        runner().ifinish_kurf = runner().curri_kurf;
+    const kurl *last = runner().currkurlp_kurf; // may accept the end, which is not reported
+    if (last != nullptr && last->accepting_kurl != 0) runner().ifinish_kurf = runner().curri_kurf;
     kurfleave(stepping.ctx, stepping.whole);
 }
 

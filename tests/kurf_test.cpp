@@ -369,6 +369,10 @@ TEST(Kurf, TagsAndIndexesOfARunStayUntilTheNext)
         EXPECT_EQ(tagged(), 1u);
         pattern.run("e"); // a match outside all groups
         EXPECT_EQ(tagged(), 0u);
+        runner dots(ctx, with, "..");
+        dots.answers = {KURF_A_GO};
+        dots.run("a"); // the second dot is the end of the data
+        EXPECT_EQ(kurfgmfinish(ctx, with.record, dots.handle), 1u);
         pattern.run("x"); // no match
         EXPECT_EQ(kurfgmstart(ctx, with.record, pattern.handle), 0u);
         EXPECT_EQ(kurfgmfinish(ctx, with.record, pattern.handle), 0u);

@@ -340,6 +340,7 @@ std::uint32_t kudcsvisit(const kudcssearch &search, std::uint16_t level, std::in
 std::uint32_t kudcsdescend(const kudcssearch &search, std::uint16_t from, std::int32_t first,
                            std::int32_t *result)
 {
+    assert(search.index != nullptr); // kudcstsrch has looked it up
     kudcinddef entry = {};
     for (std::uint16_t level = from; level < search.index->lvct_kudcidx; level++) {
         entry = {KUDC_NONE, KUDC_NONE, KUDC_NONE, 0, 0, 0};

@@ -240,6 +240,7 @@ TEST_F(KuqBrowse, AFailedCommandIsToldAndTheNextOneRuns)
         {"sort", "'sort' is written: sort COLUMN [desc]"},
         {"sort 'city", "'sort' is written: sort COLUMN [desc]"},
         {"row 3", "'3' is not a row; there are 2"},
+        {"row 2x", "'2x' is not a row; there are 2"},
         {"delete 2-1", "'delete' is written: delete [ROW[-ROW]]"},
         {"next", "There is no next page"},
         {"nextgroup", "'1' is not a level; there are 0"},
@@ -250,7 +251,7 @@ TEST_F(KuqBrowse, AFailedCommandIsToldAndTheNextOneRuns)
     };
     const std::string query = "select 'Rom' city union all select 'Ulm'";
     for (const auto &row : rows) {
-        const outcome result = run(query, std::string(row.command) + "\n# text\n\nl\nq\nnothing\n");
+        const outcome result = run(query, std::string(row.command) + "\n# text\n\nc\nq\nnothing\n");
         EXPECT_EQ(result.status, 1);
         EXPECT_NE(result.output.find(row.part), std::string::npos) << row.part << result.output;
         EXPECT_NE(result.output.find("rows 1-2 of 2"), std::string::npos) << result.output;

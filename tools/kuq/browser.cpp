@@ -114,8 +114,9 @@ bool browser::refuse_row(const std::string &text)
 
 bool browser::take_row(const std::string &text, uint64_t *row)
 {
-    if (!whole_number(text, 1, row) || *row > view_.size()) return refuse_row(text);
-    --*row;
+    uint64_t number = 0;
+    if (!whole_number(text, 1, &number) || number > view_.size()) return refuse_row(text);
+    *row = number - 1;
     return true;
 }
 

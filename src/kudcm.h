@@ -36,8 +36,9 @@ extern "C" {
  * without a current value, KUDCA_TOOLONG for a value longer than its column (with `store` 0 only
  * key columns are looked at), KUDCA_KEYSIZE for a key that does not fit a block, KUDCA_NOAPP for a
  * long value without application handle, KUDCA_FULL when a file has no room: nothing is changed
- * then, nor when the record or a long value cannot be written. A move that fails later, or KUVAA_NOMEM for the split of a block, leaves the
- * keys entered so far, which lead to a record that readers pass over, and no row.
+ * then, nor when the record or a long value cannot be written. A move that fails later, or
+ * KUVAA_NOMEM for the split of a block, leaves the keys entered so far, which lead to a record that
+ * readers pass over, and no row.
  */
 KU_API uint32_t kudcmrstr(kudcaccdef *acmp, uint16_t thread, const uint16_t *levels, int32_t store,
                           int32_t *position);

@@ -89,7 +89,8 @@ KU_API uint32_t kudcfnwcurs(kudcaccdef *acmp, const kudckeydef *goal, uint16_t t
 /*
  * A new cursor with another's key and place, given back like any. Its next read
  * returns the row that the source is on, or the one after it when that row was
- * the first that the source has read and nobody gave its position; rows are counted on from the source's number.
+ * the first that the source has read and nobody gave its position; rows are counted on
+ * from the source's number.
  */
 KU_API uint32_t kudcfcpcurs(kudcaccdef *acmp, const kudccurdef *cursor, kudccurdef **copyp);
 

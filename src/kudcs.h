@@ -5,8 +5,8 @@
  * row arrives. Threads and indexes are the cache's records, levels count from 0
  * within the index. A null cache gives KUVAA_MISSING unpushed; else a status is
  * 0 or a code that has been pushed: KUVAA_MISSING for a null index, or thread
- * where rows are chained, or a level that the index does not have, KUDCA_TYPE for an index of another type, or what
- * a move of the paged file gave.
+ * where rows are chained, or a level that the index does not have, KUDCA_TYPE for
+ * an index of another type, or what a move of the paged file gave.
  */
 #ifndef KUDCS_H
 #define KUDCS_H

@@ -416,15 +416,16 @@ static kuvfrdef *kuvptake(kuv *memory, int16_t segment, kuvfrdef *block)
 static kuvfrdef *kuvprun(const kuv *memory, const kuvsh &segment, uint32_t size)
 {
     kuvfrdef *block = segment.fmad_kuvsh;
-    while (block != nullptr && block->size_kuvfr != 0) {
-        kuvfrdef *start = block;
-        uint32_t total = 0;
-        while (total < size && block->size_kuvfr != 0 && kuvpmovable(memory, block)) {
-            total += kuvpsize(block);
-            block = next_in_memory(block);
+    kuvfrdef *start = nullptr; // none yet
+    uint32_t total = 0;
+    for (; block != nullptr && block->size_kuvfr != 0; block = next_in_memory(block)) {
+        if (!kuvpmovable(memory, block)) {
+            start = nullptr;
+            continue;
         }
+        total = kuvpsize(block) + (start != nullptr ? total : 0);
+        if (start == nullptr) start = block;
         if (total >= size) return start;
-        if (block == start) block = next_in_memory(block); // it is locked
     }
     return nullptr;
 }
@@ -442,7 +443,8 @@ kuvfrdef *kuvpsync(kuv *memory, uint32_t size)
 kuvfrdef *kuvpswapout(kuv *memory, uint32_t size)
 {
     if (kuvplpurge(memory) != 0) return nullptr;
-    kuvfrdef *block = kuvpsync(memory, size + KUVP_HEADER);
+    const uint32_t most = UINT32_MAX - KUVP_HEADER; // more than a segment has
+    kuvfrdef *block = kuvpsync(memory, std::min(size, most) + KUVP_HEADER);
     if (block == nullptr) return nullptr;
     const int16_t segment = memory->lastseg_kuv;
     while (kuvpsize(block) - KUVP_HEADER < size) {
@@ -460,6 +462,7 @@ kuvfrdef *kuvpswapout(kuv *memory, uint32_t size)
 // written. False: an object stayed.
 static bool kuvppurge(kuv *memory, int64_t quota)
 {
+    if (memory->softvirt_kuv == 0) return true; // there is no file
     kuvown *own = memory->own_kuv;
     const auto count = static_cast<uint32_t>(memory->mpcount_kuv);
     uint32_t number = own->lowest;

@@ -511,6 +511,12 @@ TEST(Kuv, BestFitIsTakenCutAndJoinedAgain)
     EXPECT_EQ(sizes(), "16 24 64 ");
 
     EXPECT_EQ(kuvpfrdelete(memory, 0, ku::vm::block_of(cell_of(whole))), nullptr) << "it is used";
+    kuvlock(memory, handles[3]);
+    EXPECT_EQ(kuvpswapout(memory, UINT32_MAX - 7), nullptr) << "no sum that wraps";
+    EXPECT_ERRORS(ctx, {"kuvaa 21"});
+    kuvlock(memory, whole); // the first block
+    kuvputmem(memory, kuvpsync(memory, 0), 0);
+    EXPECT_TRUE(resident(whole)) << "what is locked stays, whatever is looked for";
 }
 
 TEST(Kuv, BlocksPutSideBySideOnTheListAreJoinedByTheWalk)
@@ -677,6 +683,7 @@ TEST(Kuv, ScramblingLeavesNothingUnlockedInMemory)
     {
         virtual_memory heap(ctx, wanted);
         EXPECT_TRUE(kuvalloc(heap, 8) != nullptr && heap->scmb_kuv == 1);
+        EXPECT_EQ(kuvplpurge(heap) + kuvpscramble(heap), 0u) << "nothing is swapped out";
     }
     wanted.swapping = true;
     virtual_memory memory(ctx, wanted);

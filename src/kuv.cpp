@@ -34,6 +34,7 @@ static constexpr int16_t kuv_cells = 4096;                        // of a handle
 static constexpr uint32_t kuv_buffers = 25;                       // of a block cache
 static constexpr uint32_t kuv_file = 0x40000;                     // bytes of the swap file
 static constexpr uint32_t kuv_segment = 65520;                    // bytes
+static constexpr uint64_t kuv_mostsegment = UINT32_MAX - 7;       // that can be said
 static constexpr uint8_t kuv_segments = 4;                        // how many
 static constexpr int8_t kuv_percent = 10;                         // to swap out
 static constexpr uint32_t kuv_most_cells = vm::free_in_front - 1; // numbers that a header takes
@@ -98,6 +99,11 @@ static bool kuvaddpage(kuv *memory)
 
 static bool kuvgiven(const kuva *attrs, uint32_t bit) { return (attrs->mask_kuva & bit) != 0; }
 
+static bool kuvswaps(const kuva *attrs)
+{
+    return kuvgiven(attrs, KUVA_SOFTVIRT) && attrs->softvirt_kuva != 0;
+}
+
 // A copy of a text, logged or not by the function that allocates. Null without memory.
 static char *kuvcopy(kux *ctx, const char *text, kuxnmallocfn allocate)
 {
@@ -143,8 +149,8 @@ static bool kuvfill(kuv *memory, const kuva *attrs)
     const uint64_t size = kuvgiven(attrs, KUVA_SEGSIZE)
                               ? (uint64_t{attrs->segmentsize_kuva} + vm::unit) / vm::unit * vm::unit
                               : kuv_segment;
-    if (size > uint64_t{vm::largest_block}) return false;
-    memory->size_kuv = static_cast<uint32_t>(size);
+    if (kuvswaps(attrs) && size > uint64_t{vm::largest_block}) return false;
+    memory->size_kuv = static_cast<uint32_t>(std::min(size, kuv_mostsegment));
     memory->highwater_kuv = kuvgiven(attrs, KUVA_HIGHWATER) ? attrs->highwater_kuva : kuv_percent;
     memory->debug_kuv = kuvgiven(attrs, KUVA_DEBUG) ? attrs->debug_kuva : 1;
     if (kuvgiven(attrs, KUVA_NEWFILESIZE)) memory->newfilesize_kuv = attrs->newfilesize_kuva;
@@ -193,6 +199,7 @@ static void kuvempty(kuv *memory, kuxnmfreefn release)
             ctx->kuxnmfree(ctx, memory->segs_kuv[i].fmad_kuvsh);
         memory->segs_kuv[i] = kuvsh{};
     }
+    memory->curfree_kuv = memory->maxfree_kuv = 0;
     own->opened = 0;
     for (kuvmh *page = memory->mphead_kuv; page != nullptr;) {
         for (int i = 0; memory->softvirt_kuv == 0 && i < memory->mpcount_kuv; i++) {
@@ -228,8 +235,7 @@ static kuv *kuvbuild(kux *ctx, const kuva *attrs)
         built = page != nullptr;
         if (built) kuvpinit(memory, page);
     }
-    if (built && kuvgiven(attrs, KUVA_SOFTVIRT) && attrs->softvirt_kuva != 0)
-        built = kuvswapping(memory, attrs);
+    if (built && kuvswaps(attrs)) built = kuvswapping(memory, attrs);
     if (built) {
         memory->id_kuv = KUV_ID;
         building.commit();

@@ -178,8 +178,8 @@ typedef struct kuva {
  * Segments get their memory when they are first needed.
  * Returns the context, the caller's, ended with kuvdestroy; or null, with
  * nothing left: no library context (nothing pushed), or KUVAA_FAILED, above
- * whatever else was pushed: null attributes, no memory, segments of 2 GiB and
- * more, no temporary directory, or the swap file cannot be made.
+ * whatever else was pushed: null attributes, no memory, with swapping segments of
+ * nearly 2 GiB and more, no temporary directory, or the swap file cannot be made.
  */
 KU_API kuv *kuvcreate(kux *ctx, const kuva *attrs);
 
@@ -219,8 +219,8 @@ KU_API uint32_t kuvget(kuv *memory, kuva *attrs);
 KU_API void *kuvalloc(kuv *memory, uint32_t size);
 
 /*
- * Changes an object's size; its handle stays. The bytes up to the lesser size stay, new
- * ones are zero. Unlocked addresses are invalid afterwards.
+ * Changes an object's size; its handle stays. The bytes up to the lesser size stay, those
+ * behind the usable size that it had are zero. Unlocked addresses are invalid afterwards.
  * Returns the handle; or null with the object as it was: KUVAA_TOOLARGE, KUVAA_LOCKED, or
  * KUVAA_FAILED without memory.
  */

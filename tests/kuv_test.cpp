@@ -287,9 +287,12 @@ TEST(Kuv, AContextHasItsAttributesOrTheirDefaults)
     attrs.cachepath_kuva = "?";
     EXPECT_TRUE(kuvget(memory, &attrs) == 0 && attrs.cachepath_kuva == nullptr);
     EXPECT_EQ(kuvdestroy(memory), 0u);
-    attrs.mask_kuva = KUVA_SEGSIZE;
     for (const uint32_t size : {0x7FFFFFF0u, UINT32_MAX}) {
         attrs.segmentsize_kuva = size;
+        attrs.mask_kuva = KUVA_SEGSIZE;
+        EXPECT_EQ(kuvdestroy(kuvcreate(ctx, &attrs)), 0u); // a heap has no segments
+        attrs.mask_kuva = KUVA_SEGSIZE | KUVA_SOFTVIRT;
+        attrs.softvirt_kuva = 1;
         EXPECT_EQ(kuvcreate(ctx, &attrs), nullptr);
         EXPECT_ERRORS(ctx, {"kuvaa 18"});
     }
@@ -974,6 +977,7 @@ TEST(Kuv, DestructionWithAnErrorPendingKeepsTheRecordOnly)
     EXPECT_EQ(kuvdestroy(memory), KUVAA_FAILED);
     EXPECT_TRUE(dir.names().empty());
     EXPECT_LT(ctx.live(), before);
+    EXPECT_EQ(memory->curfree_kuv + memory->maxfree_kuv, 0);
     EXPECT_EQ(kuvdestroy(memory), KUVAA_FAILED);
     EXPECT_ERRORS(ctx, {"kuvaa 11"});
     EXPECT_EQ(kuvdestroy(memory), 0u);

@@ -282,6 +282,13 @@ struct kurfled {
     std::uint64_t accepting; // the accepting ones of the hits
 };
 
+// What a step has joined: words that are not 0 lie from `low` to `high`.
+struct kurfunion {
+    std::uint32_t low;
+    std::uint32_t high = 0;
+    kurlspan last = {}; // the list read last; those inside it add nothing
+};
+
 // What a step needs at hand.
 struct kurfstep {
     kux *ctx;
@@ -327,8 +334,7 @@ struct kurfstep {
     }
     void learn(std::uint32_t tchar, const kurflooked &looked, std::uint32_t word,
                std::uint64_t unknown) const;
-    bool join(std::uint32_t word, std::uint64_t hits, std::uint32_t &low,
-              std::uint32_t &high) const;
+    bool join(std::uint32_t word, std::uint64_t hits, kurfunion &joined) const;
     kurl *moveword(std::uint32_t tchar) const;
     kurl *movewords(std::uint32_t tchar) const;
     bool starts(std::uint32_t tchar) const;
@@ -362,10 +368,9 @@ kurl *kurfstep::moveword(std::uint32_t tchar) const
     return led.hits != 0 ? whole.shown : nullptr;
 }
 
-// Joins followpos of the hits in a word into the next set, whose words that are not 0 lie from
-// `low` to `high`.
-bool kurfstep::join(std::uint32_t word, std::uint64_t hits, std::uint32_t &low,
-                    std::uint32_t &high) const
+// Joins followpos of the hits in a word into the next set. Many positions of a large pattern have
+// windows of one row: without a look at the last one each step would take the square of them.
+bool kurfstep::join(std::uint32_t word, std::uint64_t hits, kurfunion &joined) const
 {
     kurfmap &map = whole.map;
     for (std::uint64_t left = hits; left != 0; left &= left - 1) {
@@ -373,13 +378,15 @@ bool kurfstep::join(std::uint32_t word, std::uint64_t hits, std::uint32_t &low,
         const std::uint32_t index = word * kurf_bits + bit;
         const kurfjump &jump = map.jumps[index];
         map.next[jump.word] |= jump.bits;
-        low = std::min(low, jump.word);
-        high = std::max(high, jump.word);
+        joined.low = std::min(joined.low, jump.word);
+        joined.high = std::max(joined.high, jump.word);
         if (jump.many == 0) continue;
         const kurlspan follow = kurlview(*positions().items[index]->followkurlp_kurno);
+        if (joined.last.covers(follow)) continue;
+        joined.last = follow;
         for (std::uint32_t i = 0; i < follow.count; i++)
             map.next[kurfword(*follow.items[i])] |= kurfbit(*follow.items[i]);
-        high = std::max(high, kurfword(*follow.end()[-1]));
+        joined.high = std::max(joined.high, kurfword(*follow.end()[-1]));
     }
     return hits != 0;
 }
@@ -395,11 +402,10 @@ kurl *kurfstep::movewords(std::uint32_t tchar) const
 
     bool any = false;
     std::uint8_t accepting = 0;
-    std::uint32_t low = map.words;
-    std::uint32_t high = 0;
+    kurfunion joined = {map.words};
     for (std::uint32_t word = starting ? map.startlow : map.low; word <= last; word++) {
         const std::uint64_t found = hits(tchar, looked, word, from[word]);
-        if (!join(word, found, low, high)) continue;
+        if (!join(word, found, joined)) continue;
         any = true;
         if ((found & map.accepting[word]) == 0) continue;
         tag(word, found & map.accepting[word]);
@@ -407,8 +413,8 @@ kurl *kurfstep::movewords(std::uint32_t tchar) const
     }
     for (std::uint32_t word = map.low; word <= map.high; word++) map.current[word] = 0;
     std::swap(map.current, map.next);
-    map.low = any ? low : 1;
-    map.high = high;
+    map.low = any ? joined.low : 1;
+    map.high = joined.high;
     whole.shown->accepting_kurl = accepting;
     return any ? whole.shown : nullptr;
 }

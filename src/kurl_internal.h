@@ -31,6 +31,10 @@ struct kurlspan {
 
     kurno **end() const { return items + count; }
     bool operator==(const kurlspan &other) const = default;
+    bool covers(const kurlspan &other) const // as windows on one row
+    {
+        return row != nullptr && row == other.row && items <= other.items && other.end() <= end();
+    }
 };
 
 // What a set holds, whatever its list. The row is null for a list of its own.

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <functional>
 #include <iterator>
 #include <string>
@@ -711,6 +712,27 @@ TEST(Kurf, RandomPatternsRunAsThePlainMatcherSays)
 }
 
 // ---- callbacks and memory ----
+
+TEST(Kurf, AStepTakesTheSizeOfALargePatternAndNotItsSquare)
+{
+    constexpr int large = 40000; // its square, 30 times over, takes half a minute at least
+    const std::string text(30, 'a');
+    context ctx;
+    const syntax with(ctx);
+    std::string choices = "(";
+    std::string stars;
+    for (int i = 0; i < large; i++) {
+        choices += "a|";
+        stars += ".*";
+    }
+    for (const std::string &pattern : {choices + "b)*", stars}) {
+        const runner large_one(ctx, with, pattern);
+        const std::clock_t before = std::clock();
+        kurfrun(ctx, with.record, large_one.handle, text.data(), 30, KURF_MULTIBYTE, nullptr,
+                nullptr);
+        EXPECT_LT(std::clock() - before, 5 * CLOCKS_PER_SEC);
+    }
+}
 
 TEST(Kurf, CharactersAreReadOnceAndOneAhead)
 {

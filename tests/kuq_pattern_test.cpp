@@ -4,6 +4,7 @@
 
 #include <clocale>
 #include <cstdlib>
+#include <ctime>
 #include <optional>
 #include <regex.h>
 #include <string>
@@ -171,6 +172,19 @@ TEST_F(KuqPattern, WhatAPatternSaysInEachCharacterSet)
     const std::string with_nul("a\0b", 3);
     EXPECT_EQ(marked("a.b", with_nul), "[" + with_nul + "]");
     EXPECT_EQ(marked("^$", with_nul), with_nul);
+    std::string others; // thousands of sets: their square is gigabytes
+    std::string apart;
+    for (int value = 0x4e00; value < 0x9e00; value++) {
+        const char bytes[] = {static_cast<char>(0xe0 | value >> 12),
+                              static_cast<char>(0x80 | (value >> 6 & 0x3f)),
+                              static_cast<char>(0x80 | (value & 0x3f)), 0};
+        others += std::string("[^") + bytes + "]";
+        apart += bytes;
+    }
+    const std::clock_t before = std::clock();
+    EXPECT_EQ(marked(others, "a"), "large");
+    EXPECT_EQ(marked(apart + apart, "a"), "large");
+    EXPECT_LT(std::clock() - before, 3 * CLOCKS_PER_SEC);
 }
 
 bool like_plainly(std::u32string_view what, std::u32string_view text)

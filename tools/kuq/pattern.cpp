@@ -146,6 +146,7 @@ bool pattern::make_alphabet()
         }
     std::map<std::vector<size_t>, uint16_t> numbers;
     std::vector<size_t> inside; // the sets that have the value, in order
+    size_t members = 0;         // elements of all sets: each is written at least once
     alphabets_.resize(tree_.sets.size());
     for (const auto &[value, changed] : changes) {
         for (const auto &[set, begins] : changed) {
@@ -156,7 +157,8 @@ bool pattern::make_alphabet()
         }
         const auto next = static_cast<uint16_t>(first_class + numbers.size());
         const auto [number, fresh] = numbers.insert({inside, next});
-        if (numbers.size() > most_elements) return false;
+        members += fresh ? inside.size() : 0;
+        if (numbers.size() > most_elements || members > largest + most_elements) return false;
         bounds_.push_back(value);
         behind_.push_back(number->second);
         for (const size_t set : inside)

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <map>
 
 #include "characters.h"
 #include "codes.h"
@@ -169,10 +170,9 @@ private:
         }
         unite(&set);
         if (others) set = all_but(std::move(set));
-        const auto found = std::find(tree_.sets.begin(), tree_.sets.end(), set);
-        const auto index = static_cast<size_t>(found - tree_.sets.begin());
-        if (found == tree_.sets.end()) tree_.sets.push_back(std::move(set));
-        tree_.nodes.push_back({pattern_node::one, {}, index});
+        const auto [place, fresh] = numbers_.insert({std::move(set), tree_.sets.size()});
+        if (fresh) tree_.sets.push_back(place->first);
+        tree_.nodes.push_back({pattern_node::one, {}, place->second});
         return tree_.nodes.size() - 1;
     }
 
@@ -394,6 +394,7 @@ private:
     std::vector<uint32_t> pattern_; // its characters
     bool any_case_;
     pattern_tree &tree_;
+    std::map<letters, size_t> numbers_; // of the sets
     size_t at_ = 0;
     size_t place_ = 0;
     const char *wrong_ = nullptr;

@@ -29,7 +29,6 @@ constexpr std::uint32_t piece_bytes = 10240;          // longest piece of a long
 constexpr std::uint32_t largest_block = 0xFF00;       // bytes
 constexpr std::uint32_t smallest_work_block = 512;    // bytes of the smallest working buffers
 constexpr std::int64_t blocks_a_level_and_store = 40; // more than one insertion can take
-constexpr int tallest_tree = 64;                      // more blocks than a way down can have
 
 // ---- failing ----
 

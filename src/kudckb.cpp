@@ -194,9 +194,10 @@ std::uint32_t find_in_tree(kudcaccdef *acmp, const kudckeydef *key, std::uint16_
 
     if (inserted != nullptr) *inserted = header_of(block).coun_kudcidh;
     *position = kudcksearch(acmp, columns, block);
-    for (int height = 1; *position != kudck_unsound && header_of(block).leaf_kudcidh == 0;
-         height++) {
-        if (height == tallest_tree) return refuse(acmp, KUVAA_MISSING);
+    block_steps steps(acmp, header_of(block));
+    while (*position != kudck_unsound && header_of(block).leaf_kudcidh == 0) {
+        status = steps.take();
+        if (status != 0) return status;
         status = kudckvisit(acmp, level, kudckchild(block, kudckbranch(*position)),
                             header_of(block).size_kudcidh, columns.count, &block);
         if (status != 0) return status;
@@ -453,7 +454,6 @@ struct kudckinsertion {
     std::int32_t newroot;  // that tree's root when it has to be made yet, else KUDC_NONE
     std::int32_t outcome;
     kudckpending *pending; // what is left to write, from the root down
-    int height;            // blocks on the way down so far
 };
 
 // Takes a block at the end of the index file.
@@ -695,31 +695,83 @@ std::uint32_t kudckjoin(kudckinsertion &in, const unsigned char *leaf, std::uint
                      static_cast<std::uint16_t>(in.index->lvst_kudcidx + header.levl_kudcidh));
 }
 
-// Enters the key below and in a block.
-// NOLINTNEXTLINE(misc-no-recursion): a tree's height
+// The blocks from a tree's root down to a leaf, each with the branch taken there. Trees are low but
+// for those of keys of nearly half a block, which can be as high as they have blocks.
+class kudckway : ku::unique
+{
+public:
+    explicit kudckway(kux *ctx) : ctx_(ctx), more_(ctx) {}
+
+    struct turn {
+        std::int32_t block, branch;
+    };
+    bool empty() const { return count_ == 0; }
+    turn pop() { return turns()[--count_]; }
+    // 0, or KUVAA_NOMEM pushed.
+    std::uint32_t push(const turn &taken)
+    {
+        if (count_ == room_) {
+            ku::owned<turn> grown(ctx_, obtain<turn>(ctx_, 2 * std::uint64_t{room_}));
+            if (!grown) return KUVAA_NOMEM;
+            std::memcpy(grown.get(), turns(), count_ * sizeof(turn));
+            more_.reset(grown.keep());
+            room_ *= 2;
+        }
+        turns()[count_++] = taken;
+        return 0;
+    }
+
+private:
+    turn *turns() { return more_ ? more_.get() : some_; }
+
+    static constexpr std::uint32_t few_ = 16;
+    kux *ctx_;
+    turn some_[few_];
+    ku::owned<turn> more_;
+    std::uint32_t count_ = 0, room_ = few_;
+};
+
+// From the root's block, at first in `*block`, to the leaf where the key is or belongs.
+std::uint32_t kudckdescend(const kudckinsertion &in, const unsigned char **block, kudckway *way,
+                           std::int32_t *position)
+{
+    block_steps steps(in.acmp, header_of(*block));
+    for (;;) {
+        const kudcidhdef header = header_of(*block);
+        if (!kudckown(in.index, header)) return refuse(in.acmp, KUVAA_MISSING);
+        *position = kudcksearch(in.acmp, in.columns, *block);
+        if (*position == kudck_unsound) return refuse(in.acmp, KUVAA_MISSING);
+        if (header.leaf_kudcidh != 0) return 0;
+        const std::int32_t branch = kudckbranch(*position);
+        std::uint32_t status = steps.take();
+        if (status == 0) status = way->push({header.addr_kudcidh, branch});
+        if (status == 0)
+            status = kudckvisit(in.acmp, header.levl_kudcidh, kudckchild(*block, branch),
+                                header.size_kudcidh, in.columns.count, block);
+        if (status != 0) return status;
+    }
+}
+
+// Enters the key in the tree whose root is in `block`.
 std::uint32_t kudckenter(kudckinsertion &in, const unsigned char *block)
 {
     kudcaccdef *acmp = in.acmp;
-    const kudcidhdef header = header_of(block);
-    if (!kudckown(in.index, header) || ++in.height > tallest_tree)
-        return refuse(acmp, KUVAA_MISSING);
-    const std::int32_t position = kudcksearch(acmp, in.columns, block);
-    if (position == kudck_unsound) return refuse(acmp, KUVAA_MISSING);
-    if (header.leaf_kudcidh != 0) {
-        if (position >= 0) return kudckjoin(in, block, static_cast<std::uint16_t>(position));
-        kudckbring(acmp, block);
-        return kudckadd(in, static_cast<std::uint32_t>(-(position + 1)));
+    const kudcidhdef root = header_of(block);
+    kudckway way(acmp->kuxp_kudcacc);
+    std::int32_t position = 0;
+    std::uint32_t status = kudckdescend(in, &block, &way, &position);
+    if (status != 0) return status;
+    if (position >= 0) return kudckjoin(in, block, static_cast<std::uint16_t>(position));
+    kudckbring(acmp, block);
+    status = kudckadd(in, static_cast<std::uint32_t>(-(position + 1)));
+    while (status == 0 && in.outcome == kudck_split && !way.empty()) {
+        const kudckway::turn above = way.pop();
+        status = kudckread(acmp, root.levl_kudcidh, above.block, root.size_kudcidh);
+        // Right of the child that was split: a separator may be equal to one that stands there,
+        // left of a key that was deleted and has come back.
+        if (status == 0) status = kudckadd(in, static_cast<std::uint32_t>(above.branch + 1));
     }
-    const std::int32_t branch = kudckbranch(position);
-    const std::uint16_t level = header.levl_kudcidh;
-    std::uint32_t status = kudckvisit(acmp, level, kudckchild(block, branch), header.size_kudcidh,
-                                      in.columns.count, &block);
-    if (status == 0) status = kudckenter(in, block);
-    if (status != 0 || in.outcome != kudck_split) return status;
-    status = kudckread(acmp, level, header.addr_kudcidh, header.size_kudcidh);
-    // Right of the child that was split: a separator may be equal to one that stands there,
-    // left of a key that was deleted and has come back.
-    return status != 0 ? status : kudckadd(in, static_cast<std::uint32_t>(branch + 1));
+    return status;
 }
 
 } // namespace
@@ -766,8 +818,7 @@ uint32_t kudckins(kudcaccdef *acmp, kudckeydef *key, kudcthddef *thread, kudcidx
         return refuse(acmp, KUVAA_MISSING);
     kudckinsertion in = {
         acmp,   key,       thread,    index,         columns_of(key, root.levl_kudcidh),
-        *child, *nextroot, KUDC_NONE, kudck_present, nullptr,
-        0};
+        *child, *nextroot, KUDC_NONE, kudck_present, nullptr};
     std::uint32_t status = check_buffers(acmp, in.columns);
     if (status != 0) return status;
     if (in.columns.count != root.clct_kudcidh) return refuse(acmp, KUVAA_NOVALUE);

@@ -227,14 +227,15 @@ private:
     {
         return header.leaf_kudcidh == 0 && dump_.type == KUDC_RANDOM;
     }
-    // A block hangs at the level where it may, and in no tree that is taller than one can be.
+    // A block hangs at the level where it may, and in no tree that is higher than the file has
+    // blocks.
     bool belongs(const kudcidhdef &header)
     {
         kudcpopen *above = last_->above;
         if (above == nullptr) return true;
         const kudcidhdef parent = header_of(above->block());
         if (inner(parent)) last_->height = above->height + 1;
-        return last_->height <= tallest_tree
+        return last_->height <= dump_.acmp->nxio_kudcacc / parent.size_kudcidh
                && header.levl_kudcidh == parent.levl_kudcidh + (inner(parent) ? 0 : 1);
     }
     // Reads and prints the last node's block.

@@ -826,6 +826,13 @@ TEST(Kudckb, KeysThatFitNowhereAndFullFilesAreRefusedBeforeAnythingChanges)
     ASSERT_EQ(three.store({std::string(29300, 'd')}, 1, &position), 0u);
     ASSERT_EQ(three.store({std::string(32550, 'c')}, 1, &position), 0u); // begins the right half
     EXPECT_EQ(walk(three).found.size(), 4u);
+    indexed high(ctx, {{0, 1, 65440, up}}); // with one key in a block, a tree of as many blocks
+    for (char first = 'z'; first > 'a'; first--)
+        for (char second = 'z'; second >= 'x'; second--) {
+            const std::string key{first, second};
+            ASSERT_EQ(high.store({key + std::string(60000, 'x')}, 1, &position), 0u) << key;
+        }
+    EXPECT_EQ(walk(high).found.size(), 75u);
 
     indexed levels(ctx, {{0, 1, 5, up}, {1, 1, 5, up}});
     const int32_t end = levels.cache->nxio_kudcacc;

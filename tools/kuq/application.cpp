@@ -68,8 +68,19 @@ int32_t ask(kux *, kuxst *, const char *text)
            && (answer[0] == 'y' || answer[0] == 'Y');
 }
 
+// Cuts what the user gave, so that a message has room for what it says about it.
+void shorten(char *parameter)
+{
+    constexpr size_t most = 300; // bytes
+    if (std::strlen(parameter) <= most) return;
+    size_t end = most - 3;
+    while (end > 0 && (parameter[end] & 0xC0) == 0x80) end--; // not inside a character
+    std::strcpy(parameter + end, "...");
+}
+
 std::string message(kux *ctx, kuxer *record)
 {
+    for (int32_t i = 0; i < record->kuxernparams; i++) shorten(record->kuxerparams[i]);
     char text[message_max + 1];
     uint32_t length = message_max;
     kuxerfmtmsg(ctx, record, "text", text, &length, nullptr);

@@ -51,7 +51,7 @@ TEST_F(Kuq, WrongCommandLinesNameWhatIsWrongAndWhatIsMeant)
          "'dialect' cannot be 'db3'; it can be native, sqlserver or db2."},
         {"tokens a b c d e f", 2, "cannot be 'b'"},
         {"help a b", 2, "more values than the command takes"},
-        {"grep '" + std::string(3000, 'a') + "[' " + file, 2, "aaa...' is wrong at character 3001"},
+        {"grep '" + std::string(3000, 'a') + "[' " + file, 2, "aaa...' is wrong at character 3002"},
         {"tokens " + file + " " + file, 2, "'file' was given twice"},
         {"tokens " + file + " native", 2, "without a keyword"},
         {"tokens 'file=(a,'", 2, "not well formed"},

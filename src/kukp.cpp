@@ -616,7 +616,7 @@ template <class Reader> bool kukpmnumrhs(const kukprun &run, Reader &in)
 {
     if (kukpends(in)) return true;
     const kukpspecial special = kukpisp(run, in);
-    return special.bytes > 0 && special.type != KUKP_T_PERIOD;
+    return special.bytes > 1 || (special.bytes == 1 && special.type != KUKP_T_PERIOD);
 }
 
 constexpr std::uint32_t kukp_longestoperator = 3; // bytes of an operator that can start a token

@@ -289,6 +289,7 @@ TEST(Kukp, ClientTokensGoBeforeTheOperators)
         {"ascii", "a!!!!b", {client("!!!!", 900)}, "403<a> 0<!> 26"}, // too long: ends words, starts nothing
         {"ascii", "a,b", {client("", 900)}, "403<a> 375<,> 403<b> 0"},
         {"ascii", "1!2", {client("!", 387)}, "0<1!> 26"}, // goes by the type of the period
+        {"ascii", "1--@", {client("--", 387)}, "404<1> 395<--@> 0"}, // longer than that
         {"ascii", "!", {client("!", 0)}, "403<!> 0", KUKP_M_KEYWORDS}, {"ascii", "!", {client("!", 0)}, "0<!> 0", 7},
         {"utf8", "a\xE2\x86\x92z", {client("\xE2\x86\x92", 900)}, "403<a> 900<\xE2\x86\x92> 403<z> 0"},
         {"utf8", "\xE2\x86\x92", {client("\xE2\x86", 900)}, "0<\xE2\x86\x92> 26"}, // no part of a character

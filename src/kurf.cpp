@@ -610,7 +610,9 @@ bool kurfdriver::follow() const
 void kurfdriver::skip()
 {
     if (stepping.whole.quick == 0 || runner().imode_kurf == 0 || runner().sanchor_kurf != 0) return;
-    while (tchar != 0 && !stepping.starts(tchar)) next();
+    const bool calls = source.memory == nullptr; // and what is called may run this runner
+    while (tchar != 0 && !stepping.starts(tchar) && !(calls && runner().currkurlp_kurf == nullptr))
+        next();
 }
 
 // Goes on inside a match as long as there is nothing to report, in a pattern of one word.

@@ -777,6 +777,19 @@ TEST(Kurf, CallbacksMayResetAndRunTheirRunner)
         pattern.during = nullptr;
         pattern.answers = {2};
         EXPECT_EQ(pattern.run("xabc"), "0,1,3 1,1,3 2,1,4 2,1,4");
+        struct rerunning {
+            const runner &self;
+            kurx *syntax;
+            int calls = 0;
+        } source{pattern, with.record};
+        const auto next = [](kux *of, void *cctxp) -> uint32_t {
+            auto &from = *static_cast<rerunning *>(cctxp);
+            if (++from.calls == 1)
+                kurfrun(of, from.syntax, from.self.handle, "x", 1, 0, nullptr, nullptr);
+            return from.calls < 9 ? 'x' : 0;
+        };
+        kurfcrun(ctx, with.record, pattern.handle, next, &source, nullptr, nullptr);
+        EXPECT_EQ(source.calls, 2) << "no state is left to go on from";
     }
 }
 

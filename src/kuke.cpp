@@ -212,7 +212,8 @@ std::uint32_t kukestretch(kux *ctx, const kuk &object, kukn *first, kukn *last)
     const kukn before = *last;
     last->length_kukn -= ku::token_shift_before(ctx, object, *last);
     last->length_kukn += ku::token_shift_before(ctx, object, *first);
-    last->length_kukn += last->offset_kukn - first->offset_kukn;
+    if (last->offset_kukn > first->offset_kukn) // which an edit may have turned round
+        last->length_kukn += last->offset_kukn - first->offset_kukn;
     last->offset_kukn = first->offset_kukn;
     status = ku::token_unpin(ctx, first);
     if (status == 0) status = ku::token_unpin(ctx, last);

@@ -1162,7 +1162,10 @@ void kukpattach(kux *ctx, const kukpobject *object, kukn &keyword, kukn &hint)
 {
     if (keyword.hint_kukn != nullptr) kukpfree(ctx, object, keyword.hint_kukn);
     keyword.hint_kukn = &hint;
-    keyword.length_kukn = hint.offset_kukn + hint.length_kukn - keyword.offset_kukn;
+    // After an edit the hint's text may stand before the keyword's.
+    const std::uint64_t end = std::uint64_t{hint.offset_kukn} + hint.length_kukn;
+    if (end > std::uint64_t{keyword.offset_kukn} + keyword.length_kukn)
+        keyword.length_kukn = static_cast<std::uint32_t>(end - keyword.offset_kukn);
 }
 
 // Takes the marked hints out of the list, which is not locked; each hangs on the token

@@ -356,6 +356,16 @@ TEST(Kuko, TextIsReplacedByACopyOrByAPointerAndTokensStay)
     EXPECT_EQ(kukongcontents(ctx, owning, 0), nullptr);
     EXPECT_EQ(kukonglength(ctx, owning, 0), 2u);
     EXPECT_EQ(owning.range(0, 1, KUKO_BOTH) + owning.white(0), "");
+    // What stood behind a text that was shortened stands behind what is joined to it, too.
+    for (const bool hint : {false, true}) {
+        const int mode = hint ? KUKP_M_KEYWORDS : KUKP_M_WORDS;
+        const object first(ctx, hint ? "aaaaaaaaaaaa select" : "aaaaaaaaaaaa 'ab", 0, 0, mode);
+        const object second(ctx, hint ? "/*+ r */ z" : "c'", hint ? 0 : KUKP_S_STRING, 0, mode);
+        EXPECT_EQ(kukosset(ctx, first, "x"), 0u);
+        const object both(ctx, kukeconcat(ctx, first, second, '\n'));
+        EXPECT_EQ(hint ? kukphint(ctx, both) : kukemerge(ctx, both), 0u);
+        EXPECT_EQ(kukonglength(ctx, both, 1), hint ? 6u : 2u);
+    }
 }
 
 // With the default callbacks records are pinned through the log, which can be full.

@@ -69,7 +69,8 @@ KU_API uint32_t kudckcvp(const unsigned char *flatkey, uint16_t column, uint16_t
  *   entry   below the block's number of entries
  *   values  as many as the block has key columns, with buffers for the longest values
  *   size    out: bytes of the flat key; may be null
- * Pushes KUVAA_NOVALUE, with nothing changed, for a column without a buffer.
+ * Pushes, with nothing changed, KUVAA_NOVALUE for a column without a buffer, KUVAA_MISSING for
+ * a damaged block or no such entry in indx_kudcacc, or a value longer than its column.
  */
 KU_API uint32_t kudckgt(kudcaccdef *acmp, const unsigned char *block, uint16_t entry,
                         kudcbvadef *values, uint32_t *size);
@@ -122,7 +123,8 @@ KU_API uint32_t kudckcbva(kudcaccdef *acmp, const kudcidxdef *index, const kudck
  * Looks a key up in the block in indx_kudcacc, at the block's level.
  *   position  out: its entry, or -(insertion point + 1)
  *   empty     out: 1 when the block has no entries
- * Pushes KUVAA_NOVALUE without a block buffer or a column's buffer.
+ * Pushes KUVAA_NOVALUE without a block buffer or a column's buffer, KUVAA_MISSING for a
+ * damaged block.
  */
 KU_API uint32_t kudcksrc(kudcaccdef *acmp, const kudckeydef *key, int16_t *position,
                          int32_t *empty);
@@ -172,15 +174,16 @@ KU_API uint32_t kudckzdrc(kudcaccdef *acmp, kudcthddef *thread, unsigned char *b
 /*
  * Copies an entry and its key into another block.
  *   toentry  where to; the destination's number of entries appends
- * Returns 0, or with nothing changed, and not pushed, KUVAA_MISSING (no such entry) or
- * KUDCA_KEYSIZE (no room).
+ * Returns 0, or with nothing changed, and not pushed, KUVAA_MISSING (no such entry, a
+ * damaged source) or KUDCA_KEYSIZE (no room).
  */
 KU_API uint32_t kudckcpy(unsigned char *destination, const unsigned char *source, uint16_t toentry,
                          uint16_t fromentry);
 
 /*
  * Makes a block as another without one entry, its keys packed. The blocks do not overlap.
- * Returns 0, or KUVAA_MISSING, not pushed, with nothing changed: no such entry.
+ * Returns 0, or KUVAA_MISSING, not pushed, with nothing changed: no such entry, or a damaged
+ * source.
  */
 KU_API uint32_t kudckdel(unsigned char *destination, const unsigned char *source, uint16_t entry);
 
@@ -188,7 +191,8 @@ KU_API uint32_t kudckdel(unsigned char *destination, const unsigned char *source
  * Makes a block as another with an entry under another key and one row less. The
  * blocks do not overlap.
  *   key  its columns of the block's level
- * Pushes KUVAA_MISSING (no such entry), KUDCA_KEYSIZE (no room), KUVAA_NOVALUE.
+ * Pushes KUVAA_MISSING (no such entry, a damaged source), KUDCA_KEYSIZE (no room),
+ * KUVAA_NOVALUE.
  */
 KU_API uint32_t kudckrep(kudcaccdef *acmp, unsigned char *destination, const unsigned char *source,
                          uint16_t entry, const kudckeydef *key);

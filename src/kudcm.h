@@ -38,7 +38,9 @@ extern "C" {
  * long value without application handle, KUDCA_FULL when a file has no room: nothing is changed
  * then, nor when the record or a long value cannot be written. A move that fails later, or
  * KUVAA_NOMEM for the split of a block, leaves the keys entered so far, which lead to a record that
- * readers pass over, and no row.
+ * readers pass over, and no row; so does, where keys have more than 20 KB a level and a block
+ * holds two or three, a split for which two blocks are too small (KUDCA_KEYSIZE) or that goes on
+ * through many levels of a tree near the end of the file (KUDCA_FULL).
  */
 KU_API uint32_t kudcmrstr(kudcaccdef *acmp, uint16_t thread, const uint16_t *levels, int32_t store,
                           int32_t *position);

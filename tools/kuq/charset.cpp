@@ -103,7 +103,7 @@ std::u16string charset::to_utf16(std::string_view text) const
 
 std::u16string to_utf8_units(std::u16string_view text)
 {
-    const iconv_t how = iconv_open("UTF-8", utf16);
+    iconv_t how = iconv_open("UTF-8", utf16);
     std::u16string result;
     for (const char byte : convert(how, bytes_of(text), sizeof(char16_t), "?"))
         result += static_cast<unsigned char>(byte);
@@ -113,7 +113,7 @@ std::u16string to_utf8_units(std::u16string_view text)
 
 std::u16string from_utf8_units(const std::u16string &text)
 {
-    const iconv_t how = iconv_open(utf16, "UTF-8");
+    iconv_t how = iconv_open(utf16, "UTF-8");
     const std::string bytes(text.begin(), text.end());
     std::u16string result = units_of(convert(how, bytes, 1, unknown_unit));
     iconv_close(how);
